@@ -1,0 +1,144 @@
+#include "station/link.h"
+
+#include "station/codec.h"
+
+#include <QElapsedTimer>
+#include <QEventLoop>
+#include <QFileInfo>
+#include <QTimer>
+#include <cstdio>
+
+namespace station {
+
+// Texts without a line end are over when the line has been still for this long: well above the 16
+// ms that USB adapters hold bytes back, well below a person's patience.
+static constexpr int quietMs = 60;
+
+static QString remedy(const QSerialPort &port)
+{
+    switch (port.error()) {
+    case QSerialPort::DeviceNotFoundError:
+        return "no such device (ls /dev/ttyUSB* /dev/ttyS*; is the adapter plugged in?)";
+    case QSerialPort::PermissionError:
+        return "busy or not permitted (fuser -v PORT shows who has it; usermod -aG dialout $USER)";
+    default:
+        return port.errorString();
+    }
+}
+
+bool Link::open(const QString &path, Mode mode, QString *error)
+{
+    close();
+    m_port.setPortName(path);
+    if (!m_port.open(QIODevice::ReadWrite)) {
+        *error = QString("%1: %2").arg(path, remedy(m_port));
+        return false;
+    }
+    const bool bus = mode == Mode::Rs485;
+    // Evaluated one by one: a pty refuses some of these, and what it takes is to be set all the
+    // same.
+    const bool baud = m_port.setBaudRate(9600);
+    const bool data = m_port.setDataBits(bus ? QSerialPort::Data7 : QSerialPort::Data8);
+    const bool parity = m_port.setParity(QSerialPort::EvenParity);
+    const bool stop = m_port.setStopBits(QSerialPort::OneStop);
+    const bool flow =
+        m_port.setFlowControl(bus ? QSerialPort::NoFlowControl : QSerialPort::HardwareControl);
+    const bool pty = QFileInfo(path).canonicalFilePath().startsWith("/dev/pts/");
+    if (!pty && !(baud && data && parity && stop && flow))
+        fprintf(stderr, "%s: the port refuses 9600 baud %s; replies may be garbled\n",
+                qPrintable(path), bus ? "7E1" : "8E1 with RTS/CTS");
+    m_port.clear();
+    m_port.clearError();
+    m_owed = 0;
+    return true;
+}
+
+void Link::close()
+{
+    if (m_port.isOpen())
+        m_port.close();
+}
+
+bool Link::awaitBytes(int ms)
+{
+    if (m_port.bytesAvailable() > 0)
+        return true;
+    QEventLoop loop;
+    QTimer timer;
+    timer.setSingleShot(true);
+    timer.setTimerType(Qt::PreciseTimer);
+    QObject::connect(&timer, &QTimer::timeout, &loop, &QEventLoop::quit);
+    QObject::connect(&m_port, &QSerialPort::readyRead, &loop, &QEventLoop::quit);
+    QObject::connect(&m_port, &QSerialPort::errorOccurred, &loop, &QEventLoop::quit);
+    timer.start(qMax(0, ms));
+    loop.exec();
+    return m_port.bytesAvailable() > 0;
+}
+
+// Whether a complete answer ends the wait; damaged ones and noise do not, the good one may still
+// come.
+static bool isAnswer(const QByteArray &bytes, bool framed)
+{
+    const Reply::Kind kind = decode(bytes).kind;
+    return framed ? kind == Reply::Frame || kind == Reply::Identity || kind == Reply::Battery
+                  : kind != Reply::None && kind != Reply::Damaged;
+}
+
+QByteArray Link::awaitAnswer(const Request &request, qint64 *lastByteNs)
+{
+    QElapsedTimer clock;
+    clock.start();
+    QByteArray bytes;
+    bool quiet = false;
+    while (m_port.error() == QSerialPort::NoError) {
+        const int left = request.timeoutMs - int(clock.elapsed());
+        if (left <= (bytes.isEmpty() || quiet ? 0 : -1000)) // an answer that has begun may end
+            break;
+        quiet = !awaitBytes(bytes.isEmpty() ? left : quietMs);
+        if (!quiet) {
+            bytes += m_port.readAll();
+            *lastByteNs = clock.nsecsElapsed();
+        }
+        if (!isComplete(bytes, quiet))
+            continue;
+        if (m_owed > 0 && bytes == m_lastAnswer) { // the late answer to a request already repeated
+            --m_owed;
+            bytes.clear();
+            continue;
+        }
+        if (isAnswer(bytes, request.framed))
+            break;
+    }
+    return bytes;
+}
+
+Link::Answer Link::exchange(const Request &request)
+{
+    Answer answer;
+    const int tries = request.silence ? 1 : qMax(1, request.tries);
+    if (m_owed == 0)
+        m_port.readAll(); // nothing is due: what lies there is noise
+    while (answer.tries < tries && m_port.error() == QSerialPort::NoError) {
+        ++answer.tries;
+        QElapsedTimer clock;
+        clock.start();
+        qint64 before = 0, lastByteNs = 0;
+        m_port.write(request.bytes);
+        m_port.flush();
+        if (request.during) {
+            request.during();
+            before = clock.nsecsElapsed();
+        }
+        answer.bytes = awaitAnswer(request, &lastByteNs);
+        answer.ms = (before + lastByteNs) / 1e6;
+        if (isAnswer(answer.bytes, request.framed))
+            break;
+    }
+    m_owed = answer.tries - 1;
+    m_lastAnswer = answer.bytes;
+    if (m_port.error() != QSerialPort::NoError)
+        answer.error = QString("%1: %2").arg(m_port.portName(), remedy(m_port));
+    return answer;
+}
+
+} // namespace station

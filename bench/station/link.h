@@ -1,0 +1,50 @@
+#pragma once
+
+#include <QSerialPort>
+#include <functional>
+
+namespace station {
+
+// The serial line to one panel, or at burn-in to several. Waits in the caller's event loop, so that
+// whatever else lives in that thread (the virtual panel's cables and probes) goes on meanwhile.
+class Link {
+public:
+    enum class Mode {
+        Rs232, // 9600 baud, 8E1, RTS/CTS: every level but burn-in
+        Rs485 // 9600 baud, 7E1, no flow control: burn-in
+    };
+
+    // Opens `path` (a serial device or a pty). On failure `error` names the remedy.
+    bool open(const QString &path, Mode mode, QString *error);
+    void close();
+    QString path() const
+    {
+        return m_port.portName();
+    }
+
+    struct Request {
+        QByteArray bytes;
+        int timeoutMs = 2000; // for each try; counted anew for the last one when `during` returns
+        int tries = 1;
+        bool framed = true; // the answer is a frame: anything else is noise and waited past
+        bool silence = false; // no answer is due: one try, waits the whole time-out
+        std::function<void()> during; // what must happen between request and answer
+    };
+    struct Answer {
+        QByteArray bytes; // all that came, noise included; empty for silence
+        double ms = 0; // from the first byte written to the last byte read
+        int tries = 0;
+        QString error; // the port failed
+    };
+    Answer exchange(const Request &request);
+
+private:
+    bool awaitBytes(int ms);
+    QByteArray awaitAnswer(const Request &request, qint64 *lastByteNs);
+
+    QSerialPort m_port;
+    QByteArray m_lastAnswer;
+    int m_owed = 0; // answers that a repeated request may still bring
+};
+
+} // namespace station
