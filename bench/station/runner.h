@@ -1,0 +1,65 @@
+#pragma once
+
+#include "station/codec.h"
+#include "station/link.h"
+#include "station/plan.h"
+#include "station/stand.h"
+
+namespace station {
+
+struct StepResult {
+    Step step;
+    QByteArray request;
+    Link::Answer answer;
+    Reply reply;
+    QString meaning;
+    QStringList faults; // empty: passed
+    double overheadMs() const
+    {
+        return answer.ms - step.waitMs;
+    }
+};
+
+struct LevelResult {
+    QString level; // name of the level or of the part of the run
+    QStringList items;
+    QVector<StepResult> steps;
+    QMap<QString, QImage> screens;
+    QStringList faults; // of the panel's files and of the place where it stands
+    QByteArray resumeLog; // the panel's own log, empty where it cannot be read
+
+    bool passed() const;
+    // Over the steps that cover an item and need nobody between request and answer; 0 without any.
+    double medianOverheadMs() const;
+};
+
+// Runs plans over a link, with a live table on the terminal. Several runners may live in several
+// threads.
+class Runner {
+public:
+    // `number`: the panel's station number, which its replies must carry at burn-in. `label` begins
+    // every line of the table where several panels are tested at once. `strict`: noise around a
+    // good reply is a fault too.
+    Runner(Link &link, Stand &stand, Values values, int number = 0, QString label = {},
+           bool strict = false);
+
+    LevelResult run(const Plan &plan);
+    StepResult runStep(const Step &step, int level);
+
+private:
+    void judge(StepResult *result, int level) const;
+    void report(const StepResult &result) const;
+
+    Link &m_link;
+    Stand &m_stand;
+    Values m_values;
+    int m_number;
+    QString m_label;
+    bool m_strict;
+};
+
+// One line on standard output, never torn by another thread's; red for bad news where the terminal
+// can.
+void say(const QString &line, bool bad = false);
+
+} // namespace station
