@@ -1,0 +1,32 @@
+// Running other programs. There are two ways and no third: the shell, for command lines that are
+// constants of this program, and a process object, whose line is split into program and arguments
+// without a shell. Text that came over a port goes through neither but the second, and only after
+// its form was checked. No exit status is examined: results are read back from files or output.
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+
+class QProcess;
+
+constexpr int NoTimeLimit = -1;
+
+// Runs `command` through the system shell and waits for it.
+void runShell(const char *command);
+
+// Runs `commandLine` as a process, waits for its end up to `limitMs` and returns all it wrote to
+// its standard output; empty if it could not be started.
+QByteArray runProcess(const QString &commandLine, int limitMs = NoTimeLimit,
+                      const QString &workingDirectory = QString());
+
+// The first line of that output, line end included, at most `maxLength` bytes.
+QByteArray firstLineOf(const QString &commandLine, int maxLength, int limitMs = NoTimeLimit);
+
+// The leading decimal number of that line as atoi reads it; 0 without output.
+int numberFrom(const QString &commandLine, int limitMs = NoTimeLimit);
+
+// Starts `commandLine` in `process` without waiting.
+void startProcess(QProcess &process, const QString &commandLine);
+
+// Starts `commandLine` on its own: it outlives this program and nobody collects it.
+void startInBackground(const QString &commandLine);

@@ -1,0 +1,57 @@
+#include "files.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+File::File(const char *path, int flags)
+    : m_fd(open(path, flags | O_CLOEXEC, NewFileMode))
+{
+}
+
+File::~File()
+{
+    if (isOpen())
+        close(m_fd);
+}
+
+bool File::write(const char *bytes, qint64 length)
+{
+    while (length > 0) {
+        const ssize_t written = ::write(m_fd, bytes, size_t(length));
+        if (written <= 0)
+            return false;
+        bytes += written;
+        length -= written;
+    }
+    return true;
+}
+
+qint64 File::read(char *bytes, qint64 length)
+{
+    qint64 total = 0;
+    while (total < length) {
+        const ssize_t got = ::read(m_fd, bytes + total, size_t(length - total));
+        if (got <= 0)
+            break;
+        total += got;
+    }
+    return total;
+}
+
+bool writeFile(const char *path, const QByteArray &text)
+{
+    File file(path, O_RDWR | O_CREAT | O_TRUNC);
+    if (!file.isOpen())
+        return false;
+    file.write(text.constData(), text.size());
+    sync();
+    return true;
+}
+
+QByteArray readFile(const char *path, int length)
+{
+    File file(path, O_RDONLY);
+    QByteArray text(length, '\0');
+    text.resize(file.isOpen() ? int(file.read(text.data(), length)) : 0);
+    return text;
+}
