@@ -1,0 +1,233 @@
+// The boot of ICT mode, step by step, before the window is shown. Every step is waited for unless
+// it says otherwise; no script's exit status matters, a panel with half its image still has to
+// answer the station.
+#include "hwtest/clock.h"
+#include "hwtest/factory.h"
+#include "link/factorylog.h"
+#include "link/reply.h"
+#include "link/serialports.h"
+#include "mainwindow.h"
+#include "resumelog.h"
+#include "state/itemrecord.h"
+#include "state/levels.h"
+#include "system/command.h"
+#include "system/files.h"
+#include "ui_mainwindow.h"
+
+#include <QGuiApplication>
+#include <QProcess>
+#include <QScreen>
+#include <QTimer>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+
+constexpr int TickMs = 100;
+
+// The panel's own address in the test fixture's network plan.
+static const char fixtureNetwork[] = "ifconfig eth0 192.168.123.111 netmask 255.255.255.0 up";
+
+// --- Product application
+// ----------------------------------------------------------------------------
+
+// Copies an identity line of the product application, line end included, if it fits.
+static bool keepLine(const QByteArray &line, char (&info)[AppInfoSize], const char *what)
+{
+    if (line.size() >= AppInfoSize) {
+        printf("Get %s info failed, ba = %s, length = %d\n", what, line.constData(), line.size());
+        return false;
+    }
+    memcpy(info, line.constData(), size_t(line.size()) + 1);
+    return true;
+}
+
+static void readApplicationInfo()
+{
+    const QByteArray output =
+        runProcess(QStringLiteral("/usr/local/HMIAPP/HMIApp -platform linuxfb -v"), NoTimeLimit,
+                   QStringLiteral("/usr/local/HMIAPP"));
+    memset(HMIAppModel, 0, sizeof HMIAppModel);
+    memset(HMIAppVersion, 0, sizeof HMIAppVersion);
+    bool isModelGet = false;
+    bool isVersionGet = false;
+    int start = 0;
+    for (int end; (end = output.indexOf('\n', start)) >= 0; start = end + 1) {
+        const QByteArray line = output.mid(start, end + 1 - start);
+        if (line.startsWith("Model=KLV-"))
+            isModelGet |= keepLine(line, HMIAppModel, "Model");
+        else if (line.startsWith("Version="))
+            isVersionGet |= keepLine(line, HMIAppVersion, "Version");
+    }
+    if (!isModelGet || !isVersionGet)
+        printf("Get Model or Version Info failed, isModelGet = %d, isVersionGet = %d\n", isModelGet,
+               isVersionGet);
+}
+
+// --- Files that make or end the boot ------------------------------------------------------------
+
+// Opens a file of the boot read-write, or creates it with `initial`. On return `text` holds its
+// first `length` bytes at most. False when it can neither be opened nor created.
+static bool openOrCreate(const char *path, const QByteArray &initial, int length, QByteArray *text)
+{
+    File file(path, O_RDWR);
+    if (file.isOpen()) {
+        text->fill('\0', length);
+        text->resize(int(file.read(text->data(), length)));
+        return true;
+    }
+    *text = initial.left(length);
+    return errno == ENOENT && writeFile(path, initial);
+}
+
+static bool readLevel()
+{
+    QByteArray text;
+    if (!openOrCreate(LevelFilePath, levels[LevelICT].fileText, 3, &text))
+        return false;
+    memset(gc_LEVEL, 0, sizeof gc_LEVEL);
+    memcpy(gc_LEVEL, text.constData(), size_t(qMin(text.size(), 2)));
+    g_uiHMI_TEST_LEVEL = levelOfFileText(gc_LEVEL);
+    return true;
+}
+
+static QByteArray newFlagFile()
+{
+    QByteArray records;
+    for (int i = 0; i < TEST_ITEM; ++i) {
+        QByteArray record = Item_UnPASS[i].toLatin1().leftJustified(FlagRecordSize, '\0');
+        record[FlagRecordCr] = '\r';
+        record[FlagRecordLf] = '\n';
+        records += record;
+    }
+    return records;
+}
+
+static bool readItems()
+{
+    QByteArray records;
+    if (!openOrCreate(g_HMI_TEST_File, newFlagFile(), TEST_ITEM * FlagRecordSize, &records))
+        return false;
+    for (int i = 0; i < TEST_ITEM; ++i) {
+        // A record that is missing or cut short reads as not passed.
+        const QByteArray record = records.mid(i * FlagRecordSize, FlagRecordSize);
+        const int length = int(qstrnlen(record.constData(), uint(record.size())));
+        Item_Status[i] = length > 0 && record[length - 1] == '1' ? ItemPassed : ItemNotPassed;
+    }
+    return true;
+}
+
+static bool readStation()
+{
+    QByteArray digits("00");
+    if (g_uiHMI_TEST_LEVEL == LevelBI && !openOrCreate(StationFilePath, "00", 2, &digits))
+        return false;
+    qstrncpy(gc_SN, digits.constData(), sizeof gc_SN);
+    g_iSTATION_NUM = int(strtol(gc_SN, nullptr, 16));
+    return true;
+}
+
+// --- Steps
+// ------------------------------------------------------------------------------------------
+
+static void makeColours()
+{
+    m_aclrBG[BgRed] = QColor(255, 0, 0);
+    m_aclrBG[BgBlue] = QColor(0, 0, 255);
+    m_aclrBG[BgGreen] = QColor(0, 255, 0);
+    m_aclrBG[BgWhite] = m_aclrBG[BgRgb1] = QColor(255, 255, 255);
+    m_aclrBG[BgRgb2] = m_aclrBG[BgBlack] = QColor(0, 0, 0);
+}
+
+// Three full-height bands. Each starts on the last pixel column of the one before it, so they
+// overlap by a column; cameras on the fixtures are set up for these edges.
+static void makeBands()
+{
+    const QSize desktop = QGuiApplication::primaryScreen()->size();
+    const int band = desktop.width() / 3;
+    rc_RED = QRect(0, 0, band, desktop.height());
+    rc_GRN = QRect(rc_RED.right(), 0, band, desktop.height());
+    rc_BLU = QRect(rc_GRN.right(), 0, desktop.width() - rc_GRN.right(), desktop.height());
+}
+
+// The ICT item that reports on the backup root file system collects the result later.
+static void startRootfsCheck()
+{
+    if (!Process_Chk_BB)
+        Process_Chk_BB = new QProcess;
+    startProcess(*Process_Chk_BB, QStringLiteral("/usr/local/bin/check_bk_rootfs.sh"));
+    Chk_BB_result = -1;
+}
+
+static void logBoot(TestLevel level)
+{
+    const Level &row = levels[level];
+    appendDateToResumeLog();
+    appendFlagFileToResumeLog(row);
+    factoryLog(QByteArray("Boot up at ").append(row.name).append('\n').constData());
+}
+
+// The machine ID tells the factory that built the unit, and with it the items that are granted.
+static void readMachineIdentity()
+{
+    const QByteArray id = readFile(MachineIdPath, MachineIdFileLimit);
+    if (id.isEmpty())
+        return;
+    classifyFactory(id);
+    grantItemsOfFactory();
+}
+
+static void openLink()
+{
+    if (g_uiHMI_TEST_LEVEL != LevelBI) {
+        openCom1(ComRS232);
+        return;
+    }
+    // Burn-in racks share one RS-485 bus. The handlers know the link of that level by the COM2
+    // descriptors.
+    openCom1(ComRS485);
+    Com2OpenRS4xx_R_fd2 = Com1OpenRS4xx_R_fd2;
+    Com2OpenRS4xx_W_fd2 = Com1OpenRS4xx_W_fd2;
+}
+
+void MainWindow::ICTMainWindow(QWidget *)
+{
+    runProcess(QStringLiteral("/usr/local/ict/mount_system.sh"));
+    makeColours();
+    makeBands();
+    makePaintFonts();
+    ui->setupUi(this);
+    if (!Process_WriteMac)
+        Process_WriteMac = new QProcess;
+    resize(Screen_X, Screen_Y);
+    m_clrOrig = palette().color(QPalette::Window);
+    setBackground(m_aclrBG[BgWhite]);
+    runProcess(QString::fromLatin1(fixtureNetwork));
+    readApplicationInfo();
+    Test_Ret_Char[0] = 'F';
+    Test_Ret_Char[1] = '1';
+
+    if (!readLevel())
+        return;
+    const auto level = TestLevel(g_uiHMI_TEST_LEVEL);
+    if (level == LevelICT)
+        startRootfsCheck();
+    T1_Extern_Item_Flag |= T1ExternRebooted;
+    appendToResumeLog("echo ==================== Test Start ====================" TO_RESUME_LOG);
+    appendToResumeLog("cat /usr/local/ict/HMI_TEST_LEVEL.txt" TO_RESUME_LOG);
+    if (level == LevelICT)
+        presetClock();
+    selectLevel(level);
+    logBoot(level);
+    if (!readItems())
+        return;
+    readMachineIdentity();
+
+    openLink();
+    if (!readStation())
+        return;
+    startInBackground(QStringLiteral("/usr/local/ict/create_ramdisk.sh"));
+
+    m_hTimer = new QTimer(this);
+    connect(m_hTimer, &QTimer::timeout, this, &MainWindow::ICTTestLoop);
+    m_hTimer->start(TickMs);
+}
