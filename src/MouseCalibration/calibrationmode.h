@@ -1,0 +1,6 @@
+// The run mode that calibrates the touch panel for the product application.
+#pragma once
+
+// Calibrates, checks, and on success hands the coefficients to the boot loader. The exit status of
+// the program: 0, or -1 when the calibration or its check failed and nothing was stored.
+int runCalibrationMode();
