@@ -1,0 +1,48 @@
+# shellcheck shell=bash
+# Shared by ./run and ./test: the packages of packages.txt, and the build.
+
+say() { printf '\033[1m==> %s\033[0m\n' "$*"; }
+die() {
+    printf 'error: %s\n' "$*" >&2
+    exit 1
+}
+
+# Runs a command as root, by sudo where we are not.
+as_root() {
+    if [ "$(id -u)" -eq 0 ]; then
+        "$@"
+    elif command -v sudo >/dev/null; then
+        sudo "$@"
+    else
+        die "packages are missing and there is no sudo. As root, run: apt-get install -y $missing"
+    fi
+}
+
+# Installs what packages.txt names and this machine lacks.
+install_packages() {
+    local package
+    missing=
+    while read -r package; do
+        dpkg-query -W -f '${Status}' "$package" 2>/dev/null | grep -q 'ok installed' \
+            || missing="$missing $package"
+    done < <(sed 's/#.*//; /^[[:space:]]*$/d' packages.txt)
+    [ -n "$missing" ] || return 0
+    say "Installing packages:$missing"
+    export DEBIAN_FRONTEND=noninteractive
+    as_root apt-get update -q
+    # shellcheck disable=SC2086 # a list of words
+    as_root apt-get install -q -y --no-install-recommends $missing
+}
+
+# Configures (once) and builds the CMake preset $1.
+build() {
+    say "Building ($1)"
+    if ! [ -f "build/$1/build.ninja" ]; then
+        cmake --preset "$1" >"build-$1.log" 2>&1 || {
+            cat "build-$1.log"
+            die "CMake could not configure the preset $1; see above"
+        }
+        rm -f "build-$1.log"
+    fi
+    cmake --build "build/$1"
+}
