@@ -50,7 +50,7 @@ QByteArray colourRequest(const QByteArray &rgb)
 
 QByteArray gotoRequest(const QByteArray &model, const QByteArray &level)
 {
-    return model + '-' + level;
+    return model + '-' + level + "\r\n";
 }
 
 static bool isHex(const QByteArray &text)

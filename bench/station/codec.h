@@ -24,7 +24,8 @@ QByteArray clockRequest(const QByteArray &kind, const QDateTime &time);
 QByteArray identityRequest(int number, const QByteArray &code, const QByteArray &id);
 // `rgb` is six hex digits. This request has neither station nor check digits nor line end.
 QByteArray colourRequest(const QByteArray &rgb);
-// A bare line; `level` is the two digits of the level to go to.
+// A bare line; `level` is the two digits of the level to go to. The line end makes it the 11 bytes
+// that the panel reads at least, whatever the model.
 QByteArray gotoRequest(const QByteArray &model, const QByteArray &level);
 
 struct Reply {

@@ -24,6 +24,17 @@ QString planFolder()
     return BENCH_SOURCE_DIR "/bench/plans";
 }
 
+QStringList levelItems(int level)
+{
+    QFile file(planFolder() + "/items.json");
+    QStringList items;
+    if (file.open(QIODevice::ReadOnly))
+        for (const QJsonValue &item :
+             QJsonDocument::fromJson(file.readAll())[levelName(level)].toArray())
+            items << item.toString();
+    return items;
+}
+
 QString expand(const QString &text, const Values &values, bool pattern)
 {
     QString result = text;
@@ -214,8 +225,7 @@ Plan loadPlan(const QString &path, const Values &values)
     if (plan.level < 0)
         reader.problem(1, "\"level\" must be ICT, T1, BI or T2");
     plan.partial = root["partial"].toBool();
-    for (const QJsonValue &item : root["items"].toArray())
-        plan.items << item.toString();
+    plan.items = levelItems(plan.level);
     const QVector<int> lines = stepLines(text);
     const QJsonArray steps = root["steps"].toArray();
     for (int i = 0; i < steps.size(); ++i) {

@@ -44,7 +44,8 @@ Plan loadPlan(const QString &file, const Values &values);
 QString expand(const QString &text, const Values &values, bool pattern = false);
 // The request of a step as bytes; `number` is the panel's station number.
 QByteArray requestOf(const Step &step, const Values &values, int number);
-// Where the plans of this checkout lie.
+// Where the plans of this checkout lie, and the item lines that its panels have at each level.
 QString planFolder();
+QStringList levelItems(int level);
 
 } // namespace station

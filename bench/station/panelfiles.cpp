@@ -1,0 +1,242 @@
+#include "station/panelfiles.h"
+
+#include "station/protocol.h"
+
+#include <QElapsedTimer>
+#include <QFile>
+#include <QRegularExpression>
+#include <QThread>
+
+namespace station {
+
+static const QByteArray dateMark = "<date>\n";
+static constexpr int recordSize = 100, itemSize = 64, maximumShown = 39;
+
+PanelFiles::PanelFiles(QString folder, QVector<QStringList> items)
+    : m_folder(std::move(folder))
+    , m_items(std::move(items))
+{
+}
+
+int PanelFiles::level() const
+{
+    return qMax(0, levelByName(QString(m_level).trimmed()));
+}
+
+QByteArray PanelFiles::read(const QString &name) const
+{
+    QFile file(m_folder + '/' + name);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+QByteArray PanelFiles::flagFile(int level) const
+{
+    QByteArray bytes;
+    for (int item = 0; item < m_flags[level].size(); ++item) {
+        QByteArray record = m_items[level].value(item).toLatin1() + ": " + m_flags[level][item];
+        record.append(QByteArray(itemSize - 2 - record.size(), '\0'));
+        bytes += record + "\r\n";
+    }
+    return bytes;
+}
+
+void PanelFiles::setItem(int level, int item, char result)
+{
+    if (item >= 1 && item <= m_flags[level].size())
+        m_flags[level][item - 1] = result;
+}
+
+void PanelFiles::booted()
+{
+    m_running = level();
+    append("==================== Test Start ====================\n" + m_level + dateMark
+           + flagFile(m_running));
+    m_records << "Boot up at " + QByteArray(levelName(m_running)) + "\n\n";
+    if (m_flags[m_running].isEmpty())
+        m_flags[m_running] = QByteArray(m_items[m_running].size(), '0');
+    if (m_running == Bi && !m_identities.contains("HMI_STATION_NUM.txt"))
+        m_identities["HMI_STATION_NUM.txt"] = "00";
+    const bool named = !m_identities.value("HMI_MACHINE_ID.txt").isEmpty();
+    if (named && m_running == T1 && m_factory == 1) {
+        setItem(T1, 14, '1');
+        setItem(T1, 16, '1');
+    }
+    if (named && m_running == Bi && m_factory != 1)
+        setItem(Bi, 5, '1');
+}
+
+// What the panel's own copy of the last request and reply holds is bounded, and so is what it logs.
+void PanelFiles::traffic(const StepResult &result)
+{
+    if (m_running != Bi)
+        m_records << ("---> " + result.request.left(maximumShown) + "<--- "
+                      + result.answer.bytes.left(maximumShown) + '\n');
+}
+
+void PanelFiles::changed(const QByteArray &level)
+{
+    m_level = level.leftJustified(3) + '\n';
+    const int entered = levelByName(level);
+    if (entered >= 0)
+        m_flags[entered].clear();
+}
+
+void PanelFiles::endChecked(const StepResult &result)
+{
+    static const char *const next[] = {"T1", "BI", "T2", "HMI"};
+    const bool straight = result.step.code == "0101";
+    const bool passed = result.reply.payload == result.step.code;
+    const int last = m_items[m_running].size();
+    if (passed && m_flags[m_running].left(last - 1).count('1') != last - 1)
+        m_records << "(end check passed with items missing)";
+    setItem(m_running, last, passed ? '1' : 'F');
+    if (passed) {
+        m_level = straight ? "HMI\n" : QByteArray(next[m_running]).leftJustified(3) + '\n';
+        if (!straight && m_running != T2)
+            m_flags[m_running + 1].clear();
+        if (straight || m_running == T2)
+            append("HMI_ICT_CHECK_OK And Clear All SRAM Data Pass!!!\n");
+    }
+    append(dateMark + flagFile(m_running)
+           + "===================== Test End =====================\n");
+    traffic(result); // the panel closes an end check with a record of its own
+}
+
+// The factory shows in the 9th character, the 10th of an 18-character ID; one of them numbers its
+// panels in the ID.
+void PanelFiles::identified(const QByteArray &id)
+{
+    m_identities["HMI_MACHINE_ID.txt"] = id;
+    const char marker = id.size() == 18 ? id[9] : id.size() > 9 ? id[8] : '\0';
+    m_factory = marker == 'W' ? 1 : marker == 'T' ? 2 : 0;
+    if (m_factory != 1)
+        return;
+    setItem(T1, 14, '1');
+    setItem(T1, 16, '1');
+    const int digits = id.right(2).toInt();
+    m_identities["HMI_STATION_NUM.txt"] =
+        QByteArray::number(digits == 0 ? 100 : digits, 16).rightJustified(2, '0').toUpper();
+}
+
+void PanelFiles::exchanged(const StepResult &result)
+{
+    const QByteArray &code = result.step.code, &reply = result.reply.payload;
+    const Command *command = findCommand(code);
+    if (result.reply.kind == Reply::None || !command)
+        return;
+    const bool passed = result.faults.isEmpty();
+    for (int item : result.step.items)
+        setItem(m_running, item, passed ? '1' : 'F');
+    if (code == "8800" || code == "8801")
+        m_records << "Battery Voltage : "; // and the volts, to a digit that the link does not carry
+    if (code == "KLV-")
+        append("++++++++ Receive Forcibly Goto Command ++++++++\n");
+    if (command->answer != Answer::Raw)
+        traffic(result);
+    if (code == endCheckCode(m_running) || code == "0101")
+        endChecked(result);
+    else if (code == "KLV-" && reply.endsWith("_PASS")) {
+        const QByteArray level = result.step.argument.toLatin1();
+        append("QZ! ===== Forcibly Goto " + level + " Pass!! =====\n");
+        changed(level);
+    } else if (code == "KLV-")
+        append("=.=Forcibly Goto Fail=.=\n");
+    else if (code.startsWith("CC") && reply == code)
+        append(QByteArray("------ Export Log From ") + (code[2] == '0' ? "Partition" : "Folder")
+               + " to " + (code[3] == '0' ? "USB" : "SD") + " ------\n");
+    else if (code == "8A00" && passed)
+        m_identities["HMI_STATION_NUM.txt"] = result.request.mid(1, 2);
+    else if (code == "0601" && passed)
+        identified(result.request.mid(7, result.request.size() - 11));
+    else if (code == "0602" && passed)
+        m_identities["HMI_SEMIMACHINE_ID.txt"] = result.request.mid(7, result.request.size() - 11);
+}
+
+static QString excerpt(const QByteArray &bytes, int at)
+{
+    return at < bytes.size() ? '"' + printable(bytes.mid(at, 40)) + '"' : "its end";
+}
+
+void PanelFiles::compare(QStringList *faults, const QString &name, const QByteArray &wanted) const
+{
+    const QByteArray found = read(name);
+    if (found.isNull() && !wanted.isEmpty())
+        *faults << name + " is missing";
+    int at = 0;
+    while (at < found.size() && at < wanted.size() && found[at] == wanted[at])
+        ++at;
+    if (!found.isNull() && found != wanted)
+        *faults << QString("%1 differs at byte %2: %3 instead of %4")
+                       .arg(name)
+                       .arg(at)
+                       .arg(excerpt(found, at), excerpt(wanted, at));
+}
+
+// Records of exactly 100 bytes: a date line, the text, zero bytes to the end.
+void PanelFiles::compareFactoryLog(QStringList *faults) const
+{
+    const QString name = "FactoryTestLog.txt";
+    const QByteArray found = read(name);
+    if (found.size() != recordSize * m_records.size())
+        *faults << QString("%1 has %2 bytes instead of %3 records of %4")
+                       .arg(name)
+                       .arg(found.size())
+                       .arg(m_records.size())
+                       .arg(recordSize);
+    static const QRegularExpression date("^\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\n$");
+    for (int i = 0; i < qMin(m_records.size(), found.size() / recordSize); ++i) {
+        const QByteArray record = found.mid(i * recordSize, recordSize);
+        QByteArray text = record.mid(20);
+        const int end = text.indexOf('\0');
+        const bool padded = end < 0 || text.mid(end).count('\0') == text.size() - end;
+        text = end < 0 ? text : text.left(end);
+        const QByteArray wanted = m_records[i].left(recordSize - 20);
+        const bool open = m_records[i] == "Battery Voltage : ";
+        if (!date.match(record.left(20)).hasMatch() || !padded
+            || !(open ? text.startsWith(wanted) : text == wanted))
+            *faults << QString("%1, record %2: \"%3\" instead of \"%4\"")
+                           .arg(name)
+                           .arg(i)
+                           .arg(printable(record.left(20) + text), printable(wanted));
+    }
+}
+
+QStringList PanelFiles::differences() const
+{
+    QStringList faults;
+    compare(&faults, "HMI_TEST_LEVEL.txt", m_level);
+    for (int level = 0; level < LevelCount; ++level)
+        compare(&faults, QString("HMI_%1_TEST_Flag.txt").arg(levelName(level)), flagFile(level));
+    for (auto file = m_identities.begin(); file != m_identities.end(); ++file)
+        compare(&faults, file.key(), file.value());
+    // What `date` prints depends on the panel's locale; that it is a date does not.
+    static const QRegularExpression date("^(?=.*\\d\\d:\\d\\d:\\d\\d).*\\b\\d{4}\\b.*$");
+    QList<QByteArray> found = resumeLog().split('\n');
+    for (QByteArray &line : found)
+        if (date.match(QString::fromLatin1(line)).hasMatch())
+            line = dateMark.trimmed();
+    const QList<QByteArray> wanted = m_resume.split('\n');
+    for (int i = 0; i < qMax(found.size(), wanted.size()); ++i)
+        if (found.value(i) != wanted.value(i)) {
+            faults << QString("HMI_Factory_Resume.txt, line %1: \"%2\" instead of \"%3\"")
+                          .arg(i + 1)
+                          .arg(printable(found.value(i)), printable(wanted.value(i)));
+            break;
+        }
+    compareFactoryLog(&faults);
+    return faults;
+}
+
+QStringList PanelFiles::faults(int patienceMs) const
+{
+    QElapsedTimer clock;
+    clock.start();
+    QStringList faults = differences();
+    while (!faults.isEmpty() && clock.elapsed() < patienceMs) {
+        QThread::msleep(20);
+        faults = differences();
+    }
+    return faults;
+}
+
+} // namespace station

@@ -1,0 +1,59 @@
+#pragma once
+
+#include "station/runner.h"
+
+namespace station {
+
+// What the files of a panel must hold after everything that was done to it since it was
+// factory-new: a second book, kept from the station's side alone, and compared byte for byte (dates
+// by their form).
+class PanelFiles {
+public:
+    // `folder`: where the panel's /usr/local/ict lies on this machine. `items`: the item lines by
+    // level.
+    PanelFiles(QString folder, QVector<QStringList> items);
+
+    // Level at which the panel starts next: what its level file says, anything unknown being ICT.
+    int level() const;
+    bool released() const
+    {
+        return m_level == "HMI\n";
+    }
+
+    void booted();
+    void exchanged(const StepResult &result);
+    // What differs, empty for nothing. Waits up to `patienceMs` for the panel to finish writing.
+    QStringList faults(int patienceMs) const;
+    QByteArray resumeLog() const
+    {
+        return read("HMI_Factory_Resume.txt");
+    }
+
+private:
+    QByteArray read(const QString &name) const;
+    QByteArray flagFile(int level) const;
+    void setItem(int level, int item, char result);
+    void append(const QByteArray &lines)
+    {
+        m_resume += lines;
+    }
+    void traffic(const StepResult &result);
+    void endChecked(const StepResult &result);
+    void changed(const QByteArray &level);
+    void identified(const QByteArray &id);
+    void compare(QStringList *faults, const QString &name, const QByteArray &wanted) const;
+    void compareFactoryLog(QStringList *faults) const;
+    QStringList differences() const;
+
+    QString m_folder;
+    QVector<QStringList> m_items;
+    QByteArray m_level = "ICT\n";
+    int m_running = 0; // level the panel runs at since its last start
+    QByteArray m_flags[4]; // result characters; empty: no file
+    QByteArray m_resume; // a date stands as dateMark
+    QList<QByteArray> m_records; // of the factory log, without their date
+    QHash<QString, QByteArray> m_identities; // files with station number and IDs
+    int m_factory = 0;
+};
+
+} // namespace station
