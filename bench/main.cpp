@@ -1,0 +1,49 @@
+#include "commands/commands.h"
+#include "panel/bencherror.h"
+
+#include <QCoreApplication>
+
+#include <cstdio>
+
+namespace {
+
+struct Command {
+    const char *name, *help;
+    int (*run)(const QStringList &args);
+};
+const Command commands[] = {
+    {"panel", "start a virtual panel and leave it on", runPanel},
+};
+
+int usage(FILE *out, int status)
+{
+    fputs("Usage: bench COMMAND [OPTION...]\nRuns the agent where there is no panel. Commands:\n",
+          out);
+    for (const Command &command : commands)
+        fprintf(out, "  %-10s %s\n", command.name, command.help);
+    fputs("`bench COMMAND --help` explains a command.\n", out);
+    return status;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    QCoreApplication app(argc, argv);
+    app.setApplicationName("bench");
+    const QStringList args = app.arguments().mid(1);
+    if (args.isEmpty() || args[0] == "--help" || args[0] == "-h" || args[0] == "help")
+        return usage(args.isEmpty() ? stderr : stdout, args.isEmpty() ? 2 : 0);
+    for (const Command &command : commands) {
+        if (args[0] != command.name)
+            continue;
+        try {
+            return command.run(args);
+        } catch (const BenchError &error) {
+            fprintf(stderr, "bench %s: %s\n", command.name, error.what());
+            return 2;
+        }
+    }
+    fprintf(stderr, "bench: no command \"%s\"\n", qPrintable(args[0]));
+    return usage(stderr, 2);
+}

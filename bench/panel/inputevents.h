@@ -1,0 +1,40 @@
+#pragma once
+
+#include <QMutex>
+#include <QObject>
+#include <QVector>
+
+#include <cstdint>
+
+// One event as written to the panel's input device.
+struct InputEvent {
+    qint64 ns; // when it was written, CLOCK_MONOTONIC
+    uint16_t type, code;
+    int32_t value;
+};
+
+// The panel's buzzer device: a FIFO, decoded. Lives in the panel's I/O thread; thread-safe.
+class InputEvents : public QObject {
+    Q_OBJECT
+
+public:
+    // Opens the FIFO at `path`, which must exist; the events that arrive are kept from then on.
+    explicit InputEvents(const QString &path);
+    ~InputEvents() override;
+
+    QVector<InputEvent> all() const;
+    void clear();
+    // The tone's frequency in hertz at a moment, 0 for silence: what a microphone would hear.
+    int toneAt(qint64 ns) const;
+
+signals:
+    void received(InputEvent event); // emitted in the I/O thread
+
+private:
+    void readFifo();
+
+    int fd_;
+    QByteArray partial_;
+    mutable QMutex mutex_;
+    QVector<InputEvent> events_;
+};

@@ -1,0 +1,76 @@
+#include "panel/panelclock.h"
+#include "panel/filewrite.h"
+
+#include <QFile>
+#include <QTimer>
+
+#include <cmath>
+
+namespace {
+// Sign, nine digits and milliseconds and a line feed: every value has the same length, so that a
+// change is one write in place and libfaketime never meets half a file. `date` and `hwclock` of the
+// panel write the same layout.
+constexpr char layout[] = "%+014.3f\n";
+// Often enough that the attribute is never older than the one second the agent tolerates.
+constexpr int refreshMs = 25;
+} // namespace
+
+PanelClock::PanelClock(const QString &folder, const QString &attribute)
+    : folder_(folder)
+    , attribute_(attribute)
+{
+    for (const char *name : {"system", "rtc", "fault"}) {
+        if (!QFile::exists(folder_ + '/' + name))
+            write(name, 0);
+    }
+    auto *timer = new QTimer(this);
+    connect(timer, &QTimer::timeout, this, &PanelClock::refresh);
+    timer->start(refreshMs);
+    refresh();
+}
+
+double PanelClock::read(const char *name) const
+{
+    return readWhole(folder_ + '/' + name).trimmed().toDouble();
+}
+
+void PanelClock::write(const char *name, double seconds) const
+{
+    writeInPlace(folder_ + '/' + name,
+                 QByteArray::fromStdString(QString::asprintf(layout, seconds).toStdString()));
+}
+
+QDateTime PanelClock::systemTime() const
+{
+    return QDateTime::currentDateTime().addMSecs(qint64(std::llround(read("system") * 1000)));
+}
+
+QDateTime PanelClock::rtcTime() const
+{
+    return QDateTime::currentDateTime().addMSecs(
+        qint64(std::llround((read("rtc") + read("fault")) * 1000)));
+}
+
+void PanelClock::setRtc(const QDateTime &time)
+{
+    write("rtc", QDateTime::currentDateTime().msecsTo(time) / 1000.0);
+}
+
+void PanelClock::setRtcFault(double seconds)
+{
+    write("fault", seconds);
+}
+
+void PanelClock::powerOn()
+{
+    write("system", read("rtc") + read("fault"));
+}
+
+void PanelClock::refresh()
+{
+    const qint64 seconds = rtcTime().toMSecsSinceEpoch() / 1000;
+    if (seconds == shown_)
+        return;
+    shown_ = seconds;
+    writeInPlace(attribute_, QByteArray::number(seconds) + '\n');
+}

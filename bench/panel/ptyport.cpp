@@ -1,0 +1,237 @@
+#include "panel/ptyport.h"
+#include "panel/bencherror.h"
+
+#include <QDir>
+#include <QFile>
+#include <QSocketNotifier>
+#include <QTimer>
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <poll.h>
+#include <pty.h>
+#include <sys/ioctl.h>
+#include <termios.h>
+#include <time.h>
+#include <unistd.h>
+
+namespace {
+
+struct PortTrait {
+    const char *name;
+    int bitsPerByte; // on the wire, start to stop bit; the pty keeps neither parity nor 7 data bits
+};
+const PortTrait traits[portCount] = {
+    {"ttyO1", 11}, // 8E1
+    {"ttyO3", 10}, // 7E1, or 8N1 as half of RS-422
+    {"ttyO4", 10}, {"ttyUSB0", 10}, {"ttyGS0", 10},
+};
+
+struct SpeedCode {
+    speed_t code;
+    int baud;
+};
+const SpeedCode speeds[] = {
+    {B4800, 4800},   {B9600, 9600},   {B19200, 19200},
+    {B38400, 38400}, {B57600, 57600}, {B115200, 115200},
+};
+
+} // namespace
+
+const char *portName(Port port)
+{
+    return traits[int(port)].name;
+}
+
+qint64 monotonicNs()
+{
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return qint64(now.tv_sec) * 1000000000 + now.tv_nsec;
+}
+
+PtyPort::Pty PtyPort::openPty()
+{
+    Pty pty;
+    char path[64];
+    if (openpty(&pty.master, &pty.slave, path, nullptr, nullptr) != 0)
+        throw BenchError(QString("No pseudo terminal to be had (%1): close some terminals or raise "
+                                 "/proc/sys/kernel/pty/max")
+                             .arg(strerror(errno)));
+    // Raw from the start: a cooked slave would echo what arrives before its owner has set it up.
+    termios raw;
+    tcgetattr(pty.slave, &raw);
+    cfmakeraw(&raw);
+    tcsetattr(pty.slave, TCSANOW, &raw);
+    for (int fd : {pty.master, pty.slave})
+        fcntl(fd, F_SETFD, FD_CLOEXEC);
+    fcntl(pty.master, F_SETFL, O_NONBLOCK);
+    pty.path = path;
+    return pty;
+}
+
+PtyPort::PtyPort(Port id)
+    : id_(id)
+    , panel_(openPty())
+    , outside_(openPty())
+    , pace_(new QTimer(this))
+    , attach_(new QTimer(this))
+{
+    // The panel's slave stays open here, so that a restart of the agent is no hang-up. The outside
+    // slave does not: its hang-up tells that no program is attached.
+    ::close(outside_.slave);
+    outside_.slave = -1;
+    auto *fromPanelFd = new QSocketNotifier(panel_.master, QSocketNotifier::Read, this);
+    connect(fromPanelFd, &QSocketNotifier::activated, this, &PtyPort::readPanel);
+    fromOutside_ = new QSocketNotifier(outside_.master, QSocketNotifier::Read, this);
+    fromOutside_->setEnabled(false);
+    connect(fromOutside_, &QSocketNotifier::activated, this, &PtyPort::readOutside);
+    pace_->setInterval(1);
+    pace_->setTimerType(Qt::PreciseTimer);
+    connect(pace_, &QTimer::timeout, this, &PtyPort::pump);
+    attach_->setInterval(20);
+    connect(attach_, &QTimer::timeout, this, &PtyPort::watchOutside);
+    attach_->start();
+}
+
+PtyPort::~PtyPort()
+{
+    cut();
+    for (int fd : {panel_.master, panel_.slave, outside_.master})
+        ::close(fd);
+}
+
+int PtyPort::lineSpeed() const
+{
+    termios settings;
+    if (tcgetattr(panel_.slave, &settings) != 0)
+        return 0;
+    for (const SpeedCode &speed : speeds) {
+        if (speed.code == cfgetospeed(&settings))
+            return speed.baud;
+    }
+    return 0;
+}
+
+bool PtyPort::isOpenOnPanel() const
+{
+    const qint64 agent = agent_;
+    if (!agent)
+        return false;
+    const QDir fds(QString("/proc/%1/fd").arg(agent));
+    for (const QString &fd : fds.entryList(QDir::Files | QDir::System)) {
+        char target[64] = "";
+        if (readlink(QFile::encodeName(fds.filePath(fd)), target, sizeof target - 1) > 0
+            && panel_.path == target)
+            return true;
+    }
+    return false;
+}
+
+void PtyPort::send(const QByteArray &bytes)
+{
+    QMetaObject::invokeMethod(this, [this, bytes] { queue(bytes); });
+}
+
+void PtyPort::cable(PtyPort *a, PtyPort *b)
+{
+    a->cut();
+    b->cut();
+    a->far_ = b;
+    b->far_ = a;
+    for (auto [from, to] : {std::pair(a, b), std::pair(b, a)})
+        from->cable_ = {connect(from, &PtyPort::fromPanel, to,
+                                [to = to](const QByteArray &bytes) { to->queue(bytes); })};
+}
+
+void PtyPort::cut()
+{
+    for (PtyPort *end : {far_, this}) {
+        if (!end)
+            continue;
+        for (const auto &connection : qAsConst(end->cable_))
+            disconnect(connection);
+        end->cable_.clear();
+        end->far_ = nullptr;
+    }
+}
+
+void PtyPort::setPower(qint64 agent)
+{
+    agent_ = agent;
+    // Nothing of the last power-up is left on the line, nor the lock of a program that was killed.
+    tcflush(panel_.slave, TCIOFLUSH);
+    ioctl(panel_.slave, TIOCNXCL);
+}
+
+void PtyPort::readPanel()
+{
+    char bytes[4096];
+    const ssize_t n = ::read(panel_.master, bytes, sizeof bytes);
+    if (n <= 0)
+        return;
+    const QByteArray data(bytes, int(n));
+    const qint64 now = monotonicNs();
+    if (fromOutside_->isEnabled() && ::write(outside_.master, bytes, size_t(n)) != n)
+        qWarning("%s: the program outside does not read; bytes lost", portName(id_));
+    emit fromPanel(data, now);
+}
+
+void PtyPort::readOutside()
+{
+    char bytes[4096];
+    const ssize_t n = ::read(outside_.master, bytes, sizeof bytes);
+    if (n > 0)
+        queue(QByteArray(bytes, int(n)));
+    else if (errno == EIO)
+        fromOutside_->setEnabled(false); // the last program closed the port
+}
+
+// Nobody on the outside is a hang-up on its master, which would keep a notifier spinning.
+void PtyPort::watchOutside()
+{
+    if (fromOutside_->isEnabled())
+        return;
+    pollfd end{outside_.master, POLLIN, 0};
+    poll(&end, 1, 0);
+    if (!(end.revents & POLLHUP))
+        fromOutside_->setEnabled(true);
+}
+
+qint64 PtyPort::byteTime() const
+{
+    const int baud = lineSpeed();
+    return baud ? qint64(1000000000) * traits[int(id_)].bitsPerByte / baud : 0;
+}
+
+void PtyPort::queue(const QByteArray &bytes)
+{
+    if (line_.isEmpty())
+        arrived_ = qMax(arrived_, monotonicNs());
+    line_ += bytes;
+    pump();
+}
+
+void PtyPort::pump()
+{
+    const qint64 now = monotonicNs(), step = byteTime();
+    int n = 0;
+    for (; n < line_.size() && arrived_ + step <= now; ++n)
+        arrived_ += step;
+    if (n > 0) {
+        if (now - openAt_ > 10000000) {
+            open_ = isOpenOnPanel();
+            openAt_ = now;
+        }
+        const QByteArray bytes = line_.left(n);
+        line_.remove(0, n);
+        // What does not fit any more is lost, as in a UART whose reader is late.
+        if (open_ && ::write(panel_.master, bytes.constData(), size_t(n)) > 0)
+            emit intoPanel(bytes, now);
+    }
+    if (line_.isEmpty())
+        pace_->stop();
+    else if (!pace_->isActive())
+        pace_->start();
+}

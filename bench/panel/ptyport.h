@@ -1,0 +1,95 @@
+#pragma once
+
+#include <QByteArray>
+#include <QObject>
+#include <QString>
+
+#include <atomic>
+
+class QSocketNotifier;
+class QTimer;
+
+// The panel's serial devices, by the names the agent opens.
+enum class Port { ttyO1, ttyO3, ttyO4, ttyUSB0, ttyGS0 };
+constexpr int portCount = 5;
+const char *portName(Port port);
+
+// One serial port of a panel: a pty whose slave is the panel's device, and a second pty whose slave
+// any program of this machine can open as the far end of the cable (outsidePath()).
+//
+// Bytes towards the panel arrive at the pace of the line speed that the panel has set, and are lost
+// while nobody on the panel has the port open, as on a UART. Bytes from the panel go, at once, to
+// whoever listens: the signal, the program on the outside pty, the port at the other end of a
+// cable.
+//
+// The object lives in its panel's I/O thread, so that the traffic flows while the caller blocks.
+// All functions may be called from any thread; the signals are emitted in the I/O thread.
+class PtyPort : public QObject {
+    Q_OBJECT
+
+public:
+    // Throws BenchError when the machine has no pty left.
+    explicit PtyPort(Port id);
+    ~PtyPort() override;
+
+    Port id() const
+    {
+        return id_;
+    }
+    // The device file behind the panel's name, for example "/dev/pts/7".
+    QString panelPath() const
+    {
+        return panel_.path;
+    }
+    // The device file of the far end, for a station program or a terminal.
+    QString outsidePath() const
+    {
+        return outside_.path;
+    }
+    // Speed in baud that the panel last set on the port; 0 for none (the USB ports have no speed).
+    int lineSpeed() const;
+    // Whether a process of the panel holds the port open now.
+    bool isOpenOnPanel() const;
+    // Puts bytes on the line to the panel.
+    void send(const QByteArray &bytes);
+    // Lays a cable: what either panel sends, the other receives. Cutting one end cuts both.
+    static void cable(PtyPort *a, PtyPort *b);
+    void cut();
+
+    // For VirtualPanel. `agent` is the process that may hold the port open, 0 when the panel is
+    // off.
+    void setPower(qint64 agent);
+
+signals:
+    // Bytes as they left the panel or were delivered to it; `ns` is CLOCK_MONOTONIC.
+    void fromPanel(const QByteArray &bytes, qint64 ns);
+    void intoPanel(const QByteArray &bytes, qint64 ns);
+
+private:
+    struct Pty {
+        int master = -1, slave = -1;
+        QString path;
+    };
+    static Pty openPty();
+    void readPanel();
+    void readOutside();
+    void watchOutside();
+    void queue(const QByteArray &bytes);
+    void pump();
+    qint64 byteTime() const;
+
+    const Port id_;
+    Pty panel_, outside_;
+    std::atomic<qint64> agent_{0};
+    QSocketNotifier *fromOutside_;
+    QTimer *pace_, *attach_;
+    QByteArray line_; // bytes on their way to the panel
+    qint64 arrived_ = 0; // when the last byte before them arrived, CLOCK_MONOTONIC in ns
+    bool open_ = false; // what isOpenOnPanel() said at openAt_; looked up anew every few bytes
+    qint64 openAt_ = 0;
+    QList<QMetaObject::Connection> cable_;
+    PtyPort *far_ = nullptr;
+};
+
+// CLOCK_MONOTONIC in nanoseconds, the time base of all of the bench's time stamps.
+qint64 monotonicNs();

@@ -1,0 +1,128 @@
+#include "panel/sandbox.h"
+#include "panel/virtualpanel.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QStandardPaths>
+
+namespace {
+
+void needProgram(const char *program, const char *package)
+{
+    if (QStandardPaths::findExecutable(program).isEmpty())
+        throw BenchError(QString("%1 is not installed: apt-get install %2").arg(program, package));
+}
+
+// A library that is to be preloaded but is missing would be ignored with a mere warning, and the
+// panel would run on the machine's clock: look first.
+void needLibrary(const char *folder, const char *name, const char *package)
+{
+    for (const QFileInfo &lib : QDir("/usr/lib").entryInfoList({"*-linux-*"}, QDir::Dirs)) {
+        if (QFile::exists(lib.filePath() + '/' + folder + name))
+            return;
+    }
+    throw BenchError(QString("%1 is not installed: apt-get install %2").arg(name, package));
+}
+
+void checkMachine(const PanelOptions &options)
+{
+    needProgram("bwrap", "bubblewrap");
+    needProgram("socat", "socat");
+    needLibrary("faketime/", "libfaketimeMT.so.1", "libfaketime");
+    needLibrary("", "libeatmydata.so", "libeatmydata1");
+    if (!QFileInfo(options.agent).isExecutable())
+        throw BenchError(QString("The agent %1 does not exist: build it first, or name another")
+                             .arg(options.agent));
+}
+
+QStringList environment()
+{
+    QStringList args{"--clearenv"};
+    const QPair<QString, QString> variables[] = {
+        {"PATH", "/usr/local/bin:/usr/local/ict:/usr/sbin:/usr/bin:/sbin:/bin"},
+        {"HOME", "/root"},
+        {"LANG", "C.UTF-8"},
+        {"XDG_RUNTIME_DIR", "/root"},
+        {"QT_QPA_PLATFORM", "vnc:size=800x480:port=5900"},
+        // The agent syncs after every record. libeatmydata leaves that out: there is no power to
+        // fail here, and each sync would flush the disks of the whole machine.
+        {"PANEL_PRELOAD", "libeatmydata.so /usr/$LIB/faketime/libfaketimeMT.so.1"},
+        {"FAKETIME_TIMESTAMP_FILE", "/run/bench/clock/system"},
+        {"FAKETIME_NO_CACHE", "1"},
+        {"DONT_FAKE_MONOTONIC", "1"},
+        {"NO_FAKE_STAT", "1"},
+    };
+    for (const auto &variable : variables)
+        args << "--setenv" << variable.first << variable.second;
+    for (const char *name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS", "LSAN_OPTIONS"}) {
+        if (qEnvironmentVariableIsSet(name))
+            args << "--setenv" << name << qEnvironmentVariable(name);
+    }
+    return args;
+}
+
+QStringList fileSystem(const PanelOptions &options, const QString &root)
+{
+    QStringList args{"--bind",     root,       "/",       "--ro-bind",
+                     "/usr",       "/usr",     "--bind",  root + "/usr/local",
+                     "/usr/local", "--proc",   "/proc",   "--dev-bind",
+                     "/dev/pts",   "/dev/pts", "--tmpfs", "/dev/shm"};
+    for (const char *device :
+         {"/dev/null", "/dev/zero", "/dev/full", "/dev/random", "/dev/urandom"})
+        args << "--dev-bind" << device << device;
+    for (const char *path : {"/etc/fonts", "/etc/alternatives", "/etc/ld.so.cache"})
+        args << "--ro-bind-try" << path << path;
+    const QString ict = root + "/usr/local/ict";
+    if (options.ictDisk == IctDisk::readOnly)
+        args << "--ro-bind" << ict << "/usr/local/ict";
+    if (options.ictDisk == IctDisk::full)
+        args << "--bind" << ict << "/run/bench/ict"
+             << "--size"
+             << "1048576"
+             << "--tmpfs"
+             << "/usr/local/ict";
+    return args << "--ro-bind" << options.agent
+                << "/run/bench/" + QFileInfo(options.agent).fileName();
+}
+
+} // namespace
+
+QStringList sandboxArguments(const PanelOptions &options, const QString &root,
+                             const QStringList &agentArgs)
+{
+    checkMachine(options);
+    // Each namespace by name: "--unshare-all" would go on without a user namespace where it cannot
+    // have one, and as root the panel's `date` would then set this machine's clock.
+    QStringList args{"--unshare-user",
+                     "--unshare-pid",
+                     "--unshare-net",
+                     "--unshare-ipc",
+                     "--unshare-uts",
+                     "--uid",
+                     "0",
+                     "--gid",
+                     "0",
+                     "--hostname",
+                     "panel",
+                     "--cap-drop",
+                     "ALL",
+                     "--die-with-parent",
+                     "--new-session"};
+    args << environment() << fileSystem(options, root) << "--chdir"
+         << "/";
+    args << "/run/bench/init"
+         << "/run/bench/" + QFileInfo(options.agent).fileName();
+    return args + agentArgs;
+}
+
+QString sandboxRemedy(const QByteArray &errorOutput)
+{
+    if (errorOutput.contains("namespace") || errorOutput.contains("uid map")
+        || errorOutput.contains("Operation not permitted"))
+        return "user namespaces are forbidden here: allow them with \"sysctl -w "
+               "kernel.unprivileged_userns_clone=1 "
+               "kernel.apparmor_restrict_unprivileged_userns=0\" (whichever this kernel has) and a "
+               "user.max_user_namespaces above 0, and in a container with the security options "
+               "that permit them";
+    return "the panel's sandbox did not start";
+}

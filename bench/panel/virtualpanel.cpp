@@ -1,0 +1,344 @@
+#include "panel/virtualpanel.h"
+#include "panel/filewrite.h"
+#include "panel/panelimage.h"
+#include "panel/sandbox.h"
+#include "panel/vncgate.h"
+
+#include <QDir>
+#include <QFileInfo>
+
+#include <csignal>
+#include <sys/stat.h>
+
+namespace {
+
+// Creates an object of the I/O thread there. Exceptions of the constructor reach the caller, for
+// the constructor runs here; its timers and notifiers start with the move.
+template <typename T> T *inThread(QThread &thread, T *object)
+{
+    object->moveToThread(&thread);
+    QObject::connect(&thread, &QThread::finished, object, &QObject::deleteLater);
+    return object;
+}
+
+QList<qint64> childrenOf(qint64 pid)
+{
+    QList<qint64> children;
+    for (const QByteArray &child :
+         readWhole(QString("/proc/%1/task/%1/children").arg(pid)).simplified().split(' ')) {
+        if (!child.isEmpty())
+            children.append(child.toLongLong());
+    }
+    return children;
+}
+
+} // namespace
+
+VirtualPanel::VirtualPanel(const PanelOptions &options, QObject *parent)
+    : QObject(parent)
+    , options_(options)
+    , folder_(options.folder)
+{
+    if (options_.agent.isEmpty())
+        options_.agent = BENCH_AGENT;
+    if (folder_.isEmpty()) {
+        temporary_ = std::make_unique<QTemporaryDir>(QDir::tempPath() + "/ict-panel-XXXXXX");
+        folder_ = temporary_->path();
+    }
+    folder_ = QFileInfo(folder_).absoluteFilePath();
+    root_ = folder_ + "/root";
+    const QString socket = hostPath("/run/bench/vnc");
+    if (socket.size() > 100) // a socket's path has 108 bytes
+        throw BenchError(QString("The panel's folder %1 has too long a path: choose a shorter one")
+                             .arg(folder_));
+
+    io_.setObjectName("panel I/O");
+    // Objects that were created before one of them throws need the thread to be deleted in.
+    io_.start();
+    try {
+        for (int i = 0; i < portCount; ++i)
+            ports_[size_t(i)] = inThread(io_, new PtyPort(Port(i)));
+        layOutPanel(root_);
+        clock_ = inThread(
+            io_, new PanelClock(hostPath("/run/bench/clock"), hostPath(attribute::sinceEpoch)));
+        events_ = inThread(io_, new InputEvents(hostPath("/dev/input/event1")));
+        gate_ = inThread(io_, new VncGate(options_.vncPort, socket));
+    } catch (...) {
+        io_.quit();
+        io_.wait();
+        throw;
+    }
+    screen_ = std::make_unique<VncScreen>(socket);
+    connect(&sandbox_, QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished), this,
+            [this](int code) { ended(code); });
+}
+
+VirtualPanel::~VirtualPanel()
+{
+    powerOff();
+    screen_.reset();
+    io_.quit();
+    io_.wait();
+}
+
+void VirtualPanel::factoryNew()
+{
+    if (isOn())
+        throw BenchError("The panel must be off to be made factory-new");
+    clearPanel(root_);
+    layOutPanel(root_);
+}
+
+void VirtualPanel::powerOn(const QStringList &agentArgs)
+{
+    if (isOn())
+        return;
+    const QStringList args = sandboxArguments(options_, root_, agentArgs);
+    clearVolatile(root_);
+    setAttribute(attribute::backlight, "100");
+    clock_->powerOn();
+    setPlugged(Port::ttyGS0, true);
+    for (Port uart : {Port::ttyO1, Port::ttyO3, Port::ttyO4})
+        linkPort(uart, "/dev/", "pts/");
+    setPortPower(0);
+    outputStart_ = QFileInfo(folder_ + "/agent.log").size();
+    errorStart_ = QFileInfo(folder_ + "/agent.err").size();
+    exitStatus_ = -1;
+    // Files, not pipes: nobody has to read while the caller blocks. And not our standard input,
+    // which the agent makes non-blocking.
+    sandbox_.setStandardInputFile(QProcess::nullDevice());
+    sandbox_.setStandardOutputFile(folder_ + "/agent.log", QIODevice::Append);
+    sandbox_.setStandardErrorFile(folder_ + "/agent.err", QIODevice::Append);
+    sandbox_.start("bwrap", args);
+    awaitBoot();
+    setPortPower(agentPid());
+    emit powered(true);
+}
+
+void VirtualPanel::awaitBoot()
+{
+    const QString mark = hostPath("/run/bench/booted");
+    QElapsedTimer clock;
+    clock.start();
+    bool over = false;
+    while (!QFile::exists(mark)) {
+        if (over) {
+            const QByteArray said = errorOutput().trimmed();
+            powerOff();
+            throw BenchError(sandboxRemedy(said) + " (" + said + ')');
+        }
+        over = sandbox_.waitForFinished(2) || sandbox_.state() == QProcess::NotRunning
+            || clock.elapsed() > 20000;
+    }
+}
+
+void VirtualPanel::powerOff()
+{
+    if (sandbox_.state() == QProcess::NotRunning)
+        return;
+    // The first process of the panel's own numbering: when it is gone, so are all others, and only
+    // then does bubblewrap itself end. Killing bubblewrap would not wait for them.
+    const QList<qint64> children = childrenOf(sandbox_.processId());
+    for (qint64 pid : children)
+        ::kill(pid_t(pid), SIGKILL);
+    if (children.isEmpty() || !sandbox_.waitForFinished(5000))
+        sandbox_.kill();
+    sandbox_.waitForFinished(5000);
+}
+
+void VirtualPanel::ended(int code)
+{
+    exitStatus_ = code;
+    setPortPower(0);
+    screen_->disconnect();
+    emit powered(false);
+}
+
+void VirtualPanel::powerCycle(const QStringList &agentArgs)
+{
+    powerOff();
+    powerOn(agentArgs);
+}
+
+bool VirtualPanel::isOn()
+{
+    if (sandbox_.state() != QProcess::NotRunning)
+        sandbox_.waitForFinished(0); // notices an end without the event loop
+    return sandbox_.state() != QProcess::NotRunning;
+}
+
+int VirtualPanel::waitForExit(int ms)
+{
+    if (isOn())
+        sandbox_.waitForFinished(ms);
+    return exitStatus_;
+}
+
+qint64 VirtualPanel::agentPid() const
+{
+    if (sandbox_.state() == QProcess::NotRunning)
+        return 0;
+    // bubblewrap, the sandbox's first process, and as its oldest child the agent.
+    const QList<qint64> first = childrenOf(sandbox_.processId());
+    const QList<qint64> own = first.isEmpty() ? first : childrenOf(first.first());
+    return own.isEmpty() ? 0 : own.first();
+}
+
+QByteArray VirtualPanel::sinceBoot(const char *file, qint64 start) const
+{
+    return readWhole(folder_ + file).mid(int(start));
+}
+
+void VirtualPanel::setPortPower(qint64 agent)
+{
+    for (PtyPort *port : ports_)
+        port->setPower(agent);
+}
+
+void VirtualPanel::setPlugged(Port id, bool plugged)
+{
+    if (plugged)
+        linkPort(id, "/dev/plugged/", "../pts/");
+    else
+        QFile::remove(hostPath(QString("/dev/plugged/") + portName(id)));
+}
+
+// Names a port's pty by its place inside the panel.
+void VirtualPanel::linkPort(Port id, const QString &folder, const QString &ptys)
+{
+    const QString file = hostPath(folder + portName(id));
+    QFile::remove(file);
+    QFile::link(ptys + port(id)->panelPath().section('/', -1), file);
+}
+
+void VirtualPanel::setPresent(const QString &panelPath, bool present)
+{
+    const QString here = hostPath(panelPath), away = here + ".away";
+    QFile::rename(present ? away : here, present ? here : away);
+}
+
+QString VirtualPanel::hostPath(const QString &panelPath) const
+{
+    if (options_.ictDisk == IctDisk::full && agentPid() && panelPath.startsWith("/usr/local/ict"))
+        return QString("/proc/%1/root").arg(agentPid()) + panelPath;
+    return root_ + panelPath;
+}
+
+QByteArray VirtualPanel::readFile(const QString &panelPath) const
+{
+    return readWhole(hostPath(panelPath));
+}
+
+void VirtualPanel::writeFile(const QString &panelPath, const QByteArray &content)
+{
+    QFile file(hostPath(panelPath));
+    if (!file.open(QIODevice::WriteOnly) || file.write(content) != content.size())
+        throw BenchError(QString("Cannot write %1: %2").arg(file.fileName(), file.errorString()));
+}
+
+void VirtualPanel::setAttribute(const QString &panelPath, const QByteArray &value)
+{
+    if (!writeInPlace(hostPath(panelPath), value + '\n'))
+        throw BenchError(QString("Cannot write the attribute %1").arg(hostPath(panelPath)));
+}
+
+QByteArray VirtualPanel::attribute(const QString &panelPath) const
+{
+    return readFile(panelPath).trimmed();
+}
+
+int VirtualPanel::backlight() const
+{
+    return attribute(attribute::backlight).toInt();
+}
+
+QVector<ToolCall> VirtualPanel::calls() const
+{
+    QVector<ToolCall> calls;
+    for (const QByteArray &line : readFile("/run/bench/calls").split('\n')) {
+        const QStringList fields = QString::fromUtf8(line).split('\t');
+        if (fields.size() >= 2)
+            calls.append({qint64(fields[0].toDouble() * 1e9), fields[1], fields.mid(2)});
+    }
+    return calls;
+}
+
+void VirtualPanel::clearCalls()
+{
+    QFile::resize(hostPath("/run/bench/calls"), 0);
+}
+
+void VirtualPanel::toolPrints(const QString &tool, const QByteArray &text)
+{
+    restoreTool(tool);
+    // Complete before it has its name: a call meets all of it or nothing.
+    const QString file = "/run/bench/fault/" + tool;
+    writeFile(file + ".new", text);
+    QFile::rename(hostPath(file + ".new"), hostPath(file));
+}
+
+void VirtualPanel::toolHangs(const QString &tool)
+{
+    restoreTool(tool);
+    mkfifo(QFile::encodeName(hostPath("/run/bench/fault/" + tool)), 0600);
+}
+
+void VirtualPanel::toolMissing(const QString &tool)
+{
+    restoreTool(tool);
+    QFile::remove(hostPath(toolPath(tool)));
+}
+
+void VirtualPanel::restoreTool(const QString &tool)
+{
+    if (toolPath(tool).isEmpty())
+        throw BenchError(QString("The panel's image has no program %1").arg(tool));
+    QFile::remove(hostPath("/run/bench/fault/" + tool));
+    QFile::remove(hostPath(toolPath(tool)));
+    QFile::link("/run/bench/toolbox", hostPath(toolPath(tool)));
+}
+
+QByteArray VirtualPanel::bootEnvironment() const
+{
+    return readFile("/var/lib/bootenv");
+}
+
+quint16 VirtualPanel::vncPort() const
+{
+    return gate_->port();
+}
+
+// The ADC first: the agent reads it when the pointer event reaches it.
+void VirtualPanel::sampleTouch(const QPoint &spot)
+{
+    const QPoint raw = touch_.raw(spot);
+    setAttribute(attribute::adcX, QByteArray::number(raw.x()));
+    setAttribute(attribute::adcY, QByteArray::number(raw.y()));
+    pointer_ = TouchPanel::pixel(raw, readFile("/etc/pointercal"));
+}
+
+void VirtualPanel::touchPress(const QPoint &spot)
+{
+    sampleTouch(spot);
+    setAttribute(attribute::pressure, "350");
+    screen_->pointer(pointer_, true);
+}
+
+void VirtualPanel::touchMove(const QPoint &spot)
+{
+    sampleTouch(spot);
+    screen_->pointer(pointer_, true);
+}
+
+void VirtualPanel::touchRelease()
+{
+    setAttribute(attribute::pressure, "0");
+    screen_->pointer(pointer_, false);
+}
+
+void VirtualPanel::tap(const QPoint &spot, int holdMs)
+{
+    touchPress(spot);
+    ::waitFor([] { return false; }, holdMs);
+    touchRelease();
+}

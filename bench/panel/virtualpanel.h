@@ -1,0 +1,193 @@
+#pragma once
+
+#include "panel/bencherror.h"
+#include "panel/inputevents.h"
+#include "panel/panelclock.h"
+#include "panel/ptyport.h"
+#include "panel/touchpanel.h"
+#include "panel/vncscreen.h"
+#include "panel/wait.h"
+
+#include <QObject>
+#include <QProcess>
+#include <QStringList>
+#include <QTemporaryDir>
+#include <QThread>
+#include <QVector>
+
+#include <array>
+#include <memory>
+
+class VncGate;
+
+// How the panel's /usr/local/ict is mounted. `full` is a file system with the panel's files and no
+// free byte; what the agent writes there is gone at power-off.
+enum class IctDisk { normal, readOnly, full };
+
+struct PanelOptions {
+    QString folder; // the panel's persistent files; empty: a temporary folder, removed at the end
+    QString agent; // the program that runs as the agent; empty: the ict-agent of this build
+    quint16 vncPort = 0; // TCP port for VNC viewers on 127.0.0.1; 0: any free one
+    IctDisk ictDisk = IctDisk::normal;
+};
+
+// One call of a program or script of the panel's image, as the panel's software made it.
+struct ToolCall {
+    qint64 ns; // CLOCK_MONOTONIC, to 10 ms
+    QString tool; // base name, for example "modprobe" or "lcd_circuit_test_pattern.sh"
+    QStringList args;
+    // Tool and arguments with blanks between, for comparisons and messages.
+    QString line() const
+    {
+        return (QStringList(tool) + args).join(' ');
+    }
+};
+
+// Paths of the virtual hardware, for setAttribute() and hostPath().
+namespace attribute {
+constexpr char backlight[] = "/sys/class/backlight/backlight/brightness";
+constexpr char adcX[] = "/sys/class/input/input0/device/ADC_X";
+constexpr char adcY[] = "/sys/class/input/input0/device/ADC_Y";
+constexpr char pressure[] = "/sys/class/input/input0/device/Warden_ADC_Z";
+constexpr char sinceEpoch[] = "/sys/class/rtc/rtc0/since_epoch";
+// 12-bit inputs: 4 the 5 V rail / 3, 5 the 3.3 V rail / 2, 6 the battery / 3, 7 a thermistor.
+inline QString voltage(int channel)
+{
+    return QString("/sys/bus/iio/devices/iio:device0/in_voltage%1_raw").arg(channel);
+}
+} // namespace attribute
+
+// A panel that is not there: runs the unmodified agent in a sandbox with a file system, devices,
+// ports, clock and screen of the panel's own. Nothing inside reaches the machine's own.
+//
+// Use from one thread (but for the ports, see PtyPort); that thread must outlive the power-on, for
+// the sandbox dies with it. Its events need not run: the traffic has a thread of its own.
+// Functions throw BenchError when the bench itself cannot work, with the remedy in the text.
+// The destructor switches off and leaves no process and no mount behind.
+class VirtualPanel : public QObject {
+    Q_OBJECT
+
+public:
+    explicit VirtualPanel(const PanelOptions &options = {}, QObject *parent = nullptr);
+    ~VirtualPanel() override;
+
+    // Empties the folder: the panel is as it left the board factory. Only while off.
+    void factoryNew();
+
+    // Power. On returns as soon as the agent's process exists, not when it is ready. Off kills
+    // everything at once, as a mains switch does. Both are no-ops when already so.
+    void powerOn(const QStringList &agentArgs = {});
+    void powerOff();
+    void powerCycle(const QStringList &agentArgs = {});
+    // False after a power-off and as soon as the agent has ended.
+    bool isOn();
+    // Waits for the agent to end by itself; its exit status (128 + n if signal n killed it), or -1
+    // when it still runs after `ms`. The status stays until the next power-on.
+    int waitForExit(int ms);
+    // The agent's process as this machine numbers it; 0 when off.
+    qint64 agentPid() const;
+    // What the agent printed on standard output, and error, since the last power-on.
+    QByteArray output() const
+    {
+        return sinceBoot("/agent.log", outputStart_);
+    }
+    QByteArray errorOutput() const
+    {
+        return sinceBoot("/agent.err", errorStart_);
+    }
+
+    // Ports. A USB port's device file exists while it is plugged and its driver loaded (modprobe).
+    PtyPort *port(Port id) const
+    {
+        return ports_[size_t(id)];
+    }
+    // What a PC-side program opens as the PC link; at level BI that is ttyO3, else ttyO1.
+    QString linkPath(Port id = Port::ttyO1) const
+    {
+        return port(id)->outsidePath();
+    }
+    void setPlugged(Port id, bool plugged);
+    // Takes a device or attribute file away, or puts the same one back.
+    void setPresent(const QString &panelPath, bool present);
+    // The thread of the ports. Fixture objects that answer on their own are moved to it.
+    QThread *ioThread()
+    {
+        return &io_;
+    }
+
+    // Files. The place on this machine of a file of the panel, "/usr/local/ict/..." or a device or
+    // attribute. With IctDisk::full, files of /usr/local/ict are found while the panel is on.
+    QString hostPath(const QString &panelPath) const;
+    QString folder() const
+    {
+        return folder_;
+    }
+    QByteArray readFile(const QString &panelPath) const; // empty if missing
+    void writeFile(const QString &panelPath, const QByteArray &content);
+
+    // Attributes. A change is one write of equal length: no reader ever meets an empty file.
+    void setAttribute(const QString &panelPath, const QByteArray &value);
+    QByteArray attribute(const QString &panelPath) const; // without the line end
+    int backlight() const; // what the panel last wrote, in percent
+
+    // The image's programs. Every call is recorded; a fault stays until restoreTool().
+    QVector<ToolCall> calls() const;
+    void clearCalls();
+    void toolPrints(const QString &tool, const QByteArray &text); // and does nothing; "" is silence
+    void toolHangs(const QString &tool);
+    void toolMissing(const QString &tool);
+    void restoreTool(const QString &tool);
+    // What fw_setenv was given since factory-new, line by line.
+    QByteArray bootEnvironment() const;
+
+    PanelClock &clock()
+    {
+        return *clock_;
+    }
+    InputEvents &events() // the buzzer
+    {
+        return *events_;
+    }
+    VncScreen &screen()
+    {
+        return *screen_;
+    }
+    quint16 vncPort() const;
+
+    // Touches, as a finger makes them: where the pixel ends up is up to touchPanel() and to the
+    // pointer calibration on the panel. Coordinates are pixels of the glass.
+    TouchPanel &touchPanel()
+    {
+        return touch_;
+    }
+    void touchPress(const QPoint &spot);
+    void touchMove(const QPoint &spot);
+    void touchRelease();
+    void tap(const QPoint &spot, int holdMs = 60);
+
+signals:
+    void powered(bool on);
+
+private:
+    void ended(int code);
+    void awaitBoot();
+    void setPortPower(qint64 agent);
+    void linkPort(Port id, const QString &folder, const QString &ptys);
+    QByteArray sinceBoot(const char *file, qint64 start) const;
+    void sampleTouch(const QPoint &spot);
+
+    PanelOptions options_;
+    std::unique_ptr<QTemporaryDir> temporary_;
+    QString folder_, root_;
+    QProcess sandbox_;
+    int exitStatus_ = -1;
+    qint64 outputStart_ = 0, errorStart_ = 0; // where this boot's part of the logs begins
+    QThread io_;
+    std::array<PtyPort *, portCount> ports_;
+    PanelClock *clock_ = nullptr;
+    InputEvents *events_ = nullptr;
+    VncGate *gate_ = nullptr;
+    std::unique_ptr<VncScreen> screen_;
+    TouchPanel touch_;
+    QPoint pointer_;
+};

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <QImage>
+#include <QPoint>
+#include <QString>
+
+#include <functional>
+
+struct _rfbClient;
+
+// The panel's 800 x 480 screen and pointer, seen through the VNC server of the toolkit on the
+// panel. Connects by itself and again after a power cycle. Use from one thread.
+class VncScreen {
+public:
+    explicit VncScreen(const QString &socket);
+    ~VncScreen();
+
+    // What the screen shows now; a null image when the panel did not answer within `ms` (it is off,
+    // or a test blocks its event loop).
+    QImage grab(int ms = 5000);
+    // Grabs until the image satisfies the predicate; the last image either way, null if there was
+    // none. `*satisfied`, if given, tells which.
+    QImage waitFor(const std::function<bool(const QImage &)> &predicate, int ms,
+                   bool *satisfied = nullptr);
+    // Moves the pointer, with the button held or not. False when the panel is not connected.
+    bool pointer(const QPoint &pixel, bool pressed);
+    void disconnect();
+
+private:
+    bool connect(int ms);
+    static void updated(_rfbClient *client, int x, int y, int w, int h);
+
+    const QString socket_;
+    _rfbClient *client_ = nullptr;
+    int received_ = 0; // pixels since the last full request
+};

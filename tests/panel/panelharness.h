@@ -1,0 +1,83 @@
+#pragma once
+
+#include "panel/virtualpanel.h"
+
+#include <QElapsedTimer>
+#include <QSerialPort>
+#include <QtTest>
+
+// Options of a panel that runs something else than the agent, to look at the bench itself.
+inline PanelOptions running(const QString &program)
+{
+    PanelOptions options;
+    options.agent = program;
+    return options;
+}
+
+// Runs a shell script as the panel's agent until it ends; what it printed.
+inline QByteArray runInside(VirtualPanel &panel, const QString &script, int ms = 20000)
+{
+    panel.powerOn({"-c", script});
+    panel.waitForExit(ms);
+    panel.powerOff();
+    return panel.output();
+}
+
+// The request frame of a four-character code to station `station`.
+inline QByteArray requestFrame(const QByteArray &code, const QByteArray &station = "00")
+{
+    uchar sum = 0;
+    for (char byte : QByteArray::fromHex(station + code))
+        sum = uchar(sum + uchar(byte));
+    return ':' + station + code + QByteArray::number(uchar(-sum) | 0x100, 16).right(2).toUpper()
+        + "\r\n";
+}
+
+// A PC-side program on one of the panel's ports.
+class PcPort {
+public:
+    explicit PcPort(VirtualPanel &panel, Port port = Port::ttyO1)
+    {
+        serial_.setPortName(panel.linkPath(port));
+        if (!serial_.open(QIODevice::ReadWrite))
+            qFatal("%s: %s", qPrintable(serial_.portName()), qPrintable(serial_.errorString()));
+    }
+    void write(const QByteArray &bytes)
+    {
+        serial_.write(bytes);
+        serial_.flush();
+    }
+    // What arrives until `size` bytes are there or `ms` are over.
+    QByteArray read(int size, int ms)
+    {
+        QElapsedTimer clock;
+        clock.start();
+        QByteArray bytes;
+        while (bytes.size() < size && clock.elapsed() < ms) {
+            serial_.waitForReadyRead(10);
+            bytes += serial_.readAll();
+        }
+        return bytes;
+    }
+    // Sends as a station does, again and again until an answer comes; empty after `ms`.
+    QByteArray ask(const QByteArray &request, int size = 11, int ms = 5000)
+    {
+        QElapsedTimer clock;
+        clock.start();
+        QByteArray reply;
+        while (reply.isEmpty() && clock.elapsed() < ms) {
+            write(request);
+            reply = read(size, 1000);
+        }
+        return reply;
+    }
+
+private:
+    QSerialPort serial_;
+};
+
+// Colour of the screen at a spot; black when there is no picture.
+inline QColor colourAt(const QImage &image, int x, int y)
+{
+    return image.isNull() ? QColor(Qt::black) : image.pixelColor(x, y);
+}

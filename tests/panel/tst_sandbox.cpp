@@ -1,0 +1,294 @@
+#include "panel/panelharness.h"
+
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
+
+// The bench itself: whether what happens inside a panel stays there, and whether its virtual
+// hardware behaves as the real one would.
+class TstSandbox : public QObject {
+    Q_OBJECT
+
+private slots:
+    void clockStaysInside_data();
+    void clockStaysInside();
+    void rtcSurvivesPowerCycle();
+    void wireRunsAtLineSpeed();
+    void unreadPortLosesBytes();
+    void usbPortsComeAndGo();
+    void attributesAreNeverEmpty();
+    void buzzerIsHeard();
+    void toolsAreRecordedAndFail();
+    void diskFaults();
+    void networkIsItsOwn();
+    void agentOutlivesNothing();
+    void remediesAreNamed_data();
+    void remediesAreNamed();
+};
+
+namespace {
+
+// Between this machine's clock and its uptime, in seconds: moves only if somebody sets the clock.
+double machineOffset()
+{
+    timespec wall;
+    clock_gettime(CLOCK_REALTIME, &wall);
+    return double(wall.tv_sec) + double(wall.tv_nsec) / 1e9 - double(monotonicNs()) / 1e9;
+}
+
+} // namespace
+
+void TstSandbox::clockStaysInside_data()
+{
+    QTest::addColumn<QString>("command");
+    QTest::addColumn<bool>("works");
+    QTest::newRow("date through the panel's image") << "date 010100002015" << true;
+    QTest::newRow("date with seconds") << "date 0101000015.00" << true;
+    QTest::newRow("date's own system call") << "/usr/bin/date -s '2015-01-01 00:00'" << false;
+    QTest::newRow("the bare system call")
+        << "LD_PRELOAD= /usr/bin/date -s '2015-01-01 00:00'" << false;
+    QTest::newRow("hwclock") << "hwclock -w -u" << false;
+}
+
+void TstSandbox::clockStaysInside()
+{
+    QFETCH(QString, command);
+    QFETCH(bool, works);
+    VirtualPanel panel(running("/bin/sh"));
+
+    // First that it cannot do harm, and only then the attempt.
+    QByteArray space = QFile::symLinkTarget("/proc/self/ns/user").section('/', -1).toLatin1();
+    const QByteArray guard =
+        runInside(panel, "readlink /proc/self/ns/user; grep CapEff /proc/self/status");
+    QVERIFY2(!guard.contains(space) && guard.contains("user:["), guard);
+    QVERIFY2(guard.contains("CapEff:\t0000000000000000"), guard);
+
+    const double before = machineOffset();
+    const QByteArray printed =
+        runInside(panel, command + " >/dev/null 2>&1; sh -c 'date +%Y-%m-%d'");
+    QVERIFY(qAbs(machineOffset() - before) < 0.5);
+    const QByteArray today = QDate::currentDate().toString(Qt::ISODate).toLatin1();
+    QCOMPARE(printed.trimmed(), works ? QByteArray("2015-01-01") : today);
+}
+
+void TstSandbox::rtcSurvivesPowerCycle()
+{
+    VirtualPanel panel(running("/bin/sh"));
+    runInside(
+        panel,
+        "cp /usr/share/zoneinfo/Asia/Taipei /etc/localtime; date 112110112026.12; hwclock -w -u");
+    // UTC+8 from here on; the layout is what the agent takes apart by columns.
+    const QByteArray next = runInside(
+        panel,
+        "date '+%a %b %e %H:%M'; hwclock -r -u; cat /sys/class/rtc/rtc0/since_epoch; date +%s");
+    const QList<QByteArray> lines = next.split('\n');
+    QCOMPARE(lines[0], QByteArray("Sat Nov 21 10:11"));
+    QVERIFY2(QRegExp("Sat Nov 21 10:11:[1-5]\\d 2026  .*").exactMatch(lines[1]), next);
+    QVERIFY2(qAbs(lines[2].toLongLong() - 1795227072) < 30, next);
+    QVERIFY2(qAbs(lines[2].toLongLong() - lines[3].toLongLong()) <= 1, next);
+
+    panel.clock().setRtcFault(100); // an RTC that is ahead of what it was set to
+    const QByteArray faulty =
+        runInside(panel,
+                  "hwclock -w -u; date +%s; cat /sys/class/rtc/rtc0/since_epoch; sleep 2; date "
+                  "+%s; cat /sys/class/rtc/rtc0/since_epoch");
+    const QList<QByteArray> times = faulty.split('\n');
+    QVERIFY2(qAbs(times[3].toLongLong() - times[2].toLongLong() - 100) <= 1, faulty);
+    QVERIFY2(times[2].toLongLong() - times[0].toLongLong() >= 2, faulty);
+}
+
+void TstSandbox::wireRunsAtLineSpeed()
+{
+    VirtualPanel panel(running("/bin/sh"));
+    panel.powerOn({"-c",
+                   "stty -F /dev/ttyO1 9600 raw; stty -F /dev/ttyO3 19200; echo x; exec cat "
+                   "/dev/ttyO1 >/dev/ttyO1"});
+    QTRY_VERIFY(panel.port(Port::ttyO1)->isOpenOnPanel());
+    QCOMPARE(panel.port(Port::ttyO3)->lineSpeed(), 19200);
+    PcPort pc(panel);
+    QTRY_COMPARE(pc.ask("?", 1, 100), QByteArray("?"));
+
+    // 96 bytes of 11 bits at 9600 baud are 110 ms on the wire, whoever blocks meanwhile.
+    QElapsedTimer clock;
+    clock.start();
+    pc.write(QByteArray(96, 'x'));
+    QCOMPARE(pc.read(96, 3000).size(), 96);
+    QVERIFY2(clock.elapsed() >= 108 && clock.elapsed() < 400, QByteArray::number(clock.elapsed()));
+}
+
+void TstSandbox::unreadPortLosesBytes()
+{
+    VirtualPanel panel(running("/bin/sh"));
+    PcPort pc(panel);
+    pc.write("off");
+    panel.powerOn(
+        {"-c", "while [ ! -e /tmp/go ]; do sleep .05; done; exec </dev/ttyO1; timeout 1 cat"});
+    pc.write("closed");
+    QTest::qWait(50);
+    panel.writeFile("/tmp/go", "");
+    QTRY_VERIFY(panel.port(Port::ttyO1)->isOpenOnPanel());
+    pc.write("open");
+    panel.waitForExit(5000);
+    QCOMPARE(panel.output(), QByteArray("open"));
+}
+
+void TstSandbox::usbPortsComeAndGo()
+{
+    VirtualPanel host(running("/bin/sh")), gadget(running("/bin/sh"));
+    PtyPort::cable(host.port(Port::ttyUSB0), gadget.port(Port::ttyGS0));
+    const QString wait = "until [ -c %1 ]; do sleep .05; done; ";
+    gadget.powerOn({"-c", "modprobe g_serial idVendor=0x1A2B; exec cat /dev/ttyGS0"});
+    host.powerOn({"-c",
+                  "[ -c /dev/ttyUSB0 ] && echo early; modprobe usbserial; "
+                      + wait.arg("/dev/ttyUSB0")
+                      + "echo crossed >/dev/ttyUSB0; sleep 1; [ -c /dev/ttyUSB0 ] || echo gone"});
+    QTRY_VERIFY(gadget.port(Port::ttyGS0)->isOpenOnPanel());
+    host.setPlugged(Port::ttyUSB0, true);
+    QTRY_COMPARE(gadget.output(), QByteArray("crossed\n"));
+    host.setPlugged(Port::ttyUSB0, false);
+    host.waitForExit(5000);
+    QCOMPARE(host.output(), QByteArray("gone\n"));
+}
+
+void TstSandbox::attributesAreNeverEmpty()
+{
+    VirtualPanel panel(running("/bin/sh"));
+    const QString battery = attribute::voltage(6);
+    panel.powerOn({"-c",
+                   QString("while [ ! -e /tmp/stop ]; do head -c 4 '%1' | tr -d '\\n' | grep -qx "
+                           "-e 95 -e 2313 || echo bad; done")
+                       .arg(battery)});
+    for (int i = 0; i < 500; ++i) {
+        panel.setAttribute(battery, i % 2 ? "2313" : "95");
+        QThread::msleep(1);
+    }
+    panel.writeFile("/tmp/stop", "");
+    QCOMPARE(panel.waitForExit(5000), 0);
+    QCOMPARE(panel.output(), QByteArray());
+}
+
+void TstSandbox::buzzerIsHeard()
+{
+    VirtualPanel panel(running("/bin/sh"));
+    // Tone on at 1000 Hz, off after a while: 16-byte events, the second one in two halves.
+    runInside(panel,
+              "exec 3<>/dev/input/event1; t='\\0\\0\\0\\0\\0\\0\\0\\0\\022\\0\\002\\0'; "
+              "printf \"$t\\350\\003\\0\\0\" >&3; sleep .3; printf \"$t\" >&3; sleep .1; printf "
+              "'\\0\\0\\0\\0' >&3");
+    QTRY_COMPARE(panel.events().all().size(), 2);
+    const qint64 on = panel.events().all()[0].ns, off = panel.events().all()[1].ns;
+    QVERIFY(off - on >= 300000000 && off - on < 2000000000);
+    QCOMPARE(panel.events().toneAt(on - 1), 0);
+    QCOMPARE(panel.events().toneAt((on + off) / 2), 1000);
+    QCOMPARE(panel.events().toneAt(off), 0);
+}
+
+void TstSandbox::toolsAreRecordedAndFail()
+{
+    VirtualPanel panel(running("/bin/sh"));
+    QCOMPARE(runInside(panel, "/usr/local/ict/chk_ddr.sh"), QByteArray("00000000\n"));
+    panel.toolPrints("chk_ddr.sh", "0000000\n");
+    QCOMPARE(runInside(panel, "/usr/local/ict/chk_ddr.sh"), QByteArray("0000000\n"));
+    panel.toolMissing("chk_ddr.sh");
+    QCOMPARE(runInside(panel, "/usr/local/ict/chk_ddr.sh 2>&1 || echo gone").right(5),
+             QByteArray("gone\n"));
+    panel.toolHangs("chk_ddr.sh");
+    QCOMPARE(runInside(panel, "timeout .3 /usr/local/ict/chk_ddr.sh; echo $?"),
+             QByteArray("124\n"));
+    panel.restoreTool("chk_ddr.sh");
+    panel.clearCalls();
+    runInside(panel,
+              "/usr/local/ict/chk_ddr.sh; ifconfig eth0 '192.168.123.111 x'; echo pointercal 1 2 | "
+              "fw_setenv -s /dev/stdin");
+    QCOMPARE(panel.calls().size(), 3);
+    QCOMPARE(panel.calls()[1].args, QStringList({"eth0", "192.168.123.111 x"}));
+    QCOMPARE(panel.bootEnvironment(), QByteArray("pointercal 1 2\n"));
+    panel.factoryNew();
+    QCOMPARE(panel.bootEnvironment(), QByteArray());
+}
+
+void TstSandbox::diskFaults()
+{
+    PanelOptions options = running("/bin/sh");
+    for (IctDisk disk : {IctDisk::readOnly, IctDisk::full}) {
+        options.ictDisk = disk;
+        VirtualPanel panel(options);
+        panel.writeFile("/usr/local/ict/old", "kept");
+        const QByteArray printed =
+            runInside(panel,
+                      "cd /usr/local/ict; cat old; (echo new >new) 2>/dev/null; cat new "
+                      "2>/dev/null; /usr/local/ict/chk_ddr.sh");
+        QCOMPARE(printed, QByteArray("kept00000000\n"));
+    }
+}
+
+void TstSandbox::networkIsItsOwn()
+{
+    VirtualPanel panel(running("/bin/sh"));
+    const QByteArray devices = runInside(panel, "tail -n +3 /proc/net/dev");
+    QCOMPARE(devices.count(':'), 1); // its own loopback and nothing else
+    QVERIFY(devices.contains("lo:"));
+}
+
+void TstSandbox::agentOutlivesNothing()
+{
+    const auto alive = [](qint64 pid) { return QFile::exists(QString("/proc/%1").arg(pid)); };
+    VirtualPanel panel(running("/bin/sh"));
+    panel.powerOn({"-c", "sleep 77 & setsid sleep 77 & exec sleep 77"});
+    const qint64 agent = panel.agentPid();
+    QVERIFY(agent && alive(agent) && panel.isOn());
+    panel.powerOff();
+    QVERIFY(!alive(agent) && !panel.isOn());
+
+    // A bench that is killed itself takes its panel along.
+    int report[2];
+    QVERIFY(pipe(report) == 0);
+    const pid_t bench = fork();
+    if (bench == 0) {
+        const QByteArray command = QT_TESTCASE_BUILDDIR "/bench";
+        dup2(report[1], 1);
+        execl(command, "bench", "panel", nullptr);
+        _exit(127);
+    }
+    char byte;
+    QVERIFY(read(report[0], &byte, 1) == 1); // it says so when the panel is on
+    const QString children = QString("/proc/%1/task/%1/children").arg(bench);
+    QFile list(children);
+    QVERIFY(list.open(QIODevice::ReadOnly));
+    const qint64 sandbox = list.readAll().simplified().split(' ').first().toLongLong();
+    QVERIFY(sandbox && alive(sandbox));
+    kill(bench, SIGKILL);
+    waitpid(bench, nullptr, 0);
+    QTRY_VERIFY(!alive(sandbox));
+    close(report[0]);
+    close(report[1]);
+}
+
+void TstSandbox::remediesAreNamed_data()
+{
+    QTest::addColumn<QString>("agent");
+    QTest::addColumn<bool>("portTaken");
+    QTest::addColumn<QString>("remedy");
+    QTest::newRow("no agent") << "/nowhere/ict-agent" << false << "build it first";
+    QTest::newRow("VNC port busy") << "/bin/sh" << true << "--vnc-port";
+}
+
+void TstSandbox::remediesAreNamed()
+{
+    QFETCH(QString, agent);
+    QFETCH(bool, portTaken);
+    QFETCH(QString, remedy);
+    VirtualPanel other(running("/bin/sh"));
+    PanelOptions options = running(agent);
+    options.vncPort = portTaken ? other.vncPort() : 0;
+    try {
+        VirtualPanel panel(options);
+        panel.powerOn();
+        QFAIL("it started");
+    } catch (const BenchError &error) {
+        QVERIFY2(QString(error.what()).contains(remedy), error.what());
+    }
+}
+
+QTEST_GUILESS_MAIN(TstSandbox)
+#include "tst_sandbox.moc"
