@@ -129,15 +129,6 @@ static bool readStation()
 // --- Steps
 // ------------------------------------------------------------------------------------------
 
-static void makeColours()
-{
-    m_aclrBG[BgRed] = QColor(255, 0, 0);
-    m_aclrBG[BgBlue] = QColor(0, 0, 255);
-    m_aclrBG[BgGreen] = QColor(0, 255, 0);
-    m_aclrBG[BgWhite] = m_aclrBG[BgRgb1] = QColor(255, 255, 255);
-    m_aclrBG[BgRgb2] = m_aclrBG[BgBlack] = QColor(0, 0, 0);
-}
-
 // Three full-height bands. Each starts on the last pixel column of the one before it, so they
 // overlap by a column; cameras on the fixtures are set up for these edges.
 static void makeBands()

@@ -1,5 +1,6 @@
 // The ICT screen: paints the shared state, keeps nothing between calls, and clears the one-shot
 // requests it has served.
+#include "drawtext.h"
 #include "link/reply.h"
 #include "mainwindow.h"
 #include "state/teststate.h"
@@ -8,12 +9,6 @@
 #include <cstring>
 
 constexpr int CalibrationPoints = 5;
-
-static void drawText(QPainter &painter, const QPoint &at, const QColor &pen, const QString &text)
-{
-    painter.setPen(pen);
-    painter.drawText(at, text);
-}
 
 // --- Pattern face
 // ---------------------------------------------------------------------------------

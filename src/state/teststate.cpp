@@ -88,6 +88,15 @@ const QPoint paintTalktoUser_line2(580, 120);
 
 QFont paintFont1, paintFont2, paintFont3, paintFont4, paintFont5, paintFont6_TalktoUser;
 
+void makeColours()
+{
+    m_aclrBG[BgRed] = QColor(255, 0, 0);
+    m_aclrBG[BgBlue] = QColor(0, 0, 255);
+    m_aclrBG[BgGreen] = QColor(0, 255, 0);
+    m_aclrBG[BgWhite] = m_aclrBG[BgRgb1] = QColor(255, 255, 255);
+    m_aclrBG[BgRgb2] = m_aclrBG[BgBlack] = QColor(0, 0, 0);
+}
+
 void makePaintFonts()
 {
     const struct {

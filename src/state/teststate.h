@@ -134,6 +134,7 @@ extern char PFVP_ShowPassFailInInfo[LinkBufferSize];
 
 enum BackgroundColour { BgRed, BgBlue, BgGreen, BgWhite, BgRgb1, BgRgb2, BgBlack };
 extern QColor m_aclrBG[7];
+void makeColours(); // fills it; both windows do before they paint
 extern QColor m_clrOrig;
 extern QRect rc_RED, rc_GRN, rc_BLU;
 extern const QBrush paintBlackBrush, paintWhiteBrush;
