@@ -3,13 +3,16 @@
 // and export/. Handlers end in a reply on the PC link and never throw.
 #pragma once
 
+#include "pfvp/pfvpbuttons.h"
+#include "state/teststate.h"
+
 #include <QMainWindow>
 #include <QPoint>
+#include <initializer_list>
 
 class QPushButton;
 class TPCal_Thread;
 class TPChk_Thread;
-struct PfvpButton;
 
 namespace Ui {
 class MainWindow;
@@ -44,19 +47,8 @@ private:
     QPoint m_touchPoints[5]; // painted while g_showAllTPCalPoints is set
     Ui::MainWindow *ui; // owned
 
-    // PFVP operator buttons, children of the window; null in the modes without them.
-    QPushButton *m_emsButton = nullptr;
-    QPushButton *m_emiButton = nullptr;
-    QPushButton *m_resetButton = nullptr;
-    QPushButton *m_backButton = nullptr;
-    QPushButton *m_rdAutoButton = nullptr;
-    QPushButton *m_rdManualButton = nullptr;
-    QPushButton *m_rdResetButton = nullptr;
-    QPushButton *m_rdBackButton = nullptr;
-    QPushButton *m_rdPassButton = nullptr;
-    QPushButton *m_rdFailButton = nullptr;
-    QPushButton *m_startSlaveModeButton = nullptr;
-    QPushButton *m_gotoT1Button = nullptr;
+    // The PFVP operator's buttons, children of the window; null in the modes without them.
+    QPushButton *m_pfvpButtons[PfvpButtonCount] = {};
 
     // Touch calibration, made on first use and reused.
     TPCal_Thread *m_calibrationThread = nullptr;
@@ -157,5 +149,20 @@ private:
     // screen/
     void paintPattern(QPainter &painter) const;
 
+    // pfvp/
+    struct StartStop;
+    struct ManualStep;
+    static constexpr int ManualStepCount = 6;
+    static const ManualStep manualSteps[ManualStepCount];
+    void createPfvpButtons();
+    void showButtons(std::initializer_list<PfvpButtonId> buttons, bool shown);
+    void labelButtons(std::initializer_list<PfvpLabel> labels);
+    void startStop(const StartStop &cycle);
+    void enterManualStep(const ManualStep &step);
+    void judgeManualStep(qint32 *counts);
+    void fillScreen(BackgroundColour colour); // in place of the tables
+    void soundPfvpBuzzer();
+
     friend struct CommandTables;
+    friend struct PfvpButton;
 };

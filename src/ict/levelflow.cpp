@@ -9,7 +9,6 @@
 #include "system/command.h"
 #include "system/files.h"
 
-#include <QPushButton>
 #include <cstring>
 #include <fcntl.h>
 #include <unistd.h>
@@ -155,8 +154,7 @@ void MainWindow::forcedLevelChange(int position)
 void MainWindow::GotoT1Button()
 {
     if (!g_bGotoT1ModeAllow) {
-        m_gotoT1Button->hide();
-        m_startSlaveModeButton->hide();
+        showButtons({SlaveGotoT1Button, SlaveStartButton}, false);
         File file(LevelFilePath, O_RDWR | O_CREAT | O_TRUNC);
         if (file.isOpen()) {
             const Level &t1 = levels[LevelT1];
