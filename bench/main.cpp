@@ -13,6 +13,7 @@ struct Command {
 };
 const Command commands[] = {
     {"panel", "start a virtual panel and leave it on", runPanel},
+    {"fault", "list the faults, or switch them on a running panel", runFault},
 };
 
 int usage(FILE *out, int status)

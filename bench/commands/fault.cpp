@@ -1,0 +1,63 @@
+#include "commands/commands.h"
+#include "fixture/faults.h"
+#include "fixture/faultsocket.h"
+#include "panel/bencherror.h"
+
+#include <QCommandLineParser>
+
+#include <cstdio>
+
+namespace {
+
+void list()
+{
+    printf("%-15s %s\n%-15s   %s\n\n", "NAME[:VALUE]", "what is wrong then", "",
+           "what fails by it");
+    for (const Fault &fault : allFaults()) {
+        const QString values = *fault.values
+            ? QString(" (%1%2)").arg(fault.example,
+                                     *fault.standard ? QString("; alone: %1").arg(fault.standard)
+                                                     : QString())
+            : QString();
+        printf("%-15s %s%s\n%-15s   %s\n", fault.name, fault.meaning, qPrintable(values), "",
+               fault.fails);
+    }
+}
+
+} // namespace
+
+int runFault(const QStringList &args)
+{
+    QCommandLineParser parser;
+    parser.setApplicationDescription(
+        "Faults of the fixture and of the panel on it, by name.\n\n"
+        "  bench fault list                       all of them, and what fails by each\n"
+        "  bench fault show --panel FOLDER        what is set on a running `bench panel`\n"
+        "  bench fault set NAME[:VALUE]... --panel FOLDER\n"
+        "  bench fault clear [NAME...] --panel FOLDER    those, or all\n\n"
+        "`bench panel`, `bench produce` and others set them from the start with --fault.");
+    parser.addHelpOption();
+    parser.addOption(
+        {"panel", "Folder of the running panel, as `bench panel` prints it.", "folder"});
+    parser.addPositionalArgument("action", "list, show, set or clear");
+    parser.addPositionalArgument("fault", "NAME or NAME:VALUE", "[fault...]");
+    parser.process(args);
+    const QStringList words = parser.positionalArguments();
+    const QString action = words.value(0, "list"), folder = parser.value("panel");
+    if (action == "list") {
+        list();
+        return 0;
+    }
+    if (!QStringList({"show", "set", "clear"}).contains(action))
+        throw BenchError(QString("\"%1\" is none of list, show, set, clear").arg(action));
+    if (folder.isEmpty())
+        throw BenchError("which panel? --panel names the folder that `bench panel` printed");
+    if (action == "set" && words.size() < 2)
+        throw BenchError("set which fault? `bench fault list` shows them all");
+    if (words.size() < 2)
+        printf("%s\n", qPrintable(FaultSocket::send(folder, action)));
+    for (const QString &fault : words.mid(1))
+        printf("%s %s: %s\n", qPrintable(action), qPrintable(fault),
+               qPrintable(FaultSocket::send(folder, action + ' ' + fault)));
+    return 0;
+}
