@@ -4,6 +4,7 @@
 #include <QDir>
 #include <QFile>
 #include <QSocketNotifier>
+#include <QThread>
 #include <QTimer>
 
 #include <cerrno>
@@ -82,8 +83,7 @@ PtyPort::PtyPort(Port id)
     // slave does not: its hang-up tells that no program is attached.
     ::close(outside_.slave);
     outside_.slave = -1;
-    auto *fromPanelFd = new QSocketNotifier(panel_.master, QSocketNotifier::Read, this);
-    connect(fromPanelFd, &QSocketNotifier::activated, this, &PtyPort::readPanel);
+    watchPanel();
     fromOutside_ = new QSocketNotifier(outside_.master, QSocketNotifier::Read, this);
     fromOutside_->setEnabled(false);
     connect(fromOutside_, &QSocketNotifier::activated, this, &PtyPort::readOutside);
@@ -98,12 +98,48 @@ PtyPort::PtyPort(Port id)
 PtyPort::~PtyPort()
 {
     cut();
-    for (int fd : {panel_.master, panel_.slave, outside_.master})
+    for (int fd : {panel_.master, panel_.slave, outside_.master}) {
+        if (fd >= 0)
+            ::close(fd);
+    }
+}
+
+void PtyPort::watchPanel()
+{
+    fromPanel_ = new QSocketNotifier(panel_.master, QSocketNotifier::Read, this);
+    connect(fromPanel_, &QSocketNotifier::activated, this, &PtyPort::readPanel);
+}
+
+void PtyPort::setPlugged(bool plugged)
+{
+    if (QThread::currentThread() != thread()) {
+        QMetaObject::invokeMethod(
+            this, [=] { setPlugged(plugged); }, Qt::BlockingQueuedConnection);
+        return;
+    }
+    if (plugged == (panel_.master >= 0))
+        return;
+    QMutexLocker lock(&mutex_);
+    if (plugged) {
+        panel_ = openPty();
+        watchPanel();
+        return;
+    }
+    delete fromPanel_;
+    for (int fd : {panel_.master, panel_.slave})
         ::close(fd);
+    panel_ = Pty();
+}
+
+QString PtyPort::panelPath() const
+{
+    QMutexLocker lock(&mutex_);
+    return panel_.path;
 }
 
 int PtyPort::lineSpeed() const
 {
+    QMutexLocker lock(&mutex_);
     termios settings;
     if (tcgetattr(panel_.slave, &settings) != 0)
         return 0;
@@ -117,13 +153,14 @@ int PtyPort::lineSpeed() const
 bool PtyPort::isOpenOnPanel() const
 {
     const qint64 agent = agent_;
-    if (!agent)
+    const QString path = panelPath();
+    if (!agent || path.isEmpty())
         return false;
     const QDir fds(QString("/proc/%1/fd").arg(agent));
     for (const QString &fd : fds.entryList(QDir::Files | QDir::System)) {
         char target[64] = "";
         if (readlink(QFile::encodeName(fds.filePath(fd)), target, sizeof target - 1) > 0
-            && panel_.path == target)
+            && path == target)
             return true;
     }
     return false;
@@ -160,6 +197,7 @@ void PtyPort::cut()
 void PtyPort::setPower(qint64 agent)
 {
     agent_ = agent;
+    QMutexLocker lock(&mutex_);
     // Nothing of the last power-up is left on the line, nor the lock of a program that was killed.
     tcflush(panel_.slave, TCIOFLUSH);
     ioctl(panel_.slave, TIOCNXCL);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QMutex>
 #include <QObject>
 #include <QString>
 
@@ -36,11 +37,8 @@ public:
     {
         return id_;
     }
-    // The device file behind the panel's name, for example "/dev/pts/7".
-    QString panelPath() const
-    {
-        return panel_.path;
-    }
+    // The device file behind the panel's name, for example "/dev/pts/7"; empty while unplugged.
+    QString panelPath() const;
     // The device file of the far end, for a station program or a terminal.
     QString outsidePath() const
     {
@@ -56,7 +54,10 @@ public:
     static void cable(PtyPort *a, PtyPort *b);
     void cut();
 
-    // For VirtualPanel. `agent` is the process that may hold the port open, 0 when the panel is
+    // For VirtualPanel. A port that is unplugged hangs up on the panel's programs that have it open
+    // and has another panelPath() when it is plugged again.
+    void setPlugged(bool plugged);
+    // `agent` is the process that may hold the port open, 0 when the panel is
     // off.
     void setPower(qint64 agent);
 
@@ -78,8 +79,12 @@ private:
     void pump();
     qint64 byteTime() const;
 
+    void watchPanel();
+
     const Port id_;
+    mutable QMutex mutex_; // guards panel_, which is replaced when the port is plugged
     Pty panel_, outside_;
+    QSocketNotifier *fromPanel_ = nullptr;
     std::atomic<qint64> agent_{0};
     QSocketNotifier *fromOutside_;
     QTimer *pace_, *attach_;

@@ -11,7 +11,7 @@ QPoint TouchPanel::raw(const QPoint &spot)
 {
     std::normal_distribution<double> error(0, noise > 0 ? noise : 1);
     const auto sample = [&](double value) {
-        return qBound(0, qFloor(value + (noise > 0 ? error(random_) : 0)), 4095);
+        return qBound(0, qFloor(value + (noise > 0 ? error(random) : 0)), 4095);
     };
     return {sample(xx * spot.x() + xy * spot.y() + x0), sample(yx * spot.x() + yy * spot.y() + y0)};
 }

@@ -14,6 +14,7 @@ struct TouchPanel {
     double xx = 4096.0 / 800, xy = 0, x0 = 4096.0 / 800 / 2;
     double yx = 0, yy = 4096.0 / 480, y0 = 4096.0 / 480 / 2;
     double noise = 0; // standard deviation of each sample, in ADC steps
+    std::mt19937 random = {}; // fixed seed: a run can be repeated
 
     // One sample of the ADC with the finger at a pixel, 0...4095.
     QPoint raw(const QPoint &spot);
@@ -21,9 +22,6 @@ struct TouchPanel {
     // Where the panel's input stack puts a sample: the seven integers of a pointer calibration file
     // applied to it. An unusable file counts as the ideal foil's.
     static QPoint pixel(const QPoint &raw, const QByteArray &pointercal);
-
-private:
-    std::mt19937 random_; // fixed seed: a run can be repeated
 };
 
 // The pointer calibration of the ideal foil, as the board factory ships it.

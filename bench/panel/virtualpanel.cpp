@@ -58,6 +58,7 @@ VirtualPanel::VirtualPanel(const PanelOptions &options, QObject *parent)
     try {
         for (int i = 0; i < portCount; ++i)
             ports_[size_t(i)] = inThread(io_, new PtyPort(Port(i)));
+        port(Port::ttyUSB0)->setPlugged(false);
         layOutPanel(root_);
         clock_ = inThread(
             io_, new PanelClock(hostPath("/run/bench/clock"), hostPath(attribute::sinceEpoch)));
@@ -97,6 +98,7 @@ void VirtualPanel::powerOn(const QStringList &agentArgs)
     clearVolatile(root_);
     setAttribute(attribute::backlight, "100");
     clock_->powerOn();
+    // Held open by bench and kernel, the ports' ptys outlive a boot; their names do not.
     setPlugged(Port::ttyGS0, true);
     for (Port uart : {Port::ttyO1, Port::ttyO3, Port::ttyO4})
         linkPort(uart, "/dev/", "pts/");
@@ -197,10 +199,32 @@ void VirtualPanel::setPortPower(qint64 agent)
 
 void VirtualPanel::setPlugged(Port id, bool plugged)
 {
-    if (plugged)
-        linkPort(id, "/dev/plugged/", "../pts/");
-    else
-        QFile::remove(hostPath(QString("/dev/plugged/") + portName(id)));
+    port(id)->setPlugged(plugged);
+    linkPort(id, "/dev/plugged/", "../pts/");
+}
+
+void VirtualPanel::cable(VirtualPanel &a, Port ofA, VirtualPanel &b, Port ofB)
+{
+    PtyPort::cable(a.port(ofA), b.port(ofB));
+    if (ofA == Port::ttyGS0)
+        b.followGadget(a);
+    if (ofB == Port::ttyGS0)
+        a.followGadget(b);
+}
+
+// A USB host sees the device while the peer has power, and the peer's gadget port hangs up when the
+// host goes.
+void VirtualPanel::followGadget(VirtualPanel &peer)
+{
+    setPlugged(Port::ttyUSB0, peer.isOn());
+    connect(&peer, &VirtualPanel::powered, this,
+            [this](bool on) { setPlugged(Port::ttyUSB0, on); });
+    connect(this, &VirtualPanel::powered, &peer, [&peer](bool on) {
+        if (!on && peer.isOn()) {
+            peer.setPlugged(Port::ttyGS0, false);
+            peer.setPlugged(Port::ttyGS0, true);
+        }
+    });
 }
 
 // Names a port's pty by its place inside the panel.
@@ -208,7 +232,9 @@ void VirtualPanel::linkPort(Port id, const QString &folder, const QString &ptys)
 {
     const QString file = hostPath(folder + portName(id));
     QFile::remove(file);
-    QFile::link(ptys + port(id)->panelPath().section('/', -1), file);
+    const QString path = port(id)->panelPath();
+    if (!path.isEmpty())
+        QFile::link(ptys + path.section('/', -1), file);
 }
 
 void VirtualPanel::setPresent(const QString &panelPath, bool present)

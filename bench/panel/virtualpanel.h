@@ -106,7 +106,11 @@ public:
     {
         return port(id)->outsidePath();
     }
+    // Unplugging hangs up; plugged is ttyGS0 from the start, ttyUSB0 not.
     void setPlugged(Port id, bool plugged);
+    // Lays a cable between two panels, which must both outlive it (PtyPort::cut() removes it). A
+    // USB host port is plugged while the panel at the gadget's end is on.
+    static void cable(VirtualPanel &a, Port ofA, VirtualPanel &b, Port ofB);
     // Takes a device or attribute file away, or puts the same one back.
     void setPresent(const QString &panelPath, bool present);
     // The thread of the ports. Fixture objects that answer on their own are moved to it.
@@ -172,6 +176,7 @@ private:
     void ended(int code);
     void awaitBoot();
     void setPortPower(qint64 agent);
+    void followGadget(VirtualPanel &peer);
     void linkPort(Port id, const QString &folder, const QString &ptys);
     QByteArray sinceBoot(const char *file, qint64 start) const;
     void sampleTouch(const QPoint &spot);

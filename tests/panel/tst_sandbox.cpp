@@ -16,6 +16,7 @@ private slots:
     void wireRunsAtLineSpeed();
     void unreadPortLosesBytes();
     void usbPortsComeAndGo();
+    void screenAndTouch();
     void attributesAreNeverEmpty();
     void buzzerIsHeard();
     void toolsAreRecordedAndFail();
@@ -135,19 +136,57 @@ void TstSandbox::unreadPortLosesBytes()
 void TstSandbox::usbPortsComeAndGo()
 {
     VirtualPanel host(running("/bin/sh")), gadget(running("/bin/sh"));
-    PtyPort::cable(host.port(Port::ttyUSB0), gadget.port(Port::ttyGS0));
-    const QString wait = "until [ -c %1 ]; do sleep .05; done; ";
-    gadget.powerOn({"-c", "modprobe g_serial idVendor=0x1A2B; exec cat /dev/ttyGS0"});
+    VirtualPanel::cable(host, Port::ttyUSB0, gadget, Port::ttyGS0);
+    const QString wait = "until [ -c /dev/ttyUSB0 ]; do sleep .02; done; ";
     host.powerOn({"-c",
-                  "[ -c /dev/ttyUSB0 ] && echo early; modprobe usbserial; "
-                      + wait.arg("/dev/ttyUSB0")
-                      + "echo crossed >/dev/ttyUSB0; sleep 1; [ -c /dev/ttyUSB0 ] || echo gone"});
-    QTRY_VERIFY(gadget.port(Port::ttyGS0)->isOpenOnPanel());
-    host.setPlugged(Port::ttyUSB0, true);
+                  "modprobe usbserial; " + wait
+                      + "exec 3<>/dev/ttyUSB0; sleep .3; echo crossed >&3; cat <&3; echo gone; "
+                      + wait + "echo back"});
+    const QStringList reader{"-c", "modprobe g_serial idVendor=0x1A2B; exec cat /dev/ttyGS0"};
+    gadget.powerOn(reader);
     QTRY_COMPARE(gadget.output(), QByteArray("crossed\n"));
-    host.setPlugged(Port::ttyUSB0, false);
-    host.waitForExit(5000);
-    QCOMPARE(host.output(), QByteArray("gone\n"));
+    gadget.powerCycle(reader); // the peer dies and returns
+    QCOMPARE(host.waitForExit(5000), 0);
+    QCOMPARE(host.output(), QByteArray("gone\nback\n"));
+}
+
+void TstSandbox::screenAndTouch()
+{
+    VirtualPanel panel(running(BENCH_WINDOW));
+    panel.powerOn();
+    bool painted = false;
+    panel.screen().waitFor(
+        [](const QImage &image) { return colourAt(image, 400, 240).lightness() > 200; }, 10000,
+        &painted);
+    QVERIFY2(painted, panel.errorOutput());
+    QCOMPARE(panel.screen().grab().size(), QSize(800, 480));
+
+    panel.touchPress({799, 0});
+    QVERIFY(panel.attribute(attribute::pressure).toInt() > 0);
+    panel.touchMove({0, 479});
+    panel.touchRelease();
+    QCOMPARE(panel.attribute(attribute::pressure), QByteArray("0"));
+    QTRY_COMPARE(panel.output(), QByteArray("press 799,0\nmove 0,479\nrelease 0,479\n"));
+    QCOMPARE(panel.attribute(attribute::adcY).toInt() * 480 >> 12, 479);
+
+    // A foil that is not what the calibration on the panel says: half scale, axes swapped.
+    panel.powerCycle();
+    panel.touchPanel() = TouchPanel{0, 4096.0 / 960, 0, 4096.0 / 1600, 0, 0};
+    panel.tap({400, 240});
+    QTRY_COMPARE(panel.output(), QByteArray("press 200,120\nrelease 200,120\n"));
+    // And with the calibration that suits it.
+    panel.writeFile("/etc/pointercal", QByteArray("0 25600 0 15360 0 0 65536").append('\0'));
+    panel.tap({400, 240});
+    QTRY_VERIFY2(panel.output().endsWith("press 400,240\nrelease 400,240\n"), panel.output());
+
+    // The viewers' way in listens for this machine only, and the panel's own server for nobody.
+    QFile sockets("/proc/net/tcp");
+    QVERIFY(sockets.open(QIODevice::ReadOnly));
+    const QByteArray all = sockets.readAll();
+    const QByteArray port =
+        QByteArray::number(panel.vncPort(), 16).toUpper().rightJustified(4, '0');
+    QVERIFY(all.contains(" 0100007F:" + port + " 00000000:0000 0A"));
+    QVERIFY(!all.contains(":170C 00000000:0000 0A")); // 5900
 }
 
 void TstSandbox::attributesAreNeverEmpty()
