@@ -14,9 +14,6 @@ void MainWindow::LCD_SHOW_RGB() { }
 void MainWindow::LCD_SHOW_COLOR_RGB1() { }
 void MainWindow::LCD_SHOW_COLOR_RGB2() { }
 void MainWindow::LCD_SHOW_SPECIFIC_COLOR() { }
-void MainWindow::testAllPorts() { }
-void MainWindow::testCom1Rs485() { }
-void MainWindow::testCom2() { }
 void MainWindow::testLcmCircuit(int) { }
 void MainWindow::testTouchPressure() { }
 void MainWindow::sendT1TouchValue(int) { }
