@@ -139,6 +139,10 @@ private:
     // Palette role "window" of this window.
     void setBackground(const QColor &colour);
 
+    // hwtest/: fills the window with one colour in place of the information screen, at the next
+    // paint.
+    void showColour(const QColor &colour);
+
     // ict/
     bool dispatchLongRequest(bool *handled);
     void leavePattern();

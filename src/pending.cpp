@@ -2,19 +2,7 @@
 #include "hwtest/clock.h"
 #include "mainwindow.h"
 void presetClock() { }
-void MainWindow::HMI_ICT_TEST_LCM_BL(int) { }
 void MainWindow::HMI_ICT_GET_TPS_XY() { }
-void MainWindow::ICT_LCD_SHOW_RED() { }
-void MainWindow::ICT_LCD_SHOW_GREEN() { }
-void MainWindow::ICT_LCD_SHOW_BLUE() { }
-void MainWindow::LCD_SHOW_RED() { }
-void MainWindow::LCD_SHOW_GREEN() { }
-void MainWindow::LCD_SHOW_BLUE() { }
-void MainWindow::LCD_SHOW_RGB() { }
-void MainWindow::LCD_SHOW_COLOR_RGB1() { }
-void MainWindow::LCD_SHOW_COLOR_RGB2() { }
-void MainWindow::LCD_SHOW_SPECIFIC_COLOR() { }
-void MainWindow::testLcmCircuit(int) { }
 void MainWindow::testTouchPressure() { }
 void MainWindow::sendT1TouchValue(int) { }
 void MainWindow::sendLevelTouchValue(int) { }
