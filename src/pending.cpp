@@ -2,13 +2,6 @@
 #include "hwtest/clock.h"
 #include "mainwindow.h"
 void presetClock() { }
-void MainWindow::HMI_ICT_GET_TPS_XY() { }
-void MainWindow::testTouchPressure() { }
-void MainWindow::sendT1TouchValue(int) { }
-void MainWindow::sendLevelTouchValue(int) { }
-void MainWindow::showTouchPoints() { }
-void MainWindow::testBuzzerSound() { }
-void MainWindow::testBuzzerSilent() { }
 void MainWindow::testRtc() { }
 void MainWindow::setClock() { }
 void MainWindow::compareClock() { }
