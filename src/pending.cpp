@@ -1,10 +1,5 @@
 // Handlers whose rooms are still being built; each goes with its room.
-#include "hwtest/clock.h"
 #include "mainwindow.h"
-void presetClock() { }
-void MainWindow::testRtc() { }
-void MainWindow::setClock() { }
-void MainWindow::compareClock() { }
 void MainWindow::testDdr() { }
 void MainWindow::reportRootfsCheck() { }
 void MainWindow::measureBattery(int) { }

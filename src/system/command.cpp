@@ -28,14 +28,27 @@ void startProcess(QProcess &process, const QString &commandLine)
         process.start(QIODevice::ReadWrite);
 }
 
+static QByteArray outputOf(QProcess &process, int limitMs)
+{
+    process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    process.start(QIODevice::ReadWrite);
+    process.waitForFinished(limitMs);
+    return process.readAllStandardOutput();
+}
+
 QByteArray runProcess(const QString &commandLine, int limitMs, const QString &workingDirectory)
 {
     QProcess process;
     process.setWorkingDirectory(workingDirectory);
-    process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    startProcess(process, commandLine);
-    process.waitForFinished(limitMs);
-    return process.readAllStandardOutput();
+    return setCommand(process, commandLine) ? outputOf(process, limitMs) : QByteArray();
+}
+
+QByteArray runProgram(const QString &program, const QStringList &arguments)
+{
+    QProcess process;
+    process.setProgram(program);
+    process.setArguments(arguments);
+    return outputOf(process, NoTimeLimit);
 }
 
 QByteArray firstLineOf(const QString &commandLine, int maxLength, int limitMs)

@@ -6,6 +6,7 @@
 
 #include <QByteArray>
 #include <QString>
+#include <QStringList>
 
 class QProcess;
 
@@ -18,6 +19,10 @@ void runShell(const char *command);
 // its standard output; empty if it could not be started.
 QByteArray runProcess(const QString &commandLine, int limitMs = NoTimeLimit,
                       const QString &workingDirectory = QString());
+
+// The same for a program with its arguments apart: what came over a port stays one argument,
+// whatever bytes it has.
+QByteArray runProgram(const QString &program, const QStringList &arguments);
 
 // The first line of that output, line end included, at most `maxLength` bytes.
 QByteArray firstLineOf(const QString &commandLine, int maxLength, int limitMs = NoTimeLimit);
