@@ -1,9 +1,5 @@
 // Handlers whose rooms are still being built; each goes with its room.
 #include "mainwindow.h"
-void MainWindow::testDdr() { }
-void MainWindow::reportRootfsCheck() { }
-void MainWindow::measureBattery(int) { }
-void MainWindow::testUsbStorage() { }
 void MainWindow::assignStation() { }
 void MainWindow::storeMachineId() { }
 void MainWindow::storeSemiMachineId() { }

@@ -1,15 +1,18 @@
-// Memory, storage, power and the identity texts.
+// The texts a unit is known by: version, CRC of its flash, model, and the fixture's tool version.
 #include "link/reply.h"
+#include "link/serialports.h"
 #include "mainwindow.h"
+#include "probe.h"
 #include "state/itemrecord.h"
 #include "system/command.h"
 
 #include <cstdio>
 #include <cstring>
 
-constexpr int ModelItem = 0, CrcItem = 1, VersionItem = 2, PresenceItem = 3;
+constexpr int ModelItem = 0, CrcItem = 1, VersionItem = 2;
 constexpr int ModelPrefixLength = 6; // "Model="
 constexpr int VersionPrefixLength = 8; // "Version="
+constexpr int ToolVersionPauseMs = 100;
 
 // The same items at ICT, T1 and T2; BI has none of them.
 static int itemOutsideBi(int index)
@@ -30,6 +33,24 @@ static QByteArray versionText()
     return QByteArray(HMIFWVersion, VersionTextLength);
 }
 
+// Asked of the fixture over COM1 RS-485; a silent one leaves 0.00.
+static void sendToolVersion()
+{
+    char version[] = "ToolVer=0.00\r\n";
+    // The COM2 descriptors stand for the same line meanwhile, so what they held is closed first.
+    dropPort(Com2OpenRS4xx_R_fd2, Com2OpenRS4xx_W_fd2);
+    openCom1(ComRS485);
+    Com2OpenRS4xx_R_fd2 = Com1OpenRS4xx_R_fd2;
+    Com2OpenRS4xx_W_fd2 = Com1OpenRS4xx_W_fd2;
+    sendSentence(Com1OpenRS4xx_W_fd2, "GET_TOOL_VER\r\n");
+    waitMs(ToolVersionPauseMs);
+    readExactly(Com1OpenRS4xx_R_fd2, version, int(sizeof version - 1));
+    sendRaw(version);
+    // One number, closed twice on purpose: COM1's and COM2's are both given up.
+    dropPort(Com1OpenRS4xx_R_fd2, Com1OpenRS4xx_W_fd2);
+    dropPort(Com2OpenRS4xx_R_fd2, Com2OpenRS4xx_W_fd2);
+}
+
 void MainWindow::sendIdentityText(int which)
 {
     switch (which) {
@@ -45,18 +66,13 @@ void MainWindow::sendIdentityText(int which)
         sendRaw(HMIAppModel[0] ? QByteArray(HMIAppModel + ModelPrefixLength) : QByteArray());
         setAndRecordItem(itemOutsideBi(ModelItem), ItemPassed);
         break;
+    case IdentityToolVersion:
+        if (g_uiHMI_TEST_LEVEL != LevelBI) // whose link runs over that port
+            sendToolVersion();
+        break;
     default:
         printf("HMI_INFO Exception");
         fflush(stdout);
         break;
     }
-}
-
-void MainWindow::confirmPresence()
-{
-    const int item = itemOutsideBi(PresenceItem);
-    if (item < 0)
-        return;
-    sendReply("8000");
-    setAndRecordItem(item, ItemPassed);
 }

@@ -1,0 +1,113 @@
+// Presence on the PC link, memory and storage.
+#include "link/reply.h"
+#include "mainwindow.h"
+#include "selfcheck.h"
+#include "state/itemrecord.h"
+
+#include <QProcess>
+#include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
+
+constexpr ItemIndex PresenceItem = {3, 3, -1, 3};
+constexpr ItemIndex DdrItem = {6, 6, 1, 6};
+constexpr ItemIndex UsbItem = {12, 13, 4, 12};
+constexpr int RootfsItem = 14; // at ICT
+
+// The request itself has proved COM1 RS-232.
+void MainWindow::confirmPresence()
+{
+    const int item = PresenceItem.atLevel();
+    if (item < 0)
+        return;
+    sendReply("8000");
+    setAndRecordItem(item, ItemPassed);
+}
+
+void MainWindow::testDdr()
+{
+    const int item = DdrItem.atLevel();
+    setItem(item, ItemRunning);
+    if (ddrPasses()) {
+        sendReply("8500");
+        setItem(item, ItemPassed);
+    } else {
+        sendReply("85F0");
+    }
+    recordItem(item);
+}
+
+// --- Backup root file system --------------------------------------------------------------------
+
+constexpr int RootfsLineLength = 40;
+constexpr int RootfsUnknown = -1, RootfsOther = 3; // besides the script's own 0, 1 and 2
+
+// The verdict of the check that the boot started; waits for its end.
+static int collectRootfsCheck()
+{
+    if (!Process_Chk_BB)
+        return RootfsOther;
+    if (Process_Chk_BB->state() != QProcess::NotRunning)
+        Process_Chk_BB->waitForFinished(-1);
+    const char verdict = Process_Chk_BB->readLine(RootfsLineLength).append('\0')[0];
+    Process_Chk_BB->close();
+    Process_Chk_BB->deleteLater();
+    Process_Chk_BB = nullptr;
+    return verdict >= '0' && verdict <= '2' ? verdict - '0' : RootfsOther;
+}
+
+void MainWindow::reportRootfsCheck()
+{
+    static const char *const replies[] = {"8700", "87F1", "87F2", "87F0"};
+    setItem(RootfsItem, ItemRunning);
+    if (Chk_BB_result == RootfsUnknown)
+        Chk_BB_result = collectRootfsCheck();
+    sendReply(replies[qBound(0, Chk_BB_result, RootfsOther)]);
+    if (Chk_BB_result == 0)
+        setItem(RootfsItem, ItemPassed);
+    recordItem(RootfsItem);
+}
+
+// --- USB storage --------------------------------------------------------------------------------
+
+constexpr char UsbPattern[] = "HMI-TestChar\r\n";
+constexpr int UsbPatternSize = int(sizeof UsbPattern - 1);
+
+// Neither file is created: that one is there shows that the medium is.
+static bool writeUsbPattern()
+{
+    const int fd = open("/media/sda/HMI_ICT_Test.txt", O_RDWR | O_CLOEXEC);
+    if (fd < 0)
+        return false;
+    const ssize_t written = write(fd, UsbPattern, UsbPatternSize);
+    Q_UNUSED(written)
+    sync();
+    close(fd);
+    return true;
+}
+
+// The ram disk is the medium's other end, through the fixture.
+static bool readUsbPatternBack()
+{
+    const int fd = open("/mnt/ramdisk/HMI_ICT_Test.txt", O_RDWR | O_CLOEXEC);
+    if (fd < 0)
+        return false;
+    char bytes[UsbPatternSize] = {};
+    const ssize_t got = read(fd, bytes, UsbPatternSize);
+    if (got != UsbPatternSize || memcmp(bytes, UsbPattern, UsbPatternSize) != 0)
+        return false; // left open on purpose: only a test that passes lets go of the medium
+    close(fd);
+    return true;
+}
+
+void MainWindow::testUsbStorage()
+{
+    const int item = UsbItem.atLevel();
+    setAndRecordItem(item, ItemRunning);
+    if (writeUsbPattern() && readUsbPatternBack()) {
+        sendReply("A200");
+        setAndRecordItem(item, ItemPassed);
+    } else {
+        sendReply("A2F0");
+    }
+}
