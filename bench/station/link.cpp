@@ -1,5 +1,6 @@
 #include "station/link.h"
 
+#include "panel/bencherror.h"
 #include "station/codec.h"
 
 #include <QElapsedTimer>
@@ -71,7 +72,8 @@ bool Link::awaitBytes(int ms)
     QObject::connect(&m_port, &QSerialPort::readyRead, &loop, &QEventLoop::quit);
     QObject::connect(&m_port, &QSerialPort::errorOccurred, &loop, &QEventLoop::quit);
     timer.start(qMax(0, ms));
-    loop.exec();
+    if (loop.exec() == -1)
+        throw BenchError("interrupted"); // the application was told to quit
     return m_port.bytesAvailable() > 0;
 }
 

@@ -36,6 +36,7 @@ public:
         int tries = 0;
         QString error; // the port failed
     };
+    // Throws BenchError when the application was told to quit (Ctrl-C) meanwhile.
     Answer exchange(const Request &request);
 
 private:

@@ -23,6 +23,11 @@ int PanelFiles::level() const
     return qMax(0, levelByName(QString(m_level).trimmed()));
 }
 
+int PanelFiles::station() const
+{
+    return m_identities.value("HMI_STATION_NUM.txt").toInt(nullptr, 16);
+}
+
 QByteArray PanelFiles::read(const QString &name) const
 {
     QFile file(m_folder + '/' + name);
@@ -152,9 +157,12 @@ void PanelFiles::exchanged(const StepResult &result)
         m_identities["HMI_SEMIMACHINE_ID.txt"] = result.request.mid(7, result.request.size() - 11);
 }
 
-static QString excerpt(const QByteArray &bytes, int at)
+// The first bytes in quotes, without the zeros that fill a record.
+static QString excerpt(QByteArray bytes)
 {
-    return at < bytes.size() ? '"' + printable(bytes.mid(at, 40)) + '"' : "its end";
+    const int zeros = bytes.indexOf(QByteArray(3, '\0'));
+    return bytes.isEmpty() ? QString("nothing")
+                           : '"' + printable(zeros > 0 ? bytes.left(zeros) : bytes.left(60)) + '"';
 }
 
 void PanelFiles::compare(QStringList *faults, const QString &name, const QByteArray &wanted) const
@@ -169,7 +177,7 @@ void PanelFiles::compare(QStringList *faults, const QString &name, const QByteAr
         *faults << QString("%1 differs at byte %2: %3 instead of %4")
                        .arg(name)
                        .arg(at)
-                       .arg(excerpt(found, at), excerpt(wanted, at));
+                       .arg(excerpt(found.mid(at)), excerpt(wanted.mid(at)));
 }
 
 // Records of exactly 100 bytes: a date line, the text, zero bytes to the end.
@@ -194,10 +202,10 @@ void PanelFiles::compareFactoryLog(QStringList *faults) const
         const bool open = m_records[i] == "Battery Voltage : ";
         if (!date.match(record.left(20)).hasMatch() || !padded
             || !(open ? text.startsWith(wanted) : text == wanted))
-            *faults << QString("%1, record %2: \"%3\" instead of \"%4\"")
+            *faults << QString("%1, record %2: %3 instead of %4")
                            .arg(name)
                            .arg(i)
-                           .arg(printable(record.left(20) + text), printable(wanted));
+                           .arg(excerpt(record), excerpt(wanted));
     }
 }
 
@@ -218,9 +226,9 @@ QStringList PanelFiles::differences() const
     const QList<QByteArray> wanted = m_resume.split('\n');
     for (int i = 0; i < qMax(found.size(), wanted.size()); ++i)
         if (found.value(i) != wanted.value(i)) {
-            faults << QString("HMI_Factory_Resume.txt, line %1: \"%2\" instead of \"%3\"")
+            faults << QString("HMI_Factory_Resume.txt, line %1: %2 instead of %3")
                           .arg(i + 1)
-                          .arg(printable(found.value(i)), printable(wanted.value(i)));
+                          .arg(excerpt(found.value(i)), excerpt(wanted.value(i)));
             break;
         }
     compareFactoryLog(&faults);

@@ -15,6 +15,8 @@ public:
 
     // Level at which the panel starts next: what its level file says, anything unknown being ICT.
     int level() const;
+    // The station number that the panel has been given, 0 for none.
+    int station() const;
     bool released() const
     {
         return m_level == "HMI\n";

@@ -84,6 +84,8 @@ StepResult Runner::runStep(const Step &step, int level)
         request.during = [&] { actions(step.during); };
     result.answer = m_link.exchange(request);
     judge(&result, level);
+    if (onExchange)
+        onExchange(result);
     actions(step.after);
     report(result);
     return result;

@@ -43,6 +43,9 @@ public:
     Runner(Link &link, Stand &stand, Values values, int number = 0, QString label = {},
            bool strict = false);
 
+    // Told of every exchange as soon as it is judged, before the actions after it.
+    std::function<void(const StepResult &)> onExchange;
+
     LevelResult run(const Plan &plan);
     StepResult runStep(const Step &step, int level);
 

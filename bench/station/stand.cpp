@@ -1,6 +1,7 @@
 #include "station/stand.h"
 
 #include <QHash>
+#include <QMutex>
 #include <QRegularExpression>
 #include <QStringList>
 #include <cstdio>
@@ -47,6 +48,8 @@ QString TerminalStand::act(const QString &verb, const QString &argument)
 {
     if (verb == "fault")
         return "faults can be set on a virtual panel only";
+    static QMutex mutex; // one question at a time
+    const QMutexLocker lock(&mutex);
     const QString prompt = verbs[verb].prompt;
     if (prompt.isEmpty())
         return {};

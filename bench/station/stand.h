@@ -11,7 +11,8 @@ namespace station {
 //   powercycle              the panel is switched off and on and has booted
 //   screenshot NAME         the screen is kept in the report
 //   look red|green|blue|white|dark|bands|RRGGBB   the screen must look so
-//   touch calibrate|check|check3   all targets of the passes that the request started
+//   touch calibrate|calibrate3|check   all targets of the passes that the request started
+//   touch press X Y, touch release     a finger is put on that pixel and stays
 //   plug usb, unplug usb, plug sd, unplug sd
 //   fault set NAME[:ARGUMENT], fault clear NAME
 //   ask TEXT                a person confirms it

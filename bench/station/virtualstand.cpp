@@ -1,0 +1,186 @@
+#include "station/virtualstand.h"
+
+#include "station/protocol.h"
+
+#include <QProcess>
+
+namespace station {
+
+static constexpr int bootMs = 30000, screenMs = 5000, filesMs = 5000;
+
+VirtualStand::VirtualStand(VirtualPanel &panel, PanelFiles &files)
+    : m_panel(panel)
+    , m_files(files)
+{
+}
+
+static Port linkPort(int level)
+{
+    return level == Bi ? Port::ttyO3 : Port::ttyO1;
+}
+
+QString VirtualStand::port(int level) const
+{
+    return m_panel.linkPath(linkPort(level));
+}
+
+QString VirtualStand::powerOn()
+{
+    const int level = m_files.level();
+    m_panel.powerOn();
+    m_files.booted();
+    if (!waitFor([&] { return m_panel.port(linkPort(level))->isOpenOnPanel() || !m_panel.isOn(); },
+                 bootMs))
+        return QString("the panel does not open its PC link within %1 s").arg(bootMs / 1000);
+    return m_panel.isOn() ? QString() : "the agent ended: " + m_panel.errorOutput().right(400);
+}
+
+// Before the power is cut every file must be as it has to be: what is wrong later may be the cut's
+// doing.
+QString VirtualStand::powerCycle()
+{
+    const QStringList faults = m_files.faults(filesMs);
+    m_panel.powerOff();
+    const QString fault = powerOn();
+    return QStringList(faults + (fault.isEmpty() ? QStringList() : QStringList(fault))).join("; ");
+}
+
+QString VirtualStand::act(const QString &verb, const QString &argument)
+{
+    if (verb == "powercycle")
+        return powerCycle();
+    if (verb == "screenshot")
+        return keepScreen(argument);
+    if (verb == "look")
+        return look(argument);
+    if (verb == "touch")
+        return touch(argument);
+    if (verb == "ask")
+        return {};
+    return fixture ? fixture(verb, argument) : "this bench has no fixture";
+}
+
+// The share of sampled pixels inside `part` that have `colour`.
+static double share(const QImage &image, const QRect &part, QRgb colour)
+{
+    int all = 0, same = 0;
+    for (int y = part.top(); y <= part.bottom(); y += 4)
+        for (int x = part.left(); x <= part.right(); x += 4, ++all)
+            same += (image.pixel(x, y) & 0xffffff) == (colour & 0xffffff);
+    return all ? double(same) / all : 0;
+}
+
+QString VirtualStand::look(const QString &wanted)
+{
+    if (wanted == "dark") {
+        const bool dark = waitFor([&] { return m_panel.backlight() == 0; }, screenMs);
+        return dark ? QString() : QString("the backlight is at %1 %").arg(m_panel.backlight());
+    }
+    const bool bands = wanted == "bands",
+               hex = wanted.size() == 6 && wanted.toInt(nullptr, 16) >= 0;
+    const QColor colour =
+        wanted == "green" ? QColor(Qt::green) : QColor(hex ? '#' + wanted : wanted);
+    const auto seen = [&](const QImage &image) {
+        if (m_panel.backlight() != 100)
+            return false;
+        const int third = image.width() / 3;
+        if (!bands)
+            return share(image, image.rect(), colour.rgb()) > 0.999;
+        const QRect band(2, 0, third - 6, image.height());
+        const double left = share(image, band, qRgb(255, 0, 0)),
+                     middle = share(image, band.translated(third, 0), qRgb(0, 255, 0)),
+                     right = share(image, band.translated(2 * third, 0), qRgb(0, 0, 255));
+        return qMin(left, qMin(middle, right)) > 0.999;
+    };
+    bool satisfied = false;
+    const QImage image = m_panel.screen().waitFor(seen, screenMs, &satisfied);
+    screens["look-" + wanted] = image;
+    return satisfied ? QString() : "the screen does not look so";
+}
+
+// The screen once it has come to rest: the panel paints after it has answered.
+QString VirtualStand::keepScreen(const QString &name)
+{
+    QImage last = m_panel.screen().grab();
+    const auto still = [&](const QImage &image) {
+        const bool same = image == last;
+        last = image;
+        QThread::msleep(150);
+        return same && !image.isNull();
+    };
+    m_panel.screen().waitFor(still, screenMs);
+    if (last.isNull())
+        return "the panel shows nothing";
+    screens[name] = last;
+    return {};
+}
+
+// Presses like a person, once the target shows: down, a little drift, up.
+QString VirtualStand::touchTarget(const QPoint &target)
+{
+    const auto shown = [&](const QImage &image) {
+        return image.pixelColor(target).lightness() < 200;
+    };
+    bool satisfied = false;
+    m_panel.screen().waitFor(shown, screenMs, &satisfied);
+    if (!satisfied)
+        return QString("no target at (%1, %2)").arg(target.x()).arg(target.y());
+    QThread::msleep(350); // touches closer than 300 ms to the last are taken for a bounce
+    m_panel.touchPress(target);
+    QThread::msleep(40);
+    for (const QPoint &drift : {QPoint(1, 0), QPoint(1, 1), QPoint(0, 0)}) {
+        m_panel.touchMove(target + drift);
+        QThread::msleep(30);
+    }
+    m_panel.touchRelease();
+    return {};
+}
+
+QString VirtualStand::touch(const QString &how)
+{
+    if (how == "release") {
+        m_panel.touchRelease();
+        return {};
+    }
+    if (how.startsWith("press")) {
+        m_panel.touchPress({how.section(' ', 1, 1).toInt(), how.section(' ', 2, 2).toInt()});
+        return {};
+    }
+    QVector<QPoint> targets;
+    const auto pass = [&](int margin, bool all) {
+        const int right = 800 - margin, bottom = 480 - margin;
+        const QVector<QPoint> points = {
+            {margin, margin}, {right, margin}, {right, bottom}, {margin, bottom}, {400, 240}};
+        for (int i = 0; i < points.size(); i += all ? 1 : 2)
+            targets << points[i];
+    };
+    if (how != "check")
+        pass(100, true);
+    pass(50, how != "calibrate3");
+    for (int i = 0; i < targets.size(); ++i) {
+        const QString fault = touchTarget(targets[i]);
+        if (!fault.isEmpty())
+            return QString("touch %1: %2").arg(i + 1).arg(fault);
+    }
+    return {};
+}
+
+Values identityOf(const VirtualPanel &panel)
+{
+    Values values;
+    for (const QByteArray &line : panel.readFile("/usr/local/HMIAPP/identity").split('\n')) {
+        if (line.startsWith("Model="))
+            values["model"] = line.mid(6);
+        else if (line.startsWith("Version="))
+            values["version"] = line.mid(8, 1) + '.' + line.mid(10, 4) + ".120";
+    }
+    QProcess cksum;
+    cksum.setStandardInputFile(panel.hostPath("/dev/mtd0"));
+    cksum.start("cksum", QStringList());
+    cksum.waitForFinished();
+    const quint32 crc = cksum.readAll().split(' ').value(0).toUInt();
+    values["crc"] = QString("%1").arg(crc, 8, 16, QLatin1Char('0')).toUpper();
+    return values;
+}
+
+} // namespace station
