@@ -12,8 +12,11 @@ struct Command {
     int (*run)(const QStringList &args);
 };
 const Command commands[] = {
+    {"produce", "take a factory-new virtual panel through its test levels", runProduce},
     {"panel", "start a virtual panel and leave it on", runPanel},
     {"fault", "list the faults, or switch them on a running panel", runFault},
+    {"station", "test panels at a serial port with the plan of a level", runStation},
+    {"send", "send one request and decode the reply", runSend},
 };
 
 int usage(FILE *out, int status)

@@ -6,3 +6,6 @@
 // program's arguments do; the result is the exit status. They throw BenchError.
 int runPanel(const QStringList &args);
 int runFault(const QStringList &args);
+int runProduce(const QStringList &args);
+int runStation(const QStringList &args);
+int runSend(const QStringList &args);

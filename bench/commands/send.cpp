@@ -1,0 +1,63 @@
+#include "commands/commands.h"
+#include "panel/bencherror.h"
+#include "station/protocol.h"
+#include "station/runner.h"
+
+#include <QCommandLineParser>
+
+using namespace station;
+
+int runSend(const QStringList &args)
+{
+    QCommandLineParser parser;
+    parser.setApplicationDescription(
+        "Sends one request to a panel and decodes the reply.\nCODE is a command code, or 8D and 8E "
+        "(clock; ARGUMENT: seconds "
+        "to be off), 0601 to 0603 (ARGUMENT: the ID),\n9510 (ARGUMENT: RRGGBB), KLV- (forced "
+        "change; ARGUMENT: the level). "
+        "Exit status 0 if any answer came.\nExample: bench send --port /dev/ttyUSB0 8000");
+    parser.addHelpOption();
+    parser.addOptions({{"port", "Serial device or pty of the PC link.", "path"},
+                       {"station", "Station number, decimal (default 0: any).", "number", "0"},
+                       {"bi", "Line settings of level BI (7E1 instead of 8E1 with RTS/CTS)."},
+                       {"model", "Model for the forced change, for example KLV-100.", "model"},
+                       {"timeout", "Milliseconds to wait for the answer.", "ms", "15000"}});
+    parser.addPositionalArgument("CODE", "What to ask.");
+    parser.addPositionalArgument("ARGUMENT", "Its data.", "[ARGUMENT]");
+    parser.process(QStringList("bench send") + args.mid(1));
+    const QStringList words = parser.positionalArguments();
+    if (words.isEmpty() || !parser.isSet("port"))
+        throw BenchError("which port and what code? Example: bench send --port /dev/ttyUSB0 8000");
+    Step step;
+    step.code = words[0].toUpper().toLatin1();
+    step.argument = words.value(1);
+    step.addressed = true;
+    if (step.code == "KLV-" && !parser.isSet("model"))
+        throw BenchError("the forced change needs the panel's model: --model KLV-100");
+    const Command *command = findCommand(step.code);
+    if (!command)
+        fprintf(stderr, "No panel knows the code %s; sent all the same\n", step.code.constData());
+    Link link;
+    QString error;
+    if (!link.open(parser.value("port"), parser.isSet("bi") ? Link::Mode::Rs485 : Link::Mode::Rs232,
+                   &error))
+        throw BenchError(error);
+    Link::Request request;
+    request.bytes =
+        requestOf(step, {{"model", parser.value("model")}}, parser.value("station").toInt());
+    request.timeoutMs = parser.value("timeout").toInt();
+    request.framed = command && command->answer == Answer::Frame;
+    const Link::Answer answer = link.exchange(request);
+    const Reply reply = decode(answer.bytes);
+    static const char *const kinds[] = {"none",          "frame", "identity",
+                                        "battery value", "text",  "damaged"};
+    say("request  " + printable(request.bytes));
+    say("reply    " + printable(answer.bytes));
+    say(QString("kind     %1").arg(kinds[reply.kind])
+        + (reply.station >= 0 ? QString(" from station %1").arg(reply.station) : QString()));
+    say("meaning  " + meaningOf(reply.payload, step.code));
+    say(QString("time     %1 ms").arg(answer.ms, 0, 'f', 1));
+    if (!answer.error.isEmpty())
+        throw BenchError(answer.error);
+    return reply.kind == Reply::None;
+}
