@@ -24,7 +24,7 @@ int runSend(const QStringList &args)
                        {"timeout", "Milliseconds to wait for the answer.", "ms", "15000"}});
     parser.addPositionalArgument("CODE", "What to ask.");
     parser.addPositionalArgument("ARGUMENT", "Its data.", "[ARGUMENT]");
-    parser.process(QStringList("bench send") + args.mid(1));
+    parser.process(args);
     const QStringList words = parser.positionalArguments();
     if (words.isEmpty() || !parser.isSet("port"))
         throw BenchError("which port and what code? Example: bench send --port /dev/ttyUSB0 8000");

@@ -1,4 +1,5 @@
 #include "commands/commands.h"
+#include "commands/interrupt.h"
 #include "panel/bencherror.h"
 #include "station/protocol.h"
 #include "station/report.h"
@@ -34,7 +35,7 @@ void work(const QString &port, const QVector<Job *> &jobs, bool unattended, bool
     Link link;
     QString error;
     const int level = jobs.first()->plan.level;
-    const bool open = link.open(port, level == Bi ? Link::Mode::Rs485 : Link::Mode::Rs232, &error);
+    const bool open = link.open(port, modeAt(level), &error);
     for (Job *job : jobs) {
         LevelResult result;
         result.level = levelName(level);
@@ -134,7 +135,7 @@ int runStation(const QStringList &args)
           "out/station"},
          {"check", "Only check the plan."},
          {"yes", "Take everything asked of a person as done."}});
-    parser.process(QStringList("bench station") + args.mid(1));
+    parser.process(args);
     if ((!parser.isSet("port") && !parser.isSet("check")) || levelByName(parser.value("level")) < 0)
         throw BenchError("which port, and which level (ict, t1, bi, t2)? Example: bench station "
                          "--port /dev/ttyUSB0 --level t1");
@@ -143,6 +144,7 @@ int runStation(const QStringList &args)
         say("The plan may run");
         return 0;
     }
+    quitOnInterrupt();
     if (!runAll(jobs, parser.isSet("yes"))) {
         fprintf(stderr, "interrupted; the panels stay as they are\n");
         _exit(130); // the threads wait for panels: nothing of theirs needs an orderly end

@@ -2,6 +2,7 @@
 
 #include "panel/bencherror.h"
 #include "station/codec.h"
+#include "station/protocol.h"
 
 #include <QElapsedTimer>
 #include <QEventLoop>
@@ -25,6 +26,11 @@ static QString remedy(const QSerialPort &port)
     default:
         return port.errorString();
     }
+}
+
+Link::Mode modeAt(int level)
+{
+    return level == Bi ? Link::Mode::Rs485 : Link::Mode::Rs232;
 }
 
 bool Link::open(const QString &path, Mode mode, QString *error)

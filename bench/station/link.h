@@ -48,4 +48,7 @@ private:
     int m_owed = 0; // answers that a repeated request may still bring
 };
 
+// The line settings of a level (protocol.h).
+Link::Mode modeAt(int level);
+
 } // namespace station
