@@ -17,6 +17,7 @@ const Command commands[] = {
     {"fault", "list the faults, or switch them on a running panel", runFault},
     {"station", "test panels at a serial port with the plan of a level", runStation},
     {"send", "send one request and decode the reply", runSend},
+    {"measure", "measure speed and size of the agent", runMeasure},
 };
 
 int usage(FILE *out, int status)
