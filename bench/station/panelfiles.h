@@ -32,6 +32,7 @@ public:
     }
 
 private:
+    QByteArray date() const;
     QByteArray read(const QString &name) const;
     QByteArray flagFile(int level) const;
     void setItem(int level, int item, char result);
@@ -52,7 +53,8 @@ private:
     QByteArray m_level = "ICT\n";
     int m_running = 0; // level the panel runs at since its last start
     QByteArray m_flags[4]; // result characters; empty: no file
-    QByteArray m_resume; // a date stands as dateMark
+    QByteArray m_resume; // dates as date()
+    int m_year = 0;
     QList<QByteArray> m_records; // of the factory log, without their date
     QHash<QString, QByteArray> m_identities; // files with station number and IDs
     int m_factory = 0;
