@@ -29,10 +29,12 @@ quint32 g_uiBackCunt = 0;
 quint32 g_uiRDResetCunt = 0;
 quint32 g_uiRDBackCunt = 0;
 
+CalibrationRecord cal;
+QPoint ga_PointCalibrationCheck[TouchTargets];
 bool g_bCalibrationCheckAll = true;
 bool g_bCalibration_Result = false;
-bool g_bCalibration_Legal[5];
-QString qs_PressingPoint[5];
+bool g_bCalibration_Legal[TouchTargets];
+QString qs_PressingPoint[TouchTargets];
 
 int g_iSTATION_NUM = 0;
 char gc_SN[3];

@@ -1,0 +1,70 @@
+#include "pointercal.h"
+
+#include "system/command.h"
+#include "system/files.h"
+
+#include <QFile>
+#include <fcntl.h>
+#include <unistd.h>
+
+constexpr int StartLimit = 256; // bytes taken of the backup before a calibration
+constexpr int RestoreLimit = 512; // and after a failed check
+
+// The zero byte is part of the file on purpose: readers on the panels in the field take the text
+// up to it.
+static void writeWithZero(const QByteArray &text)
+{
+    const char *start = text.constData();
+    writeFile(PointercalFile, QByteArray(start, int(qstrlen(start)) + 1));
+}
+
+void writePointercal(const QByteArray &coefficients)
+{
+    writeWithZero(coefficients);
+}
+
+void backUpPointercal()
+{
+    runShell("cat /etc/pointercal > /usr/local/ict/pointercal");
+    sync();
+}
+
+void backUpPointercalOnce()
+{
+    if (!QFile::exists(QString::fromLatin1(PointercalBackup)))
+        backUpPointercal();
+}
+
+void startFromLastGood()
+{
+    // A backup without a byte, as a power cut leaves it, counts as missing: putting it back would
+    // cost the panel the calibration it still has.
+    const QByteArray backup = readFile(PointercalBackup, StartLimit);
+    if (!backup.isEmpty()) {
+        writeWithZero(backup);
+        return;
+    }
+    runShell("cp /etc/pointercal /usr/local/ict/");
+    sync();
+}
+
+void restoreLastGood()
+{
+    writeWithZero(readFile(PointercalBackup, RestoreLimit));
+}
+
+void storeInBootLoader(const QByteArray &line)
+{
+    runShell(("echo " + line + " | fw_setenv -s /dev/stdin").constData());
+    sync();
+    runShell("/usr/local/ict/update_pointercal.sh &");
+}
+
+void writeTouchValues(const char *path, const QByteArray &lines)
+{
+    File file(path, O_RDWR | O_CREAT);
+    if (!file.isOpen())
+        return;
+    file.write(lines.constData(), lines.size());
+    sync();
+}
