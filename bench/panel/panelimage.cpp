@@ -75,7 +75,7 @@ struct Content {
 };
 // Files the panel changes later: written only if missing.
 const Content factoryFiles[] = {
-    {"/usr/local/HMIAPP/identity", "Model=KLV-070W\nVersion=A.0123\n"},
+    {"/usr/local/HMIAPP/identity", "Model=KLV-100\nVersion=A.0123\n"},
     {"/etc/passwd", "root:x:0:0:root:/root:/bin/sh\n"},
     {"/etc/group", "root:x:0:\n"},
 };
