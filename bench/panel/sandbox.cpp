@@ -54,7 +54,11 @@ QStringList environment()
     };
     for (const auto &variable : variables)
         args << "--setenv" << variable.first << variable.second;
-    for (const char *name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS", "LSAN_OPTIONS"}) {
+    // A sanitizer's runtime insists on being loaded first, which libfaketime is here.
+    args << "--setenv"
+         << "ASAN_OPTIONS"
+         << "verify_asan_link_order=0:" + qEnvironmentVariable("ASAN_OPTIONS");
+    for (const char *name : {"UBSAN_OPTIONS", "TSAN_OPTIONS", "LSAN_OPTIONS"}) {
         if (qEnvironmentVariableIsSet(name))
             args << "--setenv" << name << qEnvironmentVariable(name);
     }
