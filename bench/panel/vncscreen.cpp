@@ -64,8 +64,13 @@ QImage VncScreen::grab(int ms)
     QElapsedTimer clock;
     clock.start();
     while (connect(ms - int(clock.elapsed()))) {
+        // What is already on its way is older than this request: the answer to the request that
+        // connecting makes, or to one that was given up.
+        bool alive = true;
+        while (alive && WaitForMessage(client_, 0) > 0)
+            alive = HandleRFBServerMessage(client_);
         received_ = 0;
-        bool alive = SendFramebufferUpdateRequest(client_, 0, 0, width, height, FALSE);
+        alive = alive && SendFramebufferUpdateRequest(client_, 0, 0, width, height, FALSE);
         while (alive && received_ < width * height && clock.elapsed() < ms) {
             const int ready = WaitForMessage(client_, 20000); // microseconds
             alive = ready >= 0 && (ready == 0 || HandleRFBServerMessage(client_));
