@@ -1,10 +1,15 @@
 #include "commands/commands.h"
 #include "commands/interrupt.h"
+#include "fixture/faultsocket.h"
+#include "fixture/fixture.h"
 #include "panel/virtualpanel.h"
 
 #include <QCommandLineParser>
+#include <QSocketNotifier>
 
 #include <cstdio>
+#include <memory>
+#include <unistd.h>
 
 namespace {
 
@@ -12,26 +17,31 @@ namespace {
 const QHash<QString, QByteArray> levelLines{
     {"ict", "ICT\n"}, {"t1", "T1 \n"}, {"bi", "BI \n"}, {"t2", "T2 \n"}, {"hmi", "HMI\n"}};
 
-void printHowTo(VirtualPanel &panel, bool burnIn)
+const char levelFile[] = "/usr/local/ict/HMI_TEST_LEVEL.txt";
+
+void printHowTo(VirtualPanel &panel)
 {
+    const QByteArray level = panel.readFile(levelFile).trimmed();
+    const bool burnIn = level == "BI";
     const QString link = panel.linkPath(burnIn ? Port::ttyO3 : Port::ttyO1);
-    printf("The panel is on.\n\n"
+    printf("The panel is on, its level file says %s.\n\n"
            "  PC link      %s   (%s)\n"
            "  VNC screen   127.0.0.1:%u   (this machine only)\n"
-           "  its files    %s\n"
-           "  its output   %s/agent.log\n\n",
-           qPrintable(link), burnIn ? "9600 7E1, RS-485" : "9600 8E1, RTS/CTS", panel.vncPort(),
-           qPrintable(panel.hostPath("/")), qPrintable(panel.folder()));
+           "  folder       %s   (its files under root/, its output in agent.log)\n\n",
+           level.isEmpty() ? "nothing yet" : level.constData(), qPrintable(link),
+           burnIn ? "9600 7E1, RS-485" : "9600 8E1, RTS/CTS", panel.vncPort(),
+           qPrintable(panel.folder()));
     printf("Attach\n"
            "  a terminal   socat STDIO %s,raw,echo=0\n"
            "  a station    let it open %s as its serial port\n"
-           "  a viewer     vncviewer 127.0.0.1::%u\n\nOther ports:\n",
-           qPrintable(link), qPrintable(link), panel.vncPort());
+           "  a viewer     vncviewer 127.0.0.1::%u\n"
+           "  a fault      bench fault set NAME --panel %s\n\nOther ports:\n",
+           qPrintable(link), qPrintable(link), panel.vncPort(), qPrintable(panel.folder()));
     for (int i = 0; i < portCount; ++i) {
         if (panel.linkPath(Port(i)) != link)
             printf("  %-10s   %s\n", portName(Port(i)), qPrintable(panel.linkPath(Port(i))));
     }
-    printf("\nCtrl-C switches it off.\n");
+    printf("\nEnter cycles its power, Ctrl-C switches it off.\n");
     fflush(stdout);
 }
 
@@ -52,6 +62,8 @@ int runPanel(const QStringList &args)
         {"vnc-port", "TCP port for viewers (default: a free one).", "port", "0"},
         {"agent", "The agent's executable (default: this build's).", "path"},
         {"agent-args", "Arguments for the agent, for example PFVP_EMS.", "args"},
+        {"fault", "Start with this fault (repeatable; see `bench fault list`).", "name"},
+        {"no-fixture", "Leave the other ports free: no probes on them, no media in the slots."},
     });
     parser.process(args);
 
@@ -69,11 +81,42 @@ int runPanel(const QStringList &args)
     if (parser.isSet("factory-new"))
         panel.factoryNew();
     if (parser.isSet("level"))
-        panel.writeFile("/usr/local/ict/HMI_TEST_LEVEL.txt", levelLines[level]);
-    panel.powerOn(parser.value("agent-args").split(' ', Qt::SkipEmptyParts));
-    printHowTo(panel, panel.readFile("/usr/local/ict/HMI_TEST_LEVEL.txt").startsWith("BI"));
+        panel.writeFile(levelFile, levelLines[level]);
+    std::unique_ptr<Fixture> fixture;
+    std::unique_ptr<FaultSocket> switches;
+    if (!parser.isSet("no-fixture")) {
+        fixture = std::make_unique<Fixture>(panel);
+        switches = std::make_unique<FaultSocket>(*fixture, panel.folder());
+    } else if (parser.isSet("fault")) {
+        throw BenchError("--fault needs the fixture: leave --no-fixture out");
+    }
+    for (const QString &fault : parser.values("fault")) {
+        const QString wrong = fixture->setFault(fault);
+        if (!wrong.isEmpty())
+            throw BenchError(wrong);
+    }
+    const QStringList agentArgs = parser.value("agent-args").split(' ', Qt::SkipEmptyParts);
+    panel.powerOn(agentArgs);
+    printHowTo(panel);
 
-    QObject::connect(&panel, &VirtualPanel::powered, qApp, &QCoreApplication::quit);
+    // A station that changes the level needs a hand at the power switch.
+    bool cycling = false;
+    QSocketNotifier enter(STDIN_FILENO, QSocketNotifier::Read);
+    QObject::connect(&enter, &QSocketNotifier::activated, [&] {
+        char line[256];
+        if (::read(STDIN_FILENO, line, sizeof line) <= 0) {
+            enter.setEnabled(false); // no terminal
+            return;
+        }
+        cycling = true;
+        panel.powerCycle(agentArgs);
+        cycling = false;
+        printHowTo(panel);
+    });
+    QObject::connect(&panel, &VirtualPanel::powered, [&](bool on) {
+        if (!on && !cycling)
+            QCoreApplication::quit();
+    });
     QCoreApplication::exec();
     if (interrupted())
         return 0;
