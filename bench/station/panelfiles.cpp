@@ -78,14 +78,20 @@ void PanelFiles::booted()
         setItem(Bi, 5, '1');
 }
 
-// What the panel's own copy of the last request and reply holds is bounded, and so is what it logs.
+// What the panel's own copies of the last request and reply hold is bounded, and so is what it
+// logs. A touch pass is answered after the screen has shown the request, which takes its line end
+// off.
 void PanelFiles::traffic(const StepResult &result)
 {
-    if (m_running != Bi)
-        m_records << ("---> " + result.request.left(maximumShown) + "<--- "
-                      + result.answer.bytes.left(maximumShown)
-                      // The battery frame goes out without its line feed but is logged with it.
-                      + (result.reply.kind == Reply::Battery ? "\n\n" : "\n"));
+    static const QList<QByteArray> touchPasses = {"9000", "9004", "9001"};
+    if (m_running == Bi)
+        return;
+    QByteArray request = result.request.left(maximumShown);
+    if (touchPasses.contains(result.step.code))
+        request.chop(2);
+    // The battery frame goes out without its line feed but is logged with it.
+    const char *end = result.reply.kind == Reply::Battery ? "\n\n" : "\n";
+    m_records << "---> " + request + "<--- " + result.answer.bytes.left(maximumShown) + end;
 }
 
 void PanelFiles::changed(const QByteArray &level)
