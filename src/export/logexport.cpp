@@ -4,10 +4,10 @@
 #include "link/reply.h"
 #include "mainwindow.h"
 #include "system/command.h"
+#include "system/print.h"
 
 #include <QDir>
 #include <QFile>
-#include <cstdio>
 
 constexpr char Archive[] = "/tmp/ict_log.tgz";
 
@@ -55,8 +55,8 @@ static bool canCopy(const Export &row)
         return isMounted(row);
     const char *missing = missingForPartition(row);
     if (missing)
-        printf("%s not exitst! Export Log From Partition to %s Fail\n", missing,
-               row.route == ExportPartitionToUsb ? "USB" : "SD");
+        printNow("%s not exitst! Export Log From Partition to %s Fail", missing,
+                 row.route == ExportPartitionToUsb ? "USB" : "SD");
     return !missing;
 }
 

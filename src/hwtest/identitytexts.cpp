@@ -5,8 +5,8 @@
 #include "probe.h"
 #include "state/itemrecord.h"
 #include "system/command.h"
+#include "system/print.h"
 
-#include <cstdio>
 #include <cstring>
 
 constexpr int ModelItem = 0, CrcItem = 1, VersionItem = 2;
@@ -71,8 +71,7 @@ void MainWindow::sendIdentityText(int which)
             sendToolVersion();
         break;
     default:
-        printf("HMI_INFO Exception");
-        fflush(stdout);
+        printNow("HMI_INFO Exception");
         break;
     }
 }

@@ -1,6 +1,7 @@
 #include "serialports.h"
 
 #include "state/teststate.h"
+#include "system/print.h"
 
 #include <asm/ioctls.h>
 #include <cstdio>
@@ -50,7 +51,7 @@ static void enableRs485(int fd)
     serial_rs485 rs485 = {};
     rs485.flags = SER_RS485_ENABLED | SER_RS485_RTS_ON_SEND;
     if (ioctl(fd, TIOCSRS485, &rs485) < 0)
-        printf("Error setting rs485 mode\n");
+        printNow("Error setting rs485 mode");
 }
 
 static int openDevice(const char *path, const PortRequest &request, bool rs485, qint32 *slot)
