@@ -137,7 +137,7 @@ QVector<Variant> variantsOf(const QCommandLineParser &parser)
     const Values second = {
         {"semiId", "SEMI25110002"}, {"machineId", "202547110W12345607"}, {"station", "7"}};
     const QString folder = parser.value("folder");
-    if (parser.isSet("tour") || !parser.isSet("all"))
+    if (parser.isSet("tour"))
         return {{"", planFolder() + "/tour", folder, faults, first}};
     QVector<Variant> variants = {{"", parser.value("plans"), folder, faults, first}};
     if (!parser.isSet("single"))
@@ -163,7 +163,6 @@ int runProduce(const QStringList &args)
          planFolder()},
         {"tour", "Only identity, presence, failing end check and forced change of each level."},
         {"single", "Without the second panel."},
-        {"all", "Every item of every level."},
         {"fault", "Begin with this fault; may be given several times.", "name[:value]"},
         {"report", "Folder for report.html, report.json, junit.xml and the screens.", "folder",
          "out/produce"},

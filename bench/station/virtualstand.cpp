@@ -122,7 +122,8 @@ QString VirtualStand::touchTarget(const QPoint &target)
         return image.pixelColor(target).lightness() < 200;
     };
     bool satisfied = false;
-    m_panel.screen().waitFor(shown, screenMs, &satisfied);
+    const QImage image = m_panel.screen().waitFor(shown, screenMs, &satisfied);
+    screens["touch"] = image;
     if (!satisfied)
         return QString("no target at (%1, %2)").arg(target.x()).arg(target.y());
     QThread::msleep(350); // touches closer than 300 ms to the last are taken for a bounce
