@@ -10,8 +10,8 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
-#include <poll.h>
 #include <pty.h>
+#include <sys/inotify.h>
 #include <sys/ioctl.h>
 #include <termios.h>
 #include <time.h>
@@ -37,6 +37,19 @@ const SpeedCode speeds[] = {
     {B4800, 4800},   {B9600, 9600},   {B19200, 19200},
     {B38400, 38400}, {B57600, 57600}, {B115200, 115200},
 };
+
+// How many descriptors of a process are open on a file.
+int countOpen(qint64 pid, const QString &path)
+{
+    int count = 0;
+    const QDir fds(QString("/proc/%1/fd").arg(pid));
+    for (const QString &fd : fds.entryList(QDir::Files | QDir::System)) {
+        char target[64] = "";
+        count += readlink(QFile::encodeName(fds.filePath(fd)), target, sizeof target - 1) > 0
+            && path == target;
+    }
+    return count;
+}
 
 } // namespace
 
@@ -76,29 +89,25 @@ PtyPort::PtyPort(Port id)
     : id_(id)
     , panel_(openPty())
     , outside_(openPty())
+    , users_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC))
     , pace_(new QTimer(this))
-    , attach_(new QTimer(this))
 {
-    // The panel's slave stays open here, so that a restart of the agent is no hang-up. The outside
-    // slave does not: its hang-up tells that no program is attached.
-    ::close(outside_.slave);
-    outside_.slave = -1;
+    // Both slaves stay open here, so that a restart of the agent or of a station is no hang-up.
     watchPanel();
-    fromOutside_ = new QSocketNotifier(outside_.master, QSocketNotifier::Read, this);
-    fromOutside_->setEnabled(false);
-    connect(fromOutside_, &QSocketNotifier::activated, this, &PtyPort::readOutside);
+    auto *outside = new QSocketNotifier(outside_.master, QSocketNotifier::Read, this);
+    connect(outside, &QSocketNotifier::activated, this, &PtyPort::readOutside);
+    inotify_add_watch(users_, QFile::encodeName(outside_.path), IN_OPEN | IN_CLOSE);
+    auto *users = new QSocketNotifier(users_, QSocketNotifier::Read, this);
+    connect(users, &QSocketNotifier::activated, this, &PtyPort::watchUsers);
     pace_->setInterval(1);
     pace_->setTimerType(Qt::PreciseTimer);
     connect(pace_, &QTimer::timeout, this, &PtyPort::pump);
-    attach_->setInterval(20);
-    connect(attach_, &QTimer::timeout, this, &PtyPort::watchOutside);
-    attach_->start();
 }
 
 PtyPort::~PtyPort()
 {
     cut();
-    for (int fd : {panel_.master, panel_.slave, outside_.master}) {
+    for (int fd : {panel_.master, panel_.slave, outside_.master, outside_.slave, users_}) {
         if (fd >= 0)
             ::close(fd);
     }
@@ -156,14 +165,7 @@ bool PtyPort::isOpenOnPanel() const
     const QString path = panelPath();
     if (!agent || path.isEmpty())
         return false;
-    const QDir fds(QString("/proc/%1/fd").arg(agent));
-    for (const QString &fd : fds.entryList(QDir::Files | QDir::System)) {
-        char target[64] = "";
-        if (readlink(QFile::encodeName(fds.filePath(fd)), target, sizeof target - 1) > 0
-            && path == target)
-            return true;
-    }
-    return false;
+    return countOpen(agent, path) > 0;
 }
 
 void PtyPort::send(const QByteArray &bytes)
@@ -211,7 +213,7 @@ void PtyPort::readPanel()
         return;
     const QByteArray data(bytes, int(n));
     const qint64 now = monotonicNs();
-    if (fromOutside_->isEnabled() && ::write(outside_.master, bytes, size_t(n)) != n)
+    if (attached_ && ::write(outside_.master, bytes, size_t(n)) != n)
         qWarning("%s: the program outside does not read; bytes lost", portName(id_));
     emit fromPanel(data, now);
 }
@@ -222,19 +224,27 @@ void PtyPort::readOutside()
     const ssize_t n = ::read(outside_.master, bytes, sizeof bytes);
     if (n > 0)
         queue(QByteArray(bytes, int(n)));
-    else if (errno == EIO)
-        fromOutside_->setEnabled(false); // the last program closed the port
 }
 
-// Nobody on the outside is a hang-up on its master, which would keep a notifier spinning.
-void PtyPort::watchOutside()
+// What the panel says while no program is attached is not kept for the next one, and a program that
+// was killed does not keep others out, as it would with its exclusive lock.
+void PtyPort::watchUsers()
 {
-    if (fromOutside_->isEnabled())
-        return;
-    pollfd end{outside_.master, POLLIN, 0};
-    poll(&end, 1, 0);
-    if (!(end.revents & POLLHUP))
-        fromOutside_->setEnabled(true);
+    alignas(inotify_event) char buffer[4096];
+    const ssize_t n = ::read(users_, buffer, sizeof buffer);
+    for (ssize_t at = 0; at < n;) {
+        const auto *event = reinterpret_cast<const inotify_event *>(buffer + at);
+        at += ssize_t(sizeof *event + event->len);
+        attached_ = true;
+        if (!(event->mask & IN_CLOSE))
+            continue;
+        ioctl(outside_.slave, TIOCNXCL);
+        // Events of the same kind may come as one, so that counting them would not do.
+        int holders = -1; // this object itself
+        for (const QString &pid : QDir("/proc").entryList({"[0-9]*"}, QDir::Dirs))
+            holders += countOpen(pid.toLongLong(), outside_.path);
+        attached_ = holders > 0;
+    }
 }
 
 qint64 PtyPort::byteTime() const

@@ -74,7 +74,7 @@ private:
     static Pty openPty();
     void readPanel();
     void readOutside();
-    void watchOutside();
+    void watchUsers();
     void queue(const QByteArray &bytes);
     void pump();
     qint64 byteTime() const;
@@ -86,8 +86,9 @@ private:
     Pty panel_, outside_;
     QSocketNotifier *fromPanel_ = nullptr;
     std::atomic<qint64> agent_{0};
-    QSocketNotifier *fromOutside_;
-    QTimer *pace_, *attach_;
+    int users_; // inotify of the outside device
+    bool attached_ = false; // a program has the outside device open
+    QTimer *pace_;
     QByteArray line_; // bytes on their way to the panel
     qint64 arrived_ = 0; // when the last byte before them arrived, CLOCK_MONOTONIC in ns
     bool open_ = false; // what isOpenOnPanel() said at openAt_; looked up anew every few bytes

@@ -8,7 +8,6 @@
 #include <QFileInfo>
 
 #include <csignal>
-#include <sys/stat.h>
 
 namespace {
 
@@ -275,53 +274,11 @@ QByteArray VirtualPanel::attribute(const QString &panelPath) const
 
 int VirtualPanel::backlight() const
 {
-    return attribute(attribute::backlight).toInt();
-}
-
-QVector<ToolCall> VirtualPanel::calls() const
-{
-    QVector<ToolCall> calls;
-    for (const QByteArray &line : readFile("/run/bench/calls").split('\n')) {
-        const QStringList fields = QString::fromUtf8(line).split('\t');
-        if (fields.size() >= 2)
-            calls.append({qint64(fields[0].toDouble() * 1e9), fields[1], fields.mid(2)});
-    }
-    return calls;
-}
-
-void VirtualPanel::clearCalls()
-{
-    QFile::resize(hostPath("/run/bench/calls"), 0);
-}
-
-void VirtualPanel::toolPrints(const QString &tool, const QByteArray &text)
-{
-    restoreTool(tool);
-    // Complete before it has its name: a call meets all of it or nothing.
-    const QString file = "/run/bench/fault/" + tool;
-    writeFile(file + ".new", text);
-    QFile::rename(hostPath(file + ".new"), hostPath(file));
-}
-
-void VirtualPanel::toolHangs(const QString &tool)
-{
-    restoreTool(tool);
-    mkfifo(QFile::encodeName(hostPath("/run/bench/fault/" + tool)), 0600);
-}
-
-void VirtualPanel::toolMissing(const QString &tool)
-{
-    restoreTool(tool);
-    QFile::remove(hostPath(toolPath(tool)));
-}
-
-void VirtualPanel::restoreTool(const QString &tool)
-{
-    if (toolPath(tool).isEmpty())
-        throw BenchError(QString("The panel's image has no program %1").arg(tool));
-    QFile::remove(hostPath("/run/bench/fault/" + tool));
-    QFile::remove(hostPath(toolPath(tool)));
-    QFile::link("/run/bench/toolbox", hostPath(toolPath(tool)));
+    // The panel writes it through the shell, which empties the file first.
+    QByteArray text;
+    for (int i = 0; i < 20 && (text = attribute(attribute::backlight)).isEmpty(); ++i)
+        QThread::msleep(1);
+    return text.toInt();
 }
 
 QByteArray VirtualPanel::bootEnvironment() const

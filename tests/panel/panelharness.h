@@ -6,6 +6,8 @@
 #include <QSerialPort>
 #include <QtTest>
 
+#include <memory>
+
 // Options of a panel that runs something else than the agent, to look at the bench itself.
 inline PanelOptions running(const QString &program)
 {
@@ -80,4 +82,15 @@ private:
 inline QColor colourAt(const QImage &image, int x, int y)
 {
     return image.isNull() ? QColor(Qt::black) : image.pixelColor(x, y);
+}
+
+// How many pixels of a part of two screens differ.
+inline int differingPixels(const QImage &a, const QImage &b, const QRect &part = {0, 0, 800, 480})
+{
+    int count = 0;
+    for (int y = part.top(); y <= part.bottom(); ++y) {
+        for (int x = part.left(); x <= part.right(); ++x)
+            count += colourAt(a, x, y) != colourAt(b, x, y);
+    }
+    return count;
 }
