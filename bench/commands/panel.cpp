@@ -1,5 +1,6 @@
 #include "commands/commands.h"
 #include "commands/interrupt.h"
+#include "commands/traffic.h"
 #include "fixture/faultsocket.h"
 #include "fixture/fixture.h"
 #include "panel/virtualpanel.h"
@@ -10,6 +11,7 @@
 #include <cstdio>
 #include <memory>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -19,11 +21,16 @@ const QHash<QString, QByteArray> levelLines{
 
 const char levelFile[] = "/usr/local/ict/HMI_TEST_LEVEL.txt";
 
+Port linkPort(VirtualPanel &panel)
+{
+    return panel.readFile(levelFile).startsWith("BI") ? Port::ttyO3 : Port::ttyO1;
+}
+
 void printHowTo(VirtualPanel &panel)
 {
     const QByteArray level = panel.readFile(levelFile).trimmed();
-    const bool burnIn = level == "BI";
-    const QString link = panel.linkPath(burnIn ? Port::ttyO3 : Port::ttyO1);
+    const bool burnIn = linkPort(panel) == Port::ttyO3;
+    const QString link = panel.linkPath(linkPort(panel));
     printf("The panel is on, its level file says %s.\n\n"
            "  PC link      %s   (%s)\n"
            "  VNC screen   127.0.0.1:%u   (this machine only)\n"
@@ -63,6 +70,7 @@ int runPanel(const QStringList &args)
         {"agent", "The agent's executable (default: this build's).", "path"},
         {"agent-args", "Arguments for the agent, for example PFVP_EMS.", "args"},
         {"fault", "Start with this fault (repeatable; see `bench fault list`).", "name"},
+        {"traffic", "Show what goes over the serial ports, decoded, with times in seconds."},
         {"no-fixture", "Leave the other ports free: no probes on them, no media in the slots."},
     });
     parser.process(args);
@@ -96,6 +104,9 @@ int runPanel(const QStringList &args)
             throw BenchError(wrong);
     }
     const QStringList agentArgs = parser.value("agent-args").split(' ', Qt::SkipEmptyParts);
+    std::vector<std::unique_ptr<Traffic>> traffic;
+    for (int i = 0; i < portCount && parser.isSet("traffic"); ++i)
+        traffic.push_back(std::make_unique<Traffic>(panel.port(Port(i))));
     panel.powerOn(agentArgs);
     printHowTo(panel);
 

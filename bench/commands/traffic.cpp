@@ -1,0 +1,65 @@
+#include "commands/traffic.h"
+#include "station/codec.h"
+#include "station/protocol.h"
+
+#include <cstdio>
+
+namespace {
+// A message without a line end is over when the line has been silent for so long.
+constexpr int quietMs = 50;
+} // namespace
+
+Traffic::Traffic(PtyPort *port)
+    : name_(portName(port->id()))
+{
+    clock_.start();
+    quiet_.setSingleShot(true);
+    quiet_.setInterval(quietMs);
+    connect(&quiet_, &QTimer::timeout, this, [this] {
+        finish(in_);
+        finish(out_);
+    });
+    connect(port, &PtyPort::intoPanel, this, [this](const QByteArray &bytes) { add(in_, bytes); });
+    connect(port, &PtyPort::fromPanel, this, [this](const QByteArray &bytes) { add(out_, bytes); });
+}
+
+void Traffic::add(Message &message, const QByteArray &bytes)
+{
+    finish(&message == &in_ ? out_ : in_); // the other side's turn is over
+    for (char byte : bytes) {
+        message.bytes += byte;
+        if (byte == '\n')
+            finish(message);
+    }
+    quiet_.start();
+}
+
+void Traffic::finish(Message &message)
+{
+    if (message.bytes.isEmpty())
+        return;
+    printf("%9.3f  %-7s %s %-34s %s\n", double(clock_.elapsed()) / 1000, name_, message.arrow,
+           qPrintable(station::printable(message.bytes)), qPrintable(meaning(message)));
+    fflush(stdout);
+    message.bytes.clear();
+}
+
+QString Traffic::meaning(const Message &message)
+{
+    if (&message == &out_ && code_.isEmpty())
+        return {};
+    if (&message == &out_)
+        return station::meaningOf(station::decode(message.bytes).payload, code_);
+    // Of the long requests the table knows the first characters; the number may be in front.
+    code_.clear();
+    for (int from : {3, 0}) {
+        for (int length : {4, 2}) {
+            const station::Command *command = station::findCommand(message.bytes.mid(from, length));
+            if (command && code_.isEmpty()) {
+                code_ = command->code;
+                return command->meaning;
+            }
+        }
+    }
+    return {};
+}

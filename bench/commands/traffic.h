@@ -1,0 +1,31 @@
+#pragma once
+
+#include "panel/ptyport.h"
+
+#include <QElapsedTimer>
+#include <QTimer>
+
+// Prints what goes over one port of a panel, a line for each message: time since the start in
+// seconds, port, direction as the panel sees it, the bytes, and on the PC link what they mean.
+class Traffic : public QObject {
+    Q_OBJECT
+
+public:
+    // Prints from the thread that creates it.
+    explicit Traffic(PtyPort *port);
+
+private:
+    struct Message {
+        const char *arrow;
+        QByteArray bytes;
+    };
+    void add(Message &message, const QByteArray &bytes);
+    void finish(Message &message);
+    QString meaning(const Message &message);
+
+    const char *name_;
+    Message in_{"->", {}}, out_{"<-", {}};
+    QByteArray code_; // of the last request; empty for what is none
+    QTimer quiet_;
+    QElapsedTimer clock_;
+};
