@@ -90,6 +90,7 @@ const Content attributes[] = {
     {"/sys/bus/iio/devices/iio:device0/in_voltage5_raw", "3693\n"}, // 3.300 V
     {"/sys/bus/iio/devices/iio:device0/in_voltage6_raw", "2313\n"}, // 3.099 V
     {"/sys/bus/iio/devices/iio:device0/in_voltage7_raw", "2000\n"},
+    {"/sys/class/usb_role/usb0-role-switch/role", "device\n"}, // of image/usb_mode.sh
 };
 
 constexpr int sramSize = 32768, nandSize = 131072;
