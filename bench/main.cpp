@@ -1,15 +1,18 @@
 #include "commands/commands.h"
-#include "panel/virtualpanel.h"
+#include "panel/bencherror.h"
 
-#include <QCoreApplication>
+#include <QGuiApplication>
 
+#include <algorithm>
 #include <cstdio>
+#include <memory>
 
 namespace {
 
 struct Command {
     const char *name, *help;
     int (*run)(const QStringList &args);
+    bool draws = false; // texts, to recognise them on a screen
 };
 const Command commands[] = {
     {"produce", "take a factory-new virtual panel through its test levels", runProduce},
@@ -17,6 +20,7 @@ const Command commands[] = {
     {"fault", "list the faults, or switch them on a running panel", runFault},
     {"station", "test panels at a serial port with the plan of a level", runStation},
     {"send", "send one request and decode the reply", runSend},
+    {"pfvp", "run a PFVP mode on two cabled virtual panels", runPfvp, true},
     {"measure", "measure speed and size of the agent", runMeasure},
 };
 
@@ -26,21 +30,29 @@ int usage(FILE *out, int status)
           out);
     for (const Command &command : commands)
         fprintf(out, "  %-10s %s\n", command.name, command.help);
-    fputs("`bench COMMAND --help` explains a command. With --arm it takes the ARM agent that "
-          "tools/arm.sh\nhas built, in an emulator.\n",
-          out);
+    fputs("`bench COMMAND --help` explains a command.\n", out);
     return status;
+}
+
+std::unique_ptr<QCoreApplication> makeApplication(int &argc, char **argv)
+{
+    const Command *const end = std::end(commands);
+    const bool draws = std::any_of(commands, end, [&](const Command &command) {
+        return argc > 1 && command.draws && qstrcmp(argv[1], command.name) == 0;
+    });
+    if (!draws)
+        return std::make_unique<QCoreApplication>(argc, argv);
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    return std::make_unique<QGuiApplication>(argc, argv);
 }
 
 } // namespace
 
 int main(int argc, char **argv)
 {
-    QCoreApplication app(argc, argv);
-    app.setApplicationName("bench");
-    QStringList args = app.arguments().mid(1);
-    if (args.removeAll("--arm"))
-        useArmAgent();
+    const std::unique_ptr<QCoreApplication> app = makeApplication(argc, argv);
+    app->setApplicationName("bench");
+    const QStringList args = app->arguments().mid(1);
     if (args.isEmpty() || args[0] == "--help" || args[0] == "-h" || args[0] == "help")
         return usage(args.isEmpty() ? stderr : stdout, args.isEmpty() ? 2 : 0);
     for (const Command &command : commands) {

@@ -10,3 +10,4 @@ int runFault(const QStringList &args);
 int runProduce(const QStringList &args);
 int runStation(const QStringList &args);
 int runSend(const QStringList &args);
+int runPfvp(const QStringList &args); // needs a QGuiApplication

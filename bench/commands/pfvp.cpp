@@ -1,0 +1,197 @@
+#include "commands/commands.h"
+#include "commands/interrupt.h"
+#include "fixture/pfvpstand.h"
+
+#include <QCommandLineParser>
+#include <QDir>
+#include <QFileInfo>
+
+#include <cstdio>
+#include <numeric>
+
+namespace {
+
+struct Mode {
+    const char *name, *argument;
+    PfvpTable table;
+    const char *startText, *stopText;
+};
+const Mode modes[] = {
+    {"ems", "PFVP_EMS", PfvpTable::Ems, "EMS Start Test", "EMS Stop Test"},
+    {"emi", "PFVP_EMI", PfvpTable::Emi, "EMI Start Test", "EMI Stop Test"},
+    {"rd", "PFVP_RD", PfvpTable::Rd, "Auto Start", "Auto Stop"},
+};
+const char *const peerDies = "peer";
+
+// Passes that an item may have after so many cycles.
+struct Range {
+    int least, most;
+};
+
+bool isWire(const QString &need)
+{
+    return need.startsWith("com") || need.startsWith("usb");
+}
+
+Range allowed(const char *need, int cycles, const QStringList &faults)
+{
+    if (!need)
+        return {0, 0};
+    Range range{cycles, cycles};
+    // The peer looks at its USB ports in turn, 300 ms each, and the panel waits no longer: a
+    // request may just miss it. Its answer is then there for the next.
+    if (qstrcmp(need, "usb-host") == 0)
+        range.least = cycles - 1;
+    for (const QString &fault : faults) {
+        const QString kind = fault.section(':', 0, 0), wire = fault.section(':', 1);
+        const bool usb = wire.startsWith("usb");
+        if (kind == need || (wire == need && (kind == "cut" || kind == "noise")))
+            return {0, 0};
+        if (kind == "late" && wire == need)
+            range = usb ? Range{range.least - 1, range.most - 1} : Range{0, 0};
+        else if (kind == "line-end" && wire == need && usb)
+            range.least = 0; // what is left over shifts the next answer
+        // Off for a cycle; back, it needs part of the next, and a USB port is opened by one cycle
+        // and used by the one after.
+        else if (kind == peerDies && isWire(need))
+            range = {cycles - 3, cycles - 1};
+    }
+    return range;
+}
+
+class Run {
+public:
+    Run(const Mode &mode, int cycles, const QStringList &faults)
+        : mode_(mode)
+        , cycles_(cycles)
+        , faults_(faults)
+        , needs_(pfvpNeeds(mode.table))
+    {
+    }
+
+    void prepare();
+    bool cycles();
+    bool judge();
+    void saveScreen(const QString &file);
+
+private:
+    void dieAndReturn(int cycle);
+
+    const Mode &mode_;
+    const int cycles_;
+    const QStringList faults_;
+    const QVector<const char *> needs_;
+    PfvpStand stand_;
+    PfvpCounts counts_;
+};
+
+void Run::prepare()
+{
+    for (const QString &fault : faults_) {
+        const QString problem = fault == peerDies ? QString() : stand_.setFault(fault);
+        if (!problem.isEmpty())
+            throw BenchError(problem + " (`bench pfvp --help` shows them)");
+    }
+    puts("Two panels boot, one as slave ...");
+    stand_.startPeer();
+    stand_.startPanel(mode_.argument);
+    if (!stand_.operatorOfPanel.press(mode_.startText))
+        throw BenchError("the start button does not come up");
+}
+
+// Dead for the third cycle.
+void Run::dieAndReturn(int cycle)
+{
+    if (!faults_.contains(peerDies))
+        return;
+    if (cycle == 2) {
+        puts("The peer dies.");
+        stand_.peer.powerOff();
+    } else if (cycle == 3) {
+        puts("The peer returns ...");
+        stand_.startPeer();
+    }
+}
+
+bool Run::cycles()
+{
+    int passes = 0;
+    for (int cycle = 1; cycle <= cycles_ && !interrupted(); ++cycle) {
+        counts_ = stand_.operatorOfPanel.countsAfter(mode_.table, cycle * needs_.size(), 120000);
+        const int now = std::accumulate(counts_.begin(), counts_.end(), 0,
+                                        [](int sum, PfvpCount count) { return sum + count.pass; });
+        printf("cycle %2d of %d: %d of %d items passed\n", cycle, cycles_, now - passes,
+               needs_.size());
+        fflush(stdout);
+        passes = now;
+        dieAndReturn(cycle);
+    }
+    return !interrupted() && stand_.operatorOfPanel.press(mode_.stopText, 60000);
+}
+
+bool Run::judge()
+{
+    bool good = true;
+    printf("\n  %-12s %6s %6s   allowed\n", "needs", "pass", "fail");
+    for (int i = 0; i < needs_.size(); ++i) {
+        const Range range = allowed(needs_[i], cycles_, faults_);
+        const PfvpCount count = counts_.value(i, {-1, -1});
+        const bool right = range.least <= count.pass && count.pass <= range.most
+            && count.pass + count.fail == cycles_;
+        good &= right;
+        printf("  %-12s %6d %6d   %d to %d passes%s\n", needs_[i] ? needs_[i] : "(no test)",
+               count.pass, count.fail, qMax(0, range.least), range.most, right ? "" : "   WRONG");
+    }
+    return good;
+}
+
+void Run::saveScreen(const QString &file)
+{
+    stand_.operatorOfPanel.sees(mode_.startText, 60000);
+    QDir().mkpath(QFileInfo(file).path());
+    if (!stand_.panel.screen().grab(60000).save(file))
+        throw BenchError("cannot write " + file);
+    printf("\nScreen: %s\n", qPrintable(file));
+}
+
+} // namespace
+
+int runPfvp(const QStringList &args)
+{
+    QCommandLineParser parser;
+    parser.setApplicationDescription(
+        "Cables two virtual panels, one of them in slave mode, starts the cycle of a PFVP mode on "
+        "the\nother by touch, and compares the counters on its screen with what the cabling "
+        "allows.\nA cycle takes 10 to 20 s.\n\nFaults:\n"
+        + PfvpStand::wireFaults()
+        + "  peer           the peer loses power for the third cycle and returns (6 cycles or "
+          "more)\n"
+          "  and those of `bench fault list` that act on the panel, with values beyond an item's "
+          "limits:\n  rail-5v, rail-3v3, battery, rtc, sram, ddr.");
+    parser.addHelpOption();
+    parser.addPositionalArgument("mode", "ems, emi or rd.");
+    parser.addOptions({
+        {"cycles", "Cycles to run.", "number", "3"},
+        {"fault", "Begin with this fault; may be given several times.", "name[:value]"},
+        {"screenshot", "Where the last screen goes.", "file", "out/pfvp-MODE.png"},
+    });
+    parser.process(args);
+    const QString name = parser.positionalArguments().value(0);
+    const int cycles = parser.value("cycles").toInt();
+    const QStringList faults = parser.values("fault");
+    const Mode *mode = std::find_if(std::begin(modes), std::end(modes),
+                                    [&](const Mode &row) { return name == row.name; });
+    if (mode == std::end(modes))
+        throw BenchError(QString("there is no mode \"%1\": use ems, emi or rd").arg(name));
+    if (cycles < (faults.contains(peerDies) ? 6 : 1))
+        throw BenchError("too few --cycles");
+    quitOnInterrupt();
+    Run run(*mode, cycles, faults);
+    run.prepare();
+    if (!run.cycles())
+        throw BenchError("the panel did not finish its cycles");
+    const bool good = run.judge();
+    run.saveScreen(parser.value("screenshot").replace("MODE", name));
+    puts(good ? "PASSED" : "FAILED");
+    return good ? 0 : 1;
+}
