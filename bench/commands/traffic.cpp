@@ -11,6 +11,7 @@ constexpr int quietMs = 50;
 
 Traffic::Traffic(PtyPort *port)
     : name_(portName(port->id()))
+    , link_(port->id() == Port::ttyO1 || port->id() == Port::ttyO3)
 {
     clock_.start();
     quiet_.setSingleShot(true);
@@ -46,7 +47,7 @@ void Traffic::finish(Message &message)
 
 QString Traffic::meaning(const Message &message)
 {
-    if (&message == &out_ && code_.isEmpty())
+    if (!link_ || (&message == &out_ && code_.isEmpty()))
         return {};
     if (&message == &out_)
         return station::meaningOf(station::decode(message.bytes).payload, code_);

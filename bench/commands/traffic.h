@@ -24,6 +24,7 @@ private:
     QString meaning(const Message &message);
 
     const char *name_;
+    const bool link_; // the PC link runs here, at some level
     Message in_{"->", {}}, out_{"<-", {}};
     QByteArray code_; // of the last request; empty for what is none
     QTimer quiet_;
