@@ -24,8 +24,10 @@ VncScreen::~VncScreen()
 
 void VncScreen::disconnect()
 {
-    if (client_)
+    if (client_) {
+        free(client_->frameBuffer); // the library leaves that to its user
         rfbClientCleanup(client_);
+    }
     client_ = nullptr;
 }
 
@@ -41,6 +43,7 @@ bool VncScreen::connect(int ms)
     clock.start();
     while (!client_ && clock.elapsed() < ms) {
         client_ = rfbGetClient(8, 3, 4); // 32 bits a pixel
+        free(client_->serverHost);
         client_->serverHost = strdup(QFile::encodeName(socket_).constData());
         client_->connectTimeout = 1;
         client_->readTimeout = 5;
