@@ -1,7 +1,7 @@
 #include "mainwindow.h"
 
+#include "hwtest/clock.h"
 #include "state/teststate.h"
-#include "system/command.h"
 #include "ui_mainwindow.h"
 
 #include <QPalette>
@@ -14,7 +14,7 @@ MainWindow::MainWindow(QWidget *parent)
     , ui(new Ui::MainWindow)
 {
     if (g_uiTestMode != ModeICT) {
-        runProcess(QStringLiteral("hwclock -w -u"));
+        writeRtc();
         PFVPMainWindow(parent);
     } else {
         ICTMainWindow(parent);

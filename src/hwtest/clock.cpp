@@ -13,7 +13,7 @@ constexpr int RtcItem = 11; // at ICT and at T2
 constexpr int SetClockItem = 12; // at T1
 constexpr int RtcLineLength = 60;
 
-static void writeRtc()
+void writeRtc()
 {
     runProcess(QStringLiteral("hwclock -w -u"));
 }

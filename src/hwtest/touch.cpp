@@ -1,5 +1,6 @@
 // The touch panel: position, pressure at rest, the positions that calibration and check recorded,
 // the check targets.
+#include "MouseCalibration/pointercal.h"
 #include "MouseCalibration/targets.h"
 #include "link/factorylog.h"
 #include "link/reply.h"
@@ -18,8 +19,6 @@ constexpr int PositionLimitMs = 30000;
 constexpr int RawBits = 12;
 constexpr int PositionTextLength = 11; // "(%4d,%4d)"
 
-static const char t1ValueFile[] = "/usr/local/ict/T1_TP_Value.txt";
-static const char t2ValueFile[] = "/usr/local/ict/T2_TP_Value.txt";
 constexpr int ValuesOfPass = 5; // a line a target
 constexpr int CheckValuesAtT1 = 5; // its file holds those of the calibration pass first
 
@@ -85,15 +84,15 @@ static void sendValue(const char *path, int line, int needed, const char *failur
 
 void MainWindow::sendT1TouchValue(int index)
 {
-    sendValue(t1ValueFile, index, ValuesOfPass, "9FF", index);
+    sendValue(T1TouchValueFile, index, ValuesOfPass, "9FF", index);
 }
 
 void MainWindow::sendLevelTouchValue(int index)
 {
     const bool atT1 = g_uiHMI_TEST_LEVEL == LevelT1;
     const int offset = atT1 ? CheckValuesAtT1 : 0;
-    sendValue(atT1 ? t1ValueFile : t2ValueFile, offset + index, offset + ValuesOfPass, "9FE",
-              index);
+    sendValue(atT1 ? T1TouchValueFile : T2TouchValueFile, offset + index, offset + ValuesOfPass,
+              "9FE", index);
 }
 
 void MainWindow::showTouchPoints()
