@@ -1,5 +1,5 @@
 #include "commands/commands.h"
-#include "panel/bencherror.h"
+#include "panel/virtualpanel.h"
 
 #include <QGuiApplication>
 
@@ -30,7 +30,9 @@ int usage(FILE *out, int status)
           out);
     for (const Command &command : commands)
         fprintf(out, "  %-10s %s\n", command.name, command.help);
-    fputs("`bench COMMAND --help` explains a command.\n", out);
+    fputs("`bench COMMAND --help` explains a command. With --arm it takes the ARM agent that "
+          "tools/arm.sh\nhas built, in an emulator.\n",
+          out);
     return status;
 }
 
@@ -52,7 +54,9 @@ int main(int argc, char **argv)
 {
     const std::unique_ptr<QCoreApplication> app = makeApplication(argc, argv);
     app->setApplicationName("bench");
-    const QStringList args = app->arguments().mid(1);
+    QStringList args = app->arguments().mid(1);
+    if (args.removeAll("--arm"))
+        useArmAgent();
     if (args.isEmpty() || args[0] == "--help" || args[0] == "-h" || args[0] == "help")
         return usage(args.isEmpty() ? stderr : stdout, args.isEmpty() ? 2 : 0);
     for (const Command &command : commands) {

@@ -18,14 +18,14 @@ as_root() {
     fi
 }
 
-# Installs what packages.txt names and this machine lacks.
+# Installs what the list $1 names and this machine lacks.
 install_packages() {
     local package
     missing=
     while read -r package; do
         dpkg-query -W -f '${Status}' "$package" 2>/dev/null | grep -q 'ok installed' \
             || missing="$missing $package"
-    done < <(sed 's/#.*//; /^[[:space:]]*$/d' packages.txt)
+    done < <(sed 's/#.*//; /^[[:space:]]*$/d' "$1")
     [ -n "$missing" ] || return 0
     say "Installing packages:$missing"
     export DEBIAN_FRONTEND=noninteractive

@@ -7,6 +7,8 @@
 
 namespace {
 
+constexpr char armRoot[] = "/run/bench/root";
+
 void needProgram(const char *program, const char *package)
 {
     if (QStandardPaths::findExecutable(program).isEmpty())
@@ -30,6 +32,12 @@ void checkMachine(const PanelOptions &options)
     needProgram("socat", "socat");
     needLibrary("faketime/", "libfaketimeMT.so.1", "libfaketime");
     needLibrary("", "libeatmydata.so", "libeatmydata1");
+    if (!options.agentRoot.isEmpty()) {
+        needProgram("qemu-arm-static", "qemu-user-static");
+        if (!QFileInfo(options.agentRoot).isDir())
+            throw BenchError(
+                QString("There is no %1: make it with tools/arm.sh").arg(options.agentRoot));
+    }
     if (!QFileInfo(options.agent).isExecutable())
         throw BenchError(QString("The agent %1 does not exist: build it first, or name another")
                              .arg(options.agent));
@@ -85,6 +93,8 @@ QStringList fileSystem(const PanelOptions &options, const QString &root)
              << "1048576"
              << "--tmpfs"
              << "/usr/local/ict";
+    if (!options.agentRoot.isEmpty())
+        args << "--ro-bind" << options.agentRoot << armRoot;
     return args << "--ro-bind" << options.agent
                 << "/run/bench/" + QFileInfo(options.agent).fileName();
 }
@@ -114,8 +124,11 @@ QStringList sandboxArguments(const PanelOptions &options, const QString &root,
                      "--new-session"};
     args << environment() << fileSystem(options, root) << "--chdir"
          << "/";
-    args << "/run/bench/init"
-         << "/run/bench/" + QFileInfo(options.agent).fileName();
+    args << "/run/bench/init";
+    if (!options.agentRoot.isEmpty())
+        args << "qemu-arm-static"
+             << "-L" << armRoot;
+    args << "/run/bench/" + QFileInfo(options.agent).fileName();
     return args + agentArgs;
 }
 

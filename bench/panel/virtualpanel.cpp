@@ -33,13 +33,21 @@ QList<qint64> childrenOf(qint64 pid)
 
 } // namespace
 
+void useArmAgent()
+{
+    qputenv("BENCH_AGENT", BENCH_SOURCE_DIR "/build/arm/ict-agent");
+    qputenv("BENCH_AGENT_ROOT", BENCH_SOURCE_DIR "/build/arm-root");
+}
+
 VirtualPanel::VirtualPanel(const PanelOptions &options, QObject *parent)
     : QObject(parent)
     , options_(options)
     , folder_(options.folder)
 {
-    if (options_.agent.isEmpty())
-        options_.agent = BENCH_AGENT;
+    if (options_.agent.isEmpty()) {
+        options_.agent = qEnvironmentVariable("BENCH_AGENT", BENCH_AGENT);
+        options_.agentRoot = qEnvironmentVariable("BENCH_AGENT_ROOT");
+    }
     if (folder_.isEmpty()) {
         temporary_ = std::make_unique<QTemporaryDir>(QDir::tempPath() + "/ict-panel-XXXXXX");
         folder_ = temporary_->path();

@@ -26,10 +26,18 @@ enum class IctDisk { normal, readOnly, full };
 
 struct PanelOptions {
     QString folder; // the panel's persistent files; empty: a temporary folder, removed at the end
-    QString agent; // the program that runs as the agent; empty: the ict-agent of this build
+    // The program that runs as the agent; empty: what the environment names as BENCH_AGENT, with
+    // its BENCH_AGENT_ROOT, or else the ict-agent of this build.
+    QString agent;
+    // If not empty, the agent is an ARM program and runs in an emulator, with the libraries of this
+    // folder. What it starts are this machine's programs all the same.
+    QString agentRoot;
     quint16 vncPort = 0; // TCP port for VNC viewers on 127.0.0.1; 0: any free one
     IctDisk ictDisk = IctDisk::normal;
 };
+
+// From here on, panels take the ARM agent that tools/arm.sh has built where none is named.
+void useArmAgent();
 
 // One call of a program or script of the panel's image, as the panel's software made it.
 struct ToolCall {
