@@ -59,6 +59,7 @@ Production::Production(const Variant &variant)
     , m_stand(m_panel, m_files)
 {
     m_panel.factoryNew();
+    m_panel.touchPanel() = TouchPanel::ofPanel(variant.values.value("station").toUInt());
     for (const QString &fault : variant.faults) {
         const QString problem = m_fixture.setFault(fault);
         if (!problem.isEmpty())

@@ -13,7 +13,27 @@ QPoint TouchPanel::raw(const QPoint &spot)
     const auto sample = [&](double value) {
         return qBound(0, qFloor(value + (noise > 0 ? error(random) : 0)), 4095);
     };
-    return {sample(xx * spot.x() + xy * spot.y() + x0), sample(yx * spot.x() + yy * spot.y() + y0)};
+    const double u = spot.x() / 400.0 - 1, v = spot.y() / 240.0 - 1;
+    const double x = spot.x() + shift + bend * qMax(0.0, -u * v), y = spot.y();
+    return {sample(xx * x + xy * y + x0), sample(yx * x + yy * y + y0)};
+}
+
+TouchPanel TouchPanel::ofPanel(quint32 serial)
+{
+    std::mt19937 random(serial);
+    const auto within = [&](double from, double to) {
+        return std::uniform_real_distribution<double>(from, to)(random);
+    };
+    const double scale = within(0.94, 0.97), turn = within(-0.03, 0.03);
+    const double sx = scale * 4096 / 800, sy = scale * 4096 / 480;
+    TouchPanel foil;
+    foil.xx = sx * qCos(turn);
+    foil.xy = -sx * qSin(turn);
+    foil.yx = sy * qSin(turn);
+    foil.yy = sy * qCos(turn);
+    foil.x0 = within(2028, 2068) - foil.xx * 400 - foil.xy * 240;
+    foil.y0 = within(2028, 2068) - foil.yx * 400 - foil.yy * 240;
+    return foil;
 }
 
 QPoint TouchPanel::pixel(const QPoint &raw, const QByteArray &pointercal)

@@ -7,13 +7,20 @@
 #include <random>
 
 // The resistive foil: from the pixel under the finger to the two 12-bit ADC values. The mapping is
-// affine with optional noise, different on every panel; the default is the ideal foil, whose full
-// scale is the screen.
+// affine, different on every panel, unless the foil is out of order; the default is the ideal foil,
+// whose full scale is the screen.
 struct TouchPanel {
     // raw = {xx * x + xy * y + x0, yx * x + yy * y + y0}
     double xx = 4096.0 / 800, xy = 0, x0 = 4096.0 / 800 / 2;
     double yx = 0, yy = 4096.0 / 480, y0 = 4096.0 / 480 / 2;
     double noise = 0; // standard deviation of each sample, in ADC steps
+    double shift = 0; // pixels by which the foil has slipped to the right
+    // Pixels by which it reads too far right in the upper right and lower left corner, less and less
+    // towards the middle lines and not at all beyond: no affine calibration undoes that.
+    double bend = 0;
+
+    // The foil of a panel as it comes from its maker: scaled, turned and off by a little.
+    static TouchPanel ofPanel(quint32 serial);
     std::mt19937 random = {}; // fixed seed: a run can be repeated
 
     // One sample of the ADC with the finger at a pixel, 0...4095.

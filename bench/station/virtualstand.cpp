@@ -11,6 +11,7 @@ static constexpr int bootMs = 30000, screenMs = 5000, filesMs = 5000;
 VirtualStand::VirtualStand(VirtualPanel &panel, PanelFiles &files)
     : m_panel(panel)
     , m_files(files)
+    , m_finger(panel)
 {
 }
 
@@ -115,28 +116,6 @@ QString VirtualStand::keepScreen(const QString &name)
     return {};
 }
 
-// Presses like a person, once the target shows: down, a little drift, up.
-QString VirtualStand::touchTarget(const QPoint &target)
-{
-    const auto shown = [&](const QImage &image) {
-        return image.pixelColor(target).lightness() < 200;
-    };
-    bool satisfied = false;
-    const QImage image = m_panel.screen().waitFor(shown, screenMs, &satisfied);
-    screens["touch"] = image;
-    if (!satisfied)
-        return QString("no target at (%1, %2)").arg(target.x()).arg(target.y());
-    QThread::msleep(350); // touches closer than 300 ms to the last are taken for a bounce
-    m_panel.touchPress(target);
-    QThread::msleep(40);
-    for (const QPoint &drift : {QPoint(1, 0), QPoint(1, 1), QPoint(0, 0)}) {
-        m_panel.touchMove(target + drift);
-        QThread::msleep(30);
-    }
-    m_panel.touchRelease();
-    return {};
-}
-
 QString VirtualStand::touch(const QString &how)
 {
     if (how == "release") {
@@ -147,23 +126,11 @@ QString VirtualStand::touch(const QString &how)
         m_panel.touchPress({how.section(' ', 1, 1).toInt(), how.section(' ', 2, 2).toInt()});
         return {};
     }
-    QVector<QPoint> targets;
-    const auto pass = [&](int margin, bool all) {
-        const int right = 800 - margin, bottom = 480 - margin;
-        const QVector<QPoint> points = {
-            {margin, margin}, {right, margin}, {right, bottom}, {margin, bottom}, {400, 240}};
-        for (int i = 0; i < points.size(); i += all ? 1 : 2)
-            targets << points[i];
-    };
-    if (how != "check")
-        pass(100, true);
-    pass(50, how != "calibrate3");
-    for (int i = 0; i < targets.size(); ++i) {
-        const QString fault = touchTarget(targets[i]);
-        if (!fault.isEmpty())
-            return QString("touch %1: %2").arg(i + 1).arg(fault);
-    }
-    return {};
+    const QString fault =
+        how == "check" ? m_finger.check() : m_finger.calibrate(how != "calibrate3");
+    if (!fault.isEmpty())
+        screens["touch"] = m_panel.screen().grab();
+    return fault;
 }
 
 Values identityOf(const VirtualPanel &panel)

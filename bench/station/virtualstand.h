@@ -1,5 +1,6 @@
 #pragma once
 
+#include "fixture/finger.h"
 #include "panel/virtualpanel.h"
 #include "station/panelfiles.h"
 #include "station/stand.h"
@@ -27,10 +28,10 @@ private:
     QString look(const QString &wanted);
     QString keepScreen(const QString &name);
     QString touch(const QString &how);
-    QString touchTarget(const QPoint &target);
 
     VirtualPanel &m_panel;
     PanelFiles &m_files;
+    Finger m_finger;
 };
 
 // What a panel's own software says it is: "model" (without the line's prefix), "version" and "crc",
