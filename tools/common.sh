@@ -34,7 +34,7 @@ install_packages() {
     as_root apt-get install -q -y --no-install-recommends $missing
 }
 
-# Configures (once) and builds the CMake preset $1.
+# Configures (once) and builds the CMake preset $1; what follows goes to the build.
 build() {
     say "Building ($1)"
     if ! [ -f "build/$1/build.ninja" ]; then
@@ -44,5 +44,5 @@ build() {
         }
         rm -f "build-$1.log"
     fi
-    cmake --build "build/$1"
+    cmake --build "build/$1" "${@:2}"
 }
