@@ -194,9 +194,11 @@ bool measureBesideEmptyWindow(int starts)
     note("first frame, empty window, median", median(windowStarts), "ms");
     note("first frame, agent with scripts, median", median(agentStarts), "ms");
     note("the scripts alone, median", median(scripts), "ms");
-    return report("first frame, agent to empty window",
-                  (median(agentStarts) - median(scripts)) / median(windowStarts), 1.25, "x")
-        && good;
+    // Round by round, so that what else the machine does weighs on all three alike.
+    QVector<double> ratios;
+    for (int i = 0; i < scripts.size(); ++i)
+        ratios.append((agentStarts[i] - scripts[i]) / windowStarts[i]);
+    return report("first frame, agent to empty window, median", median(ratios), 1.25, "x") && good;
 }
 
 } // namespace

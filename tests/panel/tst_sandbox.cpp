@@ -1,5 +1,7 @@
 #include "panel/panelharness.h"
 
+#include <QTcpSocket>
+
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
@@ -196,6 +198,9 @@ void TstSandbox::screenAndTouch()
         QByteArray::number(panel.vncPort(), 16).toUpper().rightJustified(4, '0');
     QVERIFY(all.contains(" 0100007F:" + port + " 00000000:0000 0A"));
     QVERIFY(!all.contains(":170C 00000000:0000 0A")); // 5900
+    QTcpSocket viewer;
+    viewer.connectToHost(QHostAddress::LocalHost, panel.vncPort());
+    QTRY_VERIFY(viewer.peek(3) == "RFB");
 }
 
 void TstSandbox::attributesAreNeverEmpty()
