@@ -90,6 +90,7 @@ PtyPort::PtyPort(Port id)
     , panel_(openPty())
     , outside_(openPty())
     , users_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC))
+    , panelUses_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC))
     , pace_(new QTimer(this))
 {
     // Both slaves stay open here, so that a restart of the agent or of a station is no hang-up.
@@ -99,6 +100,8 @@ PtyPort::PtyPort(Port id)
     inotify_add_watch(users_, QFile::encodeName(outside_.path), IN_OPEN | IN_CLOSE);
     auto *users = new QSocketNotifier(users_, QSocketNotifier::Read, this);
     connect(users, &QSocketNotifier::activated, this, &PtyPort::watchUsers);
+    auto *panelUses = new QSocketNotifier(panelUses_, QSocketNotifier::Read, this);
+    connect(panelUses, &QSocketNotifier::activated, this, &PtyPort::watchHolders);
     pace_->setInterval(1);
     pace_->setTimerType(Qt::PreciseTimer);
     connect(pace_, &QTimer::timeout, this, &PtyPort::pump);
@@ -107,7 +110,8 @@ PtyPort::PtyPort(Port id)
 PtyPort::~PtyPort()
 {
     cut();
-    for (int fd : {panel_.master, panel_.slave, outside_.master, outside_.slave, users_}) {
+    for (int fd :
+         {panel_.master, panel_.slave, outside_.master, outside_.slave, users_, panelUses_}) {
         if (fd >= 0)
             ::close(fd);
     }
@@ -115,6 +119,7 @@ PtyPort::~PtyPort()
 
 void PtyPort::watchPanel()
 {
+    inotify_add_watch(panelUses_, QFile::encodeName(panel_.path), IN_OPEN | IN_CLOSE);
     fromPanel_ = new QSocketNotifier(panel_.master, QSocketNotifier::Read, this);
     connect(fromPanel_, &QSocketNotifier::activated, this, &PtyPort::readPanel);
 }
@@ -207,6 +212,7 @@ void PtyPort::setPower(qint64 agent)
 
 void PtyPort::readPanel()
 {
+    watchHolders();
     char bytes[4096];
     const ssize_t n = ::read(panel_.master, bytes, sizeof bytes);
     if (n <= 0)
@@ -247,6 +253,33 @@ void PtyPort::watchUsers()
     }
 }
 
+// The last close of a serial device empties its receive buffer. This object keeps the panel's slave
+// open, so it has to do that itself: a moment later, but before anything that comes after the next
+// opening.
+void PtyPort::watchHolders()
+{
+    alignas(inotify_event) char buffer[4096];
+    const ssize_t n = ::read(panelUses_, buffer, sizeof buffer);
+    bool none = false;
+    for (ssize_t at = 0; at < n;) {
+        const auto *event = reinterpret_cast<const inotify_event *>(buffer + at);
+        at += ssize_t(sizeof *event + event->len);
+        holders_ += event->mask & IN_OPEN ? 1 : event->mask & IN_CLOSE ? -1 : 0;
+        none = none || holders_ <= 0;
+    }
+    if (n <= 0)
+        return;
+    QMutexLocker lock(&mutex_);
+    if (none && panel_.slave >= 0)
+        tcflush(panel_.slave, TCIFLUSH);
+    // Events of the same kind may come as one, so the count has to be set right, and a moment
+    // later: an opening is heard before its descriptor is there.
+    QTimer::singleShot(1, this, [this] {
+        watchHolders();
+        holders_ = countOpen(agent_, panelPath());
+    });
+}
+
 qint64 PtyPort::byteTime() const
 {
     const int baud = lineSpeed();
@@ -263,6 +296,7 @@ void PtyPort::queue(const QByteArray &bytes)
 
 void PtyPort::pump()
 {
+    watchHolders();
     const qint64 now = monotonicNs(), step = byteTime();
     int n = 0;
     for (; n < line_.size() && arrived_ + step <= now; ++n)

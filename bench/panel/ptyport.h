@@ -75,6 +75,7 @@ private:
     void readPanel();
     void readOutside();
     void watchUsers();
+    void watchHolders();
     void queue(const QByteArray &bytes);
     void pump();
     qint64 byteTime() const;
@@ -88,6 +89,8 @@ private:
     std::atomic<qint64> agent_{0};
     int users_; // inotify of the outside device
     bool attached_ = false; // a program has the outside device open
+    int panelUses_; // inotify of the panel's device
+    int holders_ = 0; // descriptors that the panel has open on it, as far as heard
     QTimer *pace_;
     QByteArray line_; // bytes on their way to the panel
     qint64 arrived_ = 0; // when the last byte before them arrived, CLOCK_MONOTONIC in ns

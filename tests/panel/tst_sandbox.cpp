@@ -17,6 +17,7 @@ private slots:
     void rtcSurvivesPowerCycle();
     void wireRunsAtLineSpeed();
     void unreadPortLosesBytes();
+    void closingEmptiesThePort();
     void usbPortsComeAndGo();
     void screenAndTouch();
     void attributesAreNeverEmpty();
@@ -142,6 +143,29 @@ void TstSandbox::unreadPortLosesBytes()
     pc->write("again");
     QTRY_COMPARE(panel.output(), QByteArray("openagain"));
     QCOMPARE(pc->read(1, 100), QByteArray());
+}
+
+void TstSandbox::closingEmptiesThePort()
+{
+    VirtualPanel panel(running("/usr/bin/perl")); // a shell would duplicate descriptors
+    PcPort pc(panel);
+    // Two descriptors first: closing one of them loses nothing.
+    panel.powerOn({"-e",
+                   "sub port { open(my $port, '<', '/dev/ttyO1') or die; return $port; }"
+                   "sub pause { select(undef, undef, undef, .05); }"
+                   "$one = port; $two = port; pause until -e '/tmp/go';"
+                   "close $two; pause; sysread $one, $byte, 1; close $one; $one = port; pause;"
+                   "syswrite STDOUT, \"$byte\\n\"; sysread $one, $rest, 3; print $rest"});
+    QTRY_VERIFY(panel.port(Port::ttyO1)->isOpenOnPanel());
+    QSignalSpy arrived(panel.port(Port::ttyO1), &PtyPort::intoPanel);
+    pc.write("unread");
+    QTRY_VERIFY(!arrived.isEmpty());
+    QTest::qWait(50);
+    panel.writeFile("/tmp/go", "");
+    QTRY_VERIFY(panel.output().contains('\n'));
+    pc.write("new");
+    panel.waitForExit(5000);
+    QCOMPARE(panel.output(), QByteArray("u\nnew"));
 }
 
 void TstSandbox::usbPortsComeAndGo()
