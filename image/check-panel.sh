@@ -56,7 +56,7 @@ must|program|/usr/local/ict/fast_lcd_circuit_test_pattern.sh|the LCM probe decid
 must|program|/usr/local/ict/mem_rdwr|the touch controller keeps its sampling
 may|program|/usr/local/ict/mount_system.sh|goes on
 may|program|/usr/local/ict/update_pointercal.sh|goes on after a calibration
-may|tool|usb_mode.sh|CE00 and CE01 do nothing
+may|role|usb_mode.sh|CE00 and CE01 do nothing
 may|tool|ping|no test needs it
 may|tool|modprobe|PFVP: no USB serial ports
 may|module|g_serial|PFVP: no /dev/ttyGS0, USB device item fails
@@ -108,6 +108,12 @@ is_pointer() {
 is_file() { [ -r "$1" ] || echo missing; }
 is_net() { [ -e "/sys/class/net/$1" ] || echo missing; }
 is_tool() { command -v "$1" >/dev/null || echo missing; }
+# The attribute is a setting of the script.
+is_role() {
+    script=$(command -v "$1") || { echo missing; return; }
+    fault=$(is_set "$(sed -n 's/^SWITCH=\([^ ]*\).*/\1/p' "$script")")
+    [ -z "$fault" ] || echo "its SWITCH is $fault"
+}
 is_module() {
     [ -e "/sys/module/$1" ] || grep -qs "/$1\.ko" "/lib/modules/$(uname -r)/modules.dep" \
         "/lib/modules/$(uname -r)/modules.builtin" || echo missing
@@ -136,7 +142,7 @@ while IFS='|' read -r need kind name without; do
     else
         lacking=$((lacking + 1)) verdict=absent
     fi
-    printf '%-8s%-52s %s\n' "$verdict" "$name" "$fault${without:+: $without}"
+    printf '%-8s%-48s %s\n' "$verdict" "$name" "$fault${without:+: $without}"
 done <<ROWS
 $rows
 ROWS

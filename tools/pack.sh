@@ -50,9 +50,12 @@ rm -rf "$folder"
 rm -rf "$folder/_CPack_Packages"
 stat -c '%n %s' "$folder"/* | awk '{ printf "  %s %d bytes\n", $1, $2 }'
 
-stripped=$folder/agent/usr/local/bin/ict-agent
-mkdir -p "$folder/agent"
-tar -xzf "$folder"/*.tar.gz -C "$folder/agent"
+# As a panel gets it.
+unpacked=build/$preset/unpacked
+rm -rf "$unpacked"
+mkdir "$unpacked"
+tar -xzf "$folder"/*.tar.gz -C "$unpacked"
+stripped=$unpacked/usr/local/bin/ict-agent
 say "Weight"
 printf '  %-24s %10d bytes\n' "agent, stripped" "$(stat -c %s "$stripped")"
 libraries "$stripped"
