@@ -27,8 +27,7 @@ constexpr int TickMs = 100;
 // The panel's own address in the test fixture's network plan.
 static const char fixtureNetwork[] = "ifconfig eth0 192.168.123.111 netmask 255.255.255.0 up";
 
-// --- Product application
-// ----------------------------------------------------------------------------
+// --- Product application -------------------------------------------------------------------------
 
 // Copies an identity line of the product application, line end included, if it fits.
 static bool keepLine(const QByteArray &line, char (&info)[AppInfoSize], const char *what)
@@ -126,8 +125,7 @@ static bool readStation()
     return true;
 }
 
-// --- Steps
-// ------------------------------------------------------------------------------------------
+// --- Steps ---------------------------------------------------------------------------------------
 
 // Three full-height bands. Each starts on the last pixel column of the one before it, so they
 // overlap by a column; cameras on the fixtures are set up for these edges.

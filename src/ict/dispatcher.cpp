@@ -89,8 +89,7 @@ struct LongRequest {
     void (MainWindow::*run)();
 };
 
-// --- Forced level change
-// --------------------------------------------------------------------------
+// --- Forced level change -------------------------------------------------------------------------
 
 // Reads on until the line goes quiet. What does not fit the buffer is read to its end all the same,
 // so that its tail is not taken for the next request.
@@ -129,8 +128,7 @@ void MainWindow::receiveForcedChange()
     factoryLog(nullptr); // which keeps no traffic at BI
 }
 
-// --- The tick
-// -------------------------------------------------------------------------------------
+// --- The tick ------------------------------------------------------------------------------------
 
 // The first request after a test pattern brings the information screen back. At BI the backlight
 // and the touch points are left alone on purpose: no command of that level touches them.

@@ -24,8 +24,7 @@ struct Texts {
     }
 };
 
-// --- Serial
-// ---------------------------------------------------------------------------------------
+// --- Serial --------------------------------------------------------------------------------------
 
 struct SerialExchange {
     Texts texts;
@@ -68,8 +67,7 @@ static void answer(const SerialExchange &exchange)
         writePort(exchange.writeFd, exchange.texts.answer, TextLength);
 }
 
-// --- USB
-// ------------------------------------------------------------------------------------------
+// --- USB -----------------------------------------------------------------------------------------
 
 struct UsbPort {
     const qint32 &fd;
@@ -140,8 +138,7 @@ static void answer(const UsbExchange &exchange)
         writeBlocking(exchange.answers.fd, exchange.texts.answer);
 }
 
-// --- Items
-// ----------------------------------------------------------------------------------------
+// --- Items ---------------------------------------------------------------------------------------
 
 bool askCom1Rs232()
 {

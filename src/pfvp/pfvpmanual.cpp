@@ -75,8 +75,7 @@ void MainWindow::RDManualFAILButton()
     judgeManualStep(RD_Item_Status_Fail);
 }
 
-// --- Steps
-// ----------------------------------------------------------------------------------------
+// --- Steps ---------------------------------------------------------------------------------------
 
 void MainWindow::fillScreen(BackgroundColour colour)
 {

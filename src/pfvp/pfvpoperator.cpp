@@ -24,8 +24,7 @@ template <int Count> static void clearCounters(qint32 (&pass)[Count], qint32 (&f
     std::fill(std::begin(fail), std::end(fail), 0);
 }
 
-// --- Cycles
-// ---------------------------------------------------------------------------------------
+// --- Cycles --------------------------------------------------------------------------------------
 
 struct MainWindow::StartStop {
     PfvpButtonId button;
@@ -91,8 +90,7 @@ void MainWindow::RDAutoStartStopButton()
                {RdManualButton, RdResetButton, RdBackButton}});
 }
 
-// --- Reset and END
-// --------------------------------------------------------------------------------
+// --- Reset and END -------------------------------------------------------------------------------
 
 // The count stays after the confirming press, deliberately: until the next start every further
 // press clears at once.
@@ -150,8 +148,7 @@ void MainWindow::RDBackButton()
     repaint();
 }
 
-// --- Slave
-// ----------------------------------------------------------------------------------------
+// --- Slave ---------------------------------------------------------------------------------------
 
 // There is no way back: the mode ends with the program.
 void MainWindow::StartSlaveModeButton()

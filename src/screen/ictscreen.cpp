@@ -10,8 +10,7 @@
 
 constexpr int CalibrationPoints = 5;
 
-// --- Pattern face
-// ---------------------------------------------------------------------------------
+// --- Pattern face --------------------------------------------------------------------------------
 
 static void fillCentred(QPainter &painter, const QPoint &centre, int width, int height,
                         const QBrush &brush)
@@ -35,8 +34,7 @@ void MainWindow::paintPattern(QPainter &painter) const
     // Otherwise the window's background is the pattern.
 }
 
-// --- Information face
-// -----------------------------------------------------------------------------
+// --- Information face ----------------------------------------------------------------------------
 
 // Where a unit's case is checked against the glass: a white cross on black.
 static void drawCornerTarget(QPainter &painter, int x, int y)
