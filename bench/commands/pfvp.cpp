@@ -93,8 +93,7 @@ void Run::prepare()
             throw BenchError(problem + " (`bench pfvp --help` shows them)");
     }
     puts("Two panels boot, one as slave ...");
-    stand_.startPeer();
-    stand_.startPanel(mode_.argument);
+    stand_.start(mode_.argument);
     if (!stand_.operatorOfPanel.press(mode_.startText))
         throw BenchError("the start button does not come up");
 }

@@ -1,0 +1,61 @@
+#include "pfvpharness.h"
+
+// The EMS and EMI cycles against a second panel.
+class TstPfvpPair : public QObject {
+    Q_OBJECT
+
+private slots:
+    void cycles();
+};
+
+// One run, for each part of it waits for the panel's 10 s timer.
+void TstPfvpPair::cycles()
+{
+    PfvpStand stand;
+    QCOMPARE(stand.setFault("cut:com2-rs485"), QString());
+    stand.start("PFVP_EMS");
+    PfvpOperator &person = stand.operatorOfPanel;
+    const QStringList all{"EMS Start Test", "EMI Start Test", "Reset Test",
+                          "END Test",       "EMS Stop Test",  "EMI Stop Test"};
+    QCOMPARE(person.buttons(all), all.mid(0, 4));
+    QCOMPARE(text(person.counts(PfvpTable::Ems)), textOfAll(9, "0/0"));
+    QCOMPARE(text(person.counts(PfvpTable::Emi)), textOfAll(5, "0/0"));
+
+    QVERIFY(person.press("EMS Start Test"));
+    QVERIFY(person.sees("EMS Stop Test"));
+    QCOMPARE(person.buttons(all), QStringList("EMS Stop Test"));
+    QCOMPARE(text(person.counts(PfvpTable::Emi)), textOfAll(5, "-1/-1")); // not drawn
+    PfvpCounts ems = person.countsAfter(PfvpTable::Ems, 9, CycleMs);
+    // A request on USB may just miss the peer's turn of polls; its answer is read by the next one.
+    QCOMPARE(text(ems.mid(0, 7)), QByteArray("1/0 1/0 1/0 1/0 1/0 1/0 0/1"));
+    QVERIFY(person.press("EMS Stop Test", CycleMs));
+    QVERIFY(person.sees("EMS Start Test"));
+    QCOMPARE(person.buttons(all), all.mid(0, 4));
+
+    // The cut wire is of no concern here, and the item without a test fails all the same.
+    QVERIFY(person.press("EMI Start Test"));
+    QVERIFY(person.sees("EMI Stop Test"));
+    QCOMPARE(person.buttons(all), QStringList("EMI Stop Test"));
+    QCOMPARE(text(person.counts(PfvpTable::Ems)), textOfAll(9, "-1/-1"));
+    QCOMPARE(text(person.countsAfter(PfvpTable::Emi, 5, CycleMs)),
+             QByteArray("1/0 0/1 1/0 1/0 1/0"));
+
+    stand.peer.powerOff();
+    QCOMPARE(text(person.countsAfter(PfvpTable::Emi, 10, CycleMs)),
+             QByteArray("1/1 0/2 1/1 1/1 1/1"));
+    // Found again: the serial ports as soon as it answers, the USB ports a cycle after they are
+    // opened anew.
+    stand.startPeer();
+    PfvpCounts emi, before;
+    for (int cycle = 3; cycle <= 6; ++cycle) {
+        before = person.counts(PfvpTable::Emi);
+        emi = person.countsAfter(PfvpTable::Emi, 5 * cycle, CycleMs);
+        if (emi[3].pass > before[3].pass && emi[4].pass > before[4].pass)
+            break;
+    }
+    for (int item : {0, 2, 3, 4})
+        QCOMPARE(emi[item].pass, before[item].pass + 1);
+}
+
+QTEST_MAIN(TstPfvpPair)
+#include "tst_pfvp_pair.moc"

@@ -1,0 +1,175 @@
+#include "panelharness.h"
+#include "pfvpharness.h"
+
+#include <atomic>
+#include <thread>
+
+// The RD window of a panel without a peer.
+class TstPfvpRd : public QObject {
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void automatic();
+    void manual();
+    void confirmations();
+
+private:
+    QColor background()
+    {
+        return colourAt(panel_->screen().grab(20000), 790, 10);
+    }
+
+    std::unique_ptr<VirtualPanel> panel_;
+    std::unique_ptr<PfvpOperator> person_;
+};
+
+namespace {
+
+const char sramDevice[] = "/dev/OstraHMI_GPMC_RW";
+constexpr int sramSize = 32768;
+
+// A memory cell that does not keep what is written into it.
+class StuckCell {
+public:
+    StuckCell(const QString &path, int place, uchar value)
+        : file_(path)
+    {
+        if (!file_.open(QIODevice::ReadWrite))
+            qFatal("no SRAM to break");
+        uchar *const cell = file_.map(0, sramSize) + place;
+        thread_ = std::thread([=] {
+            while (!done_) {
+                *static_cast<volatile uchar *>(cell) = value;
+                std::this_thread::sleep_for(std::chrono::microseconds(100));
+            }
+        });
+    }
+    ~StuckCell()
+    {
+        done_ = true;
+        thread_.join();
+    }
+
+private:
+    QFile file_;
+    std::atomic<bool> done_{false};
+    std::thread thread_;
+};
+
+} // namespace
+
+void TstPfvpRd::initTestCase()
+{
+    panel_ = std::make_unique<VirtualPanel>();
+    person_ = std::make_unique<PfvpOperator>(*panel_);
+    panel_->powerOn({"PFVP_RD"});
+    QVERIFY2(person_->sees("Auto Start"), panel_->errorOutput());
+    QCOMPARE(text(person_->counts(PfvpTable::Rd)), textOfAll(17, "0/0"));
+}
+
+void TstPfvpRd::automatic()
+{
+    QByteArray contents(sramSize, '\0');
+    for (int i = 0; i < sramSize; ++i)
+        contents[i] = char(i * 7 + i / 256);
+    panel_->writeFile(sramDevice, contents);
+    QVERIFY(person_->press("Auto Start"));
+    QVERIFY(person_->sees("Auto Stop"));
+    QCOMPARE(person_->buttons({"Manua Start", "Reset Test", "END Test"}), QStringList());
+    QCOMPARE(text(person_->countsAfter(PfvpTable::Rd, 11, CycleMs)),
+             "1/0 1/0 1/0 1/0 0/1 0/1 0/1 0/1 0/1 1/0 1/0 " + textOfAll(6, "0/0"));
+    QCOMPARE(panel_->readFile(sramDevice), contents);
+
+    const StuckCell cell(panel_->hostPath(sramDevice), 1, 0x5A);
+    panel_->toolPrints("chk_ddr.sh", "0000000\n");
+    panel_->setAttribute(attribute::voltage(6), "2200"); // 2949 mV
+    panel_->clock().setRtcFault(-2.5);
+    QCOMPARE(text(person_->countsAfter(PfvpTable::Rd, 22, CycleMs)),
+             "2/0 2/0 1/1 1/1 0/2 0/2 0/2 0/2 0/2 1/1 1/1 " + textOfAll(6, "0/0"));
+    // The pattern is left in a memory that failed: 00, FF, FE, ...
+    QByteArray pattern(sramSize, '\0');
+    for (int i = 0; i < sramSize; ++i)
+        pattern[i] = char(255 - (i + 255) % 256);
+    pattern[1] = 0x5A;
+    QCOMPARE(panel_->readFile(sramDevice).toHex(), pattern.toHex());
+    QVERIFY(person_->press("Auto Stop", CycleMs));
+}
+
+void TstPfvpRd::manual()
+{
+    QVERIFY(person_->press("Manua Start", CycleMs));
+    QVERIFY(person_->sees("Not Show Red"));
+    QCOMPARE(background(), QColor(Qt::red));
+    QCOMPARE(person_->buttons({"Auto Start", "Reset Test", "END Test", "Manual Stop"}),
+             QStringList());
+    QVERIFY(person_->press("Not Show Red"));
+    QVERIFY(person_->sees("Not Show Green"));
+    QCOMPARE(background(), QColor(Qt::green));
+    QVERIFY(person_->press("Show Green"));
+    QVERIFY(person_->sees("Not Show Blue"));
+    QCOMPARE(background(), QColor(Qt::blue));
+    QVERIFY(person_->press("Show Blue"));
+
+    QVERIFY(person_->sees("Test BackLight"));
+    QCOMPARE(background(), QColor(Qt::white));
+    QCOMPARE(person_->buttons({"Not Show Blue", "BackLight FAIL"}), QStringList());
+    QVERIFY(person_->press("Test BackLight"));
+    QElapsedTimer clock;
+    clock.start();
+    QVector<int> levels{100};
+    QVector<qint64> changes;
+    waitFor(
+        [&] {
+            const int level = panel_->backlight();
+            if (level == levels.last())
+                return false;
+            levels << level;
+            changes << clock.elapsed();
+            return levels.size() == 11;
+        },
+        20000);
+    QCOMPARE(levels, QVector<int>({100, 80, 60, 40, 20, 0, 20, 40, 60, 80, 100}));
+    for (int i = 1; i < changes.size(); ++i) { // seconds that the level before was held
+        const double held = (changes[i] - changes[i - 1]) / 1000.0;
+        const double wanted = levels[i] == 0 ? 2 : 1;
+        QVERIFY2(qAbs(held - wanted) < 0.5, qPrintable(QString::number(held)));
+    }
+    QVERIFY(person_->sees("BackLight FAIL"));
+    panel_->events().clear();
+    QVERIFY(person_->press("BackLight PASS"));
+    QVERIFY(person_->press("Buzzer FAIL"));
+    const QVector<InputEvent> sound = panel_->events().all();
+    QCOMPARE(sound.size(), 3);
+    const int wanted[][3] = {{18, 3, 99}, {18, 2, 1000}, {18, 2, 0}};
+    for (int i = 0; i < 3; ++i) {
+        QCOMPARE(int(sound[i].type), wanted[i][0]);
+        QCOMPARE(int(sound[i].code), wanted[i][1]);
+        QCOMPARE(int(sound[i].value), wanted[i][2]);
+    }
+    QVERIFY(qAbs(double(sound[2].ns - sound[1].ns) / 1e9 - 2) < 0.5);
+
+    QVERIFY(person_->sees("Manual Stop")); // as it stays until Reset or END
+    QCOMPARE(person_->buttons({"Buzzer PASS", "Auto Start", "Reset Test", "END Test"}),
+             QStringList({"Auto Start", "Reset Test", "END Test"}));
+    QCOMPARE(text(person_->counts(PfvpTable::Rd).mid(11)), QByteArray("0/1 1/0 1/0 1/0 1/0 0/1"));
+}
+
+void TstPfvpRd::confirmations()
+{
+    QVERIFY(person_->press("END Test"));
+    QVERIFY(person_->sees("Sure!! END"));
+    QVERIFY(person_->sees("Manua Start"));
+    QVERIFY(person_->press("Reset Test"));
+    QVERIFY(person_->sees("Sure!! Reset"));
+    QVERIFY(person_->sees("END Test")); // relabelled, but still armed
+    QCOMPARE(person_->counts(PfvpTable::Rd)[0].pass, 2);
+    QVERIFY(person_->press("Sure!! Reset"));
+    QVERIFY(person_->sees("Reset Test"));
+    QCOMPARE(text(person_->counts(PfvpTable::Rd)), textOfAll(17, "0/0"));
+    QVERIFY(person_->press("END Test"));
+    QCOMPARE(panel_->waitForExit(10000), 0);
+}
+
+QTEST_MAIN(TstPfvpRd)
+#include "tst_pfvp_rd.moc"
