@@ -21,6 +21,7 @@ struct TouchPanel {
 
     // The foil of a panel as it comes from its maker: scaled, turned and off by a little.
     static TouchPanel ofPanel(quint32 serial);
+    int restPressure = 0; // what the pressure reads with nobody touching
     std::mt19937 random = {}; // fixed seed: a run can be repeated
 
     // One sample of the ADC with the finger at a pixel, 0...4095.

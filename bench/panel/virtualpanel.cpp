@@ -323,7 +323,7 @@ void VirtualPanel::touchMove(const QPoint &spot)
 
 void VirtualPanel::touchRelease()
 {
-    setAttribute(attribute::pressure, "0");
+    setAttribute(attribute::pressure, QByteArray::number(touch_.restPressure));
     screen_->pointer(pointer_, false);
 }
 
