@@ -49,6 +49,11 @@ Reply decode(const QByteArray &bytes);
 // is one of those that have none. A frame that has only begun is not complete however quiet the
 // line is.
 bool isComplete(const QByteArray &bytes, bool quiet);
+// All of the bytes, zeros included (QString's own conversion stops at the first).
+inline QString textOf(const QByteArray &bytes)
+{
+    return QString::fromLatin1(bytes.constData(), bytes.size());
+}
 // Control characters as escapes, for people.
 QString printable(const QByteArray &bytes);
 

@@ -249,7 +249,7 @@ QStringList PanelFiles::differences() const
     static const QRegularExpression date("^(?=.*\\d\\d:\\d\\d:\\d\\d).*\\b(\\d{4})\\b");
     QList<QByteArray> found = resumeLog().split('\n');
     for (QByteArray &line : found) {
-        const QRegularExpressionMatch match = date.match(QString::fromLatin1(line));
+        const QRegularExpressionMatch match = date.match(textOf(line));
         if (match.hasMatch())
             line = "<date of " + match.captured(1).toLatin1() + '>';
     }

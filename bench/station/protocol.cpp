@@ -1,5 +1,7 @@
 #include "station/protocol.h"
 
+#include "station/codec.h"
+
 #include <QHash>
 
 namespace station {
@@ -166,7 +168,7 @@ QString meaningOf(const QByteArray &payload, const QByteArray &code)
         return what + " " + payload.mid(4).trimmed();
     if (payload.size() != 4
         || (command && command->answer == Answer::Raw && payload.endsWith('\n')))
-        return what + " " + QString::fromLatin1(payload.trimmed());
+        return what + " " + textOf(payload.trimmed());
     const QByteArray own = code.size() == 2 ? code + "00" : code;
     if (payload == own)
         return what + ": passed";

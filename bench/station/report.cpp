@@ -85,8 +85,7 @@ static QString levelSection(const LevelResult &level)
                     .arg(QString(png(screen.value()).toBase64()), screen.key().toHtmlEscaped());
     if (!level.resumeLog.isEmpty())
         html += "<details><summary>The panel's own log</summary><pre>"
-            + QString::fromLatin1(level.resumeLog).remove(QChar(0)).toHtmlEscaped()
-            + "</pre></details>\n";
+            + textOf(level.resumeLog).remove(QChar(0)).toHtmlEscaped() + "</pre></details>\n";
     return html;
 }
 

@@ -127,7 +127,7 @@ void Runner::judge(StepResult *result, int level) const
         faults << "expected " + wanted;
     if (step.expect == Step::Text
         && !QRegularExpression(QRegularExpression::anchoredPattern(wanted))
-                .match(QString::fromLatin1(result->answer.bytes))
+                .match(textOf(result->answer.bytes))
                 .hasMatch())
         faults << QString("expected the text %1").arg(wanted);
     const int millivolts = batteryMv(reply);

@@ -226,6 +226,8 @@ void TestStation::verdicts_data()
     row("noise before", "x:05850076\r\n", Step::Payload, "8500", "bytes before");
     row("nothing", "", Step::Payload, "8500", "no answer to 1 requests");
     row("text with a value", "KLV-100.x\n", Step::Text, "${model}\\n", "");
+    row("text with a zero byte", QByteArray("KLV-100.x\0\n", 11), Step::Text, "${model}",
+        "expected the text");
     row("a value is no pattern", "KLV-100-x\n", Step::Text, "${model}\\n", "expected the text");
     row("battery enough",
         ":050295"
