@@ -19,6 +19,7 @@ const Command commands[] = {
     {"panel", "start a virtual panel and leave it on", runPanel},
     {"fault", "list the faults, or switch them on a running panel", runFault},
     {"station", "test panels at a serial port with the plan of a level", runStation},
+    {"bus", "start virtual panels at burn-in on one RS-485 bus", runBus},
     {"send", "send one request and decode the reply", runSend},
     {"pfvp", "run a PFVP mode on two cabled virtual panels", runPfvp, true},
     {"measure", "measure speed and size of the agent", runMeasure},

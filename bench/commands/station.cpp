@@ -41,7 +41,8 @@ void work(const QString &port, const QVector<Job *> &jobs, bool unattended, bool
         result.level = levelName(level);
         if (open) {
             TerminalStand stand(nameOf(*job), unattended);
-            Runner runner(link, stand, job->values, job->number, labels ? nameOf(*job) : QString());
+            Runner runner(link, stand, job->values, job->number,
+                          labels ? nameOf(*job) + " " : QString());
             result = runner.run(job->plan);
         } else {
             result.faults << error;
