@@ -69,13 +69,14 @@ static void readApplicationInfo()
 static bool openOrCreate(const char *path, const QByteArray &initial, int length, QByteArray *text)
 {
     File file(path, O_RDWR);
+    const bool missing = !file.isOpen() && errno == ENOENT;
     if (file.isOpen()) {
         text->fill('\0', length);
         text->resize(int(file.read(text->data(), length)));
         return true;
     }
     *text = initial.left(length);
-    return errno == ENOENT && writeFile(path, initial);
+    return missing && writeFile(path, initial);
 }
 
 static bool readLevel()
@@ -107,10 +108,8 @@ static bool readItems()
     if (!openOrCreate(g_HMI_TEST_File, newFlagFile(), TEST_ITEM * FlagRecordSize, &records))
         return false;
     for (int i = 0; i < TEST_ITEM; ++i) {
-        // A record that is missing or cut short reads as not passed.
         const QByteArray record = records.mid(i * FlagRecordSize, FlagRecordSize);
-        const int length = int(qstrnlen(record.constData(), uint(record.size())));
-        Item_Status[i] = length > 0 && record[length - 1] == '1' ? ItemPassed : ItemNotPassed;
+        Item_Status[i] = isPassed(record) ? ItemPassed : ItemNotPassed;
     }
     return true;
 }

@@ -17,13 +17,19 @@ void recordItem(int index, qint32 value)
     const size_t length = strnlen(record, sizeof record);
     // With no text in the record the last character would be the byte before it, which belongs to
     // its neighbour.
-    if (got > 0 && length > 0) {
+    if (got == FlagRecordSize && length > 0) {
         const char *result = value == ItemPassed ? &Test_Ret_Char[1] : &Test_Ret_Char[0];
         if (pwrite(fp_TEST_Flag, result, 1, start + off_t(length) - 1) == 1)
             sync();
     }
     close(fp_TEST_Flag);
     fp_TEST_Flag = 0;
+}
+
+bool isPassed(const QByteArray &record)
+{
+    const uint length = qstrnlen(record.constData(), uint(record.size()));
+    return record.size() == FlagRecordSize && length > 0 && record[length - 1] == '1';
 }
 
 static bool isItem(int index)

@@ -1,6 +1,7 @@
 // An item's result on disk: one byte in the item's 64-byte record of the active level's flag file.
 #pragma once
 
+#include <QByteArray>
 #include <QtGlobal>
 
 // Flag file record: the item's not-passed line from byte 0, zero bytes, CR at 62, LF at 63.
@@ -9,8 +10,12 @@ constexpr int FlagRecordCr = 62;
 constexpr int FlagRecordLf = 63;
 
 // Puts '1' over the last character of item `index`'s line if `value` is exactly 1, else 'F', and
-// syncs. Silent on every failure; a record that is missing or empty is left alone.
+// syncs. Silent on every failure; a record that is missing, cut short or empty is left alone.
 void recordItem(int index, qint32 value);
+
+// Whether a record of the flag file says "passed"; one that is cut short does not, whatever
+// character it happens to end in.
+bool isPassed(const QByteArray &record);
 
 // Sets Item_Status[index]; an index outside the active level's table (-1: no such item at this
 // level) is ignored. The second also records the new status.
