@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 constexpr int DateLimitMs = 30000;
 constexpr char SizeWarning[] = "File size going to exceed max size\n"; // written with its NUL
@@ -41,5 +42,6 @@ int factoryLog(const char *note)
     const bool written = log.write(record, sizeof record);
     if (sizeOf(log.fd()) > LogWarningSize)
         log.write(SizeWarning, sizeof SizeWarning);
+    sync();
     return written ? 0 : -1;
 }

@@ -178,8 +178,9 @@ static void openUsb(const char *path, qint32 &fd)
 
 static void closeUsb(qint32 &fd)
 {
-    if (fd > 0)
-        close(fd);
+    if (fd <= 0)
+        return;
+    close(fd);
     fd = -1;
 }
 
