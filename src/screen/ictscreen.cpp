@@ -1,14 +1,11 @@
 // The ICT screen: paints the shared state, keeps nothing between calls, and clears the one-shot
 // requests it has served.
 #include "drawtext.h"
-#include "link/reply.h"
 #include "mainwindow.h"
 #include "state/teststate.h"
 
 #include <QPainter>
 #include <cstring>
-
-constexpr int CalibrationPoints = 5;
 
 // --- Pattern face --------------------------------------------------------------------------------
 
@@ -103,7 +100,7 @@ static void drawTraffic(QPainter &painter)
 static void drawCalibrationPoints(QPainter &painter)
 {
     painter.setFont(paintFont4);
-    for (int i = 0; i < CalibrationPoints; ++i)
+    for (int i = 0; i < TouchTargets; ++i)
         drawText(painter, paintExtendPt + QPoint(0, i * paintCaliWordSize),
                  g_bCalibration_Legal[i] ? Qt::blue : Qt::red, qs_PressingPoint[i]);
 }
