@@ -103,7 +103,7 @@ public: // command handlers, named in the command tables
     void testCom2();
     // hwtest/display
     void testLcmCircuit(int mode);
-    // hwtest/touchbuzzer
+    // hwtest/touch, hwtest/buzzer
     void testTouchPressure();
     void sendT1TouchValue(int index);
     void sendLevelTouchValue(int index);
@@ -114,7 +114,7 @@ public: // command handlers, named in the command tables
     void testRtc();
     void setClock();
     void compareClock();
-    // hwtest/storagepower
+    // hwtest/storage, hwtest/battery, hwtest/identitytexts
     void confirmPresence();
     void testDdr();
     void reportRootfsCheck();

@@ -113,7 +113,7 @@ constexpr int VersionTextLength = 11; // the version text sent, up to and with i
 
 extern int g_iSTATION_NUM; // station number on the PC link, 0 outside BI
 extern char gc_SN[3]; // the same as two hexadecimal digits
-extern int g_FactoryInfo; // FactoryInfo of hwtest/idrecord.h
+extern int g_FactoryInfo; // FactoryInfo of hwtest/factory.h
 extern char HMIFWVersion[20]; // version template; places 0 and 2 to 5 come from the application
 extern char HMIAppModel[AppInfoSize]; // "Model=KLV-..." line of the product application
 extern char HMIAppVersion[AppInfoSize]; // "Version=..." line of the product application
