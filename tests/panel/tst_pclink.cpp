@@ -235,8 +235,9 @@ void TstPcLink::firstBoot()
     QCOMPARE(flags.size(), items * 64);
     QCOMPARE(flags.right(64), last + QByteArray(62 - last.size(), '\0') + "\r\n");
     QCOMPARE(at.results(level), QByteArray(items, '0'));
+    // Made after the link was opened, which is what boot() waits for.
+    QTRY_COMPARE(panel.readFile(at.ict(stationFile)), QByteArray(level == "BI" ? "00" : ""));
     QCOMPARE(QFile::exists(panel.hostPath(at.ict(stationFile))), level == "BI");
-    QCOMPARE(panel.readFile(at.ict(stationFile)), QByteArray(level == "BI" ? "00" : ""));
     const QByteArray log = panel.readFile(at.ict(logFile));
     QCOMPARE(log.size(), 100);
     QVERIFY2(log.mid(20).startsWith("Boot up at " + level + "\n\n" + '\0'), log);
