@@ -1,4 +1,5 @@
 #include "pfvpharness.h"
+#include "state/teststate.h"
 
 // The EMS and EMI cycles against a second panel.
 class TstPfvpPair : public QObject {
@@ -20,6 +21,12 @@ void TstPfvpPair::cycles()
     QCOMPARE(person.buttons(all), all.mid(0, 4));
     QCOMPARE(text(person.counts(PfvpTable::Ems)), textOfAll(9, "0/0"));
     QCOMPARE(text(person.counts(PfvpTable::Emi)), textOfAll(5, "0/0"));
+
+    const QColor darkRed(128, 0, 0);
+    const auto texts = tableTexts(10, 150, EMS_TEST, 9) + tableTexts(410, 560, EMI_TEST, 5)
+        + QVector<ScreenText>{{{10, 40}, "==== PFVP EMS Test Case ====", 18, darkRed},
+                              {{410, 40}, "==== PFVP EMI Test Case ====", 18, darkRed}};
+    QCOMPARE(missingOn(stand.panel.screen().grab(), texts), QStringList());
 
     QVERIFY(person.press("EMS Start Test"));
     QVERIFY(person.sees("EMS Stop Test"));

@@ -1,5 +1,6 @@
 #include "panelharness.h"
 #include "pfvpharness.h"
+#include "state/teststate.h"
 
 #include <atomic>
 #include <thread>
@@ -66,6 +67,10 @@ void TstPfvpRd::initTestCase()
     panel_->powerOn({"PFVP_RD"});
     QVERIFY2(person_->sees("Auto Start"), panel_->errorOutput());
     QCOMPARE(text(person_->counts(PfvpTable::Rd)), textOfAll(17, "0/0"));
+    const QString bar(20, '=');
+    const auto texts = tableTexts(10, 150, RD_TEST, 10) + tableTexts(410, 560, RD_TEST + 10, 7)
+        + QVector<ScreenText>{{{10, 40}, bar + " PFVP RD Test Case " + bar, 18, QColor(128, 0, 0)}};
+    QCOMPARE(missingOn(panel_->screen().grab(), texts), QStringList());
 }
 
 void TstPfvpRd::automatic()
