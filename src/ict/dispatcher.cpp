@@ -69,7 +69,7 @@ static Reading readSemiMachineId()
     const Reading start = readMore(12);
     if (start != Reading::Complete)
         return start;
-    for (int i = ShortFrameSize + 12 - 1; UART_Buffer[i] != '\n' && i <= LastIndex; ++i) {
+    for (int i = ShortFrameSize + 12 - 1; i <= LastIndex && UART_Buffer[i] != '\n'; ++i) {
         if (!readExactly(linkReadFd(), UART_Buffer + i + 1, 1))
             return Reading::Abandoned;
     }

@@ -90,13 +90,13 @@ void MainWindow::levelEndCheck(int item)
     // For good: after an end check, passed or not, the station has to power-cycle the panel.
     g_bTestAllow = false;
     setAndRecordItem(endItem, ItemRunning);
-    if (!allPassedButLast()) {
-        replyEndCheckFailed();
-    } else if (extended && T1_Extern_Item_Flag != T1ExternAll) {
+    const bool allPassed = allPassedButLast();
+    if (allPassed && extended && T1_Extern_Item_Flag != T1ExternAll) {
         sendReply("01FF");
         gb_ShowT1ExternItem = true;
         return;
-    } else if (promote(extended)) {
+    }
+    if (allPassed && promote(extended)) {
         setItem(endItem, ItemPassed);
         if (g_uiHMI_TEST_LEVEL == LevelT2 || extended)
             releasePanel();
