@@ -92,6 +92,7 @@ const QVector<Series> &allSeries()
              {"A200", "usb:other", "A2F0", "A200", 13},
              {"8800", "battery:2900", ":0002906E\r", ":000309F4\r", 14, '1'},
              {"8700", "", nullptr, "8700", 15},
+             {"8700", "rootfs:1", "8700", nullptr, 15, '1'}, // once is enough
              {"CC10", "stick", "CCE0", "CC10", 0},
              {"CC11", "sd", "CCE1", "CC11", 0},
              {"CC00", "stick", "CCF0", "CC00", 0},
@@ -237,6 +238,7 @@ private:
     QByteArray requestOf(const QByteArray &request);
     QByteArray ask(const QByteArray &request);
     QString check(const Row &row, const char *reply, char result);
+    bool leftInOrder(const QByteArray &request);
 
     const Series &series_;
     AgentPanel at_;
@@ -268,6 +270,20 @@ QByteArray Lane::ask(const QByteArray &request)
     return reply;
 }
 
+// What tests of the display and the buzzer owe to those that follow: the probes disconnected, the
+// tone off.
+bool Lane::leftInOrder(const QByteArray &request)
+{
+    VirtualPanel &panel = at_.panel;
+    if (request.startsWith("92"))
+        return panel.events().toneAt(monotonicNs()) == 0;
+    if (!QList<QByteArray>{"9502", "9503", "9508", "9509"}.contains(request))
+        return true;
+    const QVector<ToolCall> calls = panel.calls();
+    return !calls.isEmpty() && calls.last().tool == "lcd_circuit_test_uninit.sh"
+        && !panel.port(Port::ttyO4)->isOpenOnPanel();
+}
+
 // Empty if the reply is right and no item but the row's has changed.
 QString Lane::check(const Row &row, const char *reply, char result)
 {
@@ -291,6 +307,8 @@ QString Lane::check(const Row &row, const char *reply, char result)
     if (!waitFor([&] { return at_.results(series_.level) == results; }, 2000))
         return QString("item results %1 instead of %2")
             .arg(QString(at_.results(series_.level)), QString(results));
+    if (!waitFor([&] { return leftInOrder(row.request); }, 2000))
+        return "leaves the buzzer on, the display's pattern or COM2 open";
     return {};
 }
 
