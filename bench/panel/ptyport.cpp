@@ -29,6 +29,10 @@ const PortTrait traits[portCount] = {
     {"ttyO4", 10}, {"ttyUSB0", 10}, {"ttyGS0", 10},
 };
 
+// The UART hands on what it has received when its FIFO is full or the line falls silent. So a frame
+// is not torn when this machine is busy for longer than the panel waits for a byte.
+constexpr int fifoSize = 64;
+
 struct SpeedCode {
     speed_t code;
     int baud;
@@ -299,9 +303,10 @@ void PtyPort::pump()
     watchHolders();
     const qint64 now = monotonicNs(), step = byteTime();
     int n = 0;
-    for (; n < line_.size() && arrived_ + step <= now; ++n)
-        arrived_ += step;
-    if (n > 0) {
+    for (qint64 at = arrived_; n < line_.size() && at + step <= now; ++n)
+        at += step;
+    if (n > 0 && n >= qMin(line_.size(), fifoSize)) {
+        arrived_ += n * step;
         if (now - openAt_ > 10000000) {
             open_ = isOpenOnPanel();
             openAt_ = now;
