@@ -93,19 +93,16 @@ PtyPort::PtyPort(Port id)
     : id_(id)
     , panel_(openPty())
     , outside_(openPty())
-    , users_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC))
-    , panelUses_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC))
+    , watch_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC))
     , pace_(new QTimer(this))
 {
     // Both slaves stay open here, so that a restart of the agent or of a station is no hang-up.
     watchPanel();
     auto *outside = new QSocketNotifier(outside_.master, QSocketNotifier::Read, this);
     connect(outside, &QSocketNotifier::activated, this, &PtyPort::readOutside);
-    inotify_add_watch(users_, QFile::encodeName(outside_.path), IN_OPEN | IN_CLOSE);
-    auto *users = new QSocketNotifier(users_, QSocketNotifier::Read, this);
-    connect(users, &QSocketNotifier::activated, this, &PtyPort::watchUsers);
-    auto *panelUses = new QSocketNotifier(panelUses_, QSocketNotifier::Read, this);
-    connect(panelUses, &QSocketNotifier::activated, this, &PtyPort::watchHolders);
+    outsideWatch_ = inotify_add_watch(watch_, QFile::encodeName(outside_.path), IN_OPEN | IN_CLOSE);
+    auto *uses = new QSocketNotifier(watch_, QSocketNotifier::Read, this);
+    connect(uses, &QSocketNotifier::activated, this, &PtyPort::watchDevices);
     pace_->setInterval(1);
     pace_->setTimerType(Qt::PreciseTimer);
     connect(pace_, &QTimer::timeout, this, &PtyPort::pump);
@@ -114,8 +111,7 @@ PtyPort::PtyPort(Port id)
 PtyPort::~PtyPort()
 {
     cut();
-    for (int fd :
-         {panel_.master, panel_.slave, outside_.master, outside_.slave, users_, panelUses_}) {
+    for (int fd : {panel_.master, panel_.slave, outside_.master, outside_.slave, watch_}) {
         if (fd >= 0)
             ::close(fd);
     }
@@ -123,7 +119,7 @@ PtyPort::~PtyPort()
 
 void PtyPort::watchPanel()
 {
-    inotify_add_watch(panelUses_, QFile::encodeName(panel_.path), IN_OPEN | IN_CLOSE);
+    inotify_add_watch(watch_, QFile::encodeName(panel_.path), IN_OPEN | IN_CLOSE);
     fromPanel_ = new QSocketNotifier(panel_.master, QSocketNotifier::Read, this);
     connect(fromPanel_, &QSocketNotifier::activated, this, &PtyPort::readPanel);
 }
@@ -216,7 +212,7 @@ void PtyPort::setPower(qint64 agent)
 
 void PtyPort::readPanel()
 {
-    watchHolders();
+    watchDevices();
     char bytes[4096];
     const ssize_t n = ::read(panel_.master, bytes, sizeof bytes);
     if (n <= 0)
@@ -236,17 +232,29 @@ void PtyPort::readOutside()
         queue(QByteArray(bytes, int(n)));
 }
 
-// What the panel says while no program is attached is not kept for the next one, and a program that
-// was killed does not keep others out, as it would with its exclusive lock.
-void PtyPort::watchUsers()
+// One inotify for both devices: a machine allows few of them (128 as a rule), and a bus of panels
+// has many ports.
+void PtyPort::watchDevices()
 {
     alignas(inotify_event) char buffer[4096];
-    const ssize_t n = ::read(users_, buffer, sizeof buffer);
+    const ssize_t n = ::read(watch_, buffer, sizeof buffer);
+    QVector<quint32> outside, panel;
     for (ssize_t at = 0; at < n;) {
         const auto *event = reinterpret_cast<const inotify_event *>(buffer + at);
         at += ssize_t(sizeof *event + event->len);
+        (event->wd == outsideWatch_ ? outside : panel) << event->mask;
+    }
+    usersChanged(outside);
+    holdersChanged(panel);
+}
+
+// What the panel says while no program is attached is not kept for the next one, and a program that
+// was killed does not keep others out, as it would with its exclusive lock.
+void PtyPort::usersChanged(const QVector<quint32> &events)
+{
+    for (quint32 event : events) {
         attached_ = true;
-        if (!(event->mask & IN_CLOSE))
+        if (!(event & IN_CLOSE))
             continue;
         ioctl(outside_.slave, TIOCNXCL);
         // Events of the same kind may come as one, so that counting them would not do.
@@ -260,26 +268,22 @@ void PtyPort::watchUsers()
 // The last close of a serial device empties its receive buffer. This object keeps the panel's slave
 // open, so it has to do that itself: a moment later, but before anything that comes after the next
 // opening.
-void PtyPort::watchHolders()
+void PtyPort::holdersChanged(const QVector<quint32> &events)
 {
-    alignas(inotify_event) char buffer[4096];
-    const ssize_t n = ::read(panelUses_, buffer, sizeof buffer);
+    if (events.isEmpty())
+        return;
     bool none = false;
-    for (ssize_t at = 0; at < n;) {
-        const auto *event = reinterpret_cast<const inotify_event *>(buffer + at);
-        at += ssize_t(sizeof *event + event->len);
-        holders_ += event->mask & IN_OPEN ? 1 : event->mask & IN_CLOSE ? -1 : 0;
+    for (quint32 event : events) {
+        holders_ += event & IN_OPEN ? 1 : event & IN_CLOSE ? -1 : 0;
         none = none || holders_ <= 0;
     }
-    if (n <= 0)
-        return;
     QMutexLocker lock(&mutex_);
     if (none && panel_.slave >= 0)
         tcflush(panel_.slave, TCIFLUSH);
     // Events of the same kind may come as one, so the count has to be set right, and a moment
     // later: an opening is heard before its descriptor is there.
     QTimer::singleShot(1, this, [this] {
-        watchHolders();
+        watchDevices();
         holders_ = countOpen(agent_, panelPath());
     });
 }
@@ -300,7 +304,7 @@ void PtyPort::queue(const QByteArray &bytes)
 
 void PtyPort::pump()
 {
-    watchHolders();
+    watchDevices();
     const qint64 now = monotonicNs(), step = byteTime();
     int n = 0;
     for (qint64 at = arrived_; n < line_.size() && at + step <= now; ++n)

@@ -4,6 +4,7 @@
 #include <QMutex>
 #include <QObject>
 #include <QString>
+#include <QVector>
 
 #include <atomic>
 
@@ -74,8 +75,9 @@ private:
     static Pty openPty();
     void readPanel();
     void readOutside();
-    void watchUsers();
-    void watchHolders();
+    void watchDevices();
+    void usersChanged(const QVector<quint32> &events);
+    void holdersChanged(const QVector<quint32> &events);
     void queue(const QByteArray &bytes);
     void pump();
     qint64 byteTime() const;
@@ -87,9 +89,9 @@ private:
     Pty panel_, outside_;
     QSocketNotifier *fromPanel_ = nullptr;
     std::atomic<qint64> agent_{0};
-    int users_; // inotify of the outside device
+    int watch_; // inotify of both devices
+    int outsideWatch_ = -1;
     bool attached_ = false; // a program has the outside device open
-    int panelUses_; // inotify of the panel's device
     int holders_ = 0; // descriptors that the panel has open on it, as far as heard
     QTimer *pace_;
     QByteArray line_; // bytes on their way to the panel
