@@ -29,8 +29,11 @@ make_root() {
     nice mmdebstrap --mode=chrootless --quiet --architectures=armhf --variant=extract --format=tar \
         --include=libc6-dev,libstdc++-12-dev,qtbase5-dev,libfaketime,libeatmydata1 \
         bookworm - - <<<"$sources" \
-        | tar -x -C "$root.new" --no-same-owner --exclude='*/dri' --exclude='libLLVM*' \
-            ./lib ./usr/lib ./usr/include
+        | {
+            tar -x -C "$root.new" --no-same-owner --exclude='*/dri' --exclude='libLLVM*' \
+                ./lib ./usr/lib ./usr/include
+            cat >/dev/null # the padding; mmdebstrap hangs up on us if nobody reads it
+        }
     arm-linux-gnueabihf-gcc -shared -fPIC -O2 -o "$root.new/usr/lib/libnopidfd.so" tools/arm-nopidfd.c
     mkdir "$root.new/etc"
     echo /usr/lib/libnopidfd.so >"$root.new/etc/ld.so.preload"
