@@ -48,9 +48,7 @@ void Calibration::begin()
 int Calibration::exec()
 {
     begin();
-    const int result = QDialog::exec();
-    releaseMouse();
-    return result;
+    return QDialog::exec(); // until accept()
 }
 
 void Calibration::reject() { }
@@ -165,6 +163,7 @@ void Calibration::evaluate()
 void Calibration::accept()
 {
     QDialog::accept();
+    releaseMouse();
     evaluate();
     runShell("echo 1 > /usr/local/conf/smpl_delay");
     emit workDone();
