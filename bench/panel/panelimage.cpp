@@ -131,7 +131,7 @@ void installPrograms(const QString &root)
                     .arg(from, to));
         chmod(QFile::encodeName(to), 0755);
     };
-    for (const char *name : {"toolbox", "init"})
+    for (const char *name : {"toolbox", "init", "leaks"})
         install(source + "/bench/panel/tools/" + name, root + "/run/bench/" + name);
     for (const Tool &tool : tools)
         link(root + toolPath(tool.name), "/run/bench/toolbox");

@@ -66,7 +66,12 @@ QStringList environment()
     args << "--setenv"
          << "ASAN_OPTIONS"
          << "verify_asan_link_order=0:" + qEnvironmentVariable("ASAN_OPTIONS");
-    for (const char *name : {"UBSAN_OPTIONS", "TSAN_OPTIONS", "LSAN_OPTIONS"}) {
+    // What the toolkit's VNC platform leaves behind is not the agent's.
+    args << "--setenv"
+         << "LSAN_OPTIONS"
+         << "suppressions=/run/bench/leaks:print_suppressions=0:"
+            + qEnvironmentVariable("LSAN_OPTIONS");
+    for (const char *name : {"UBSAN_OPTIONS", "TSAN_OPTIONS"}) {
         if (qEnvironmentVariableIsSet(name))
             args << "--setenv" << name << qEnvironmentVariable(name);
     }
