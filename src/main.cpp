@@ -4,13 +4,17 @@
 #include "state/teststate.h"
 
 #include <QApplication>
+#include <QScreen>
 #include <cstdio>
 
 static int runWindow(quint32 mode)
 {
     g_uiTestMode = mode;
     MainWindow window;
-    window.showFullScreen();
+    // The toolkit ends a program that shows a window where there is no screen. A board whose
+    // framebuffer failed can still answer the station.
+    if (QGuiApplication::primaryScreen())
+        window.showFullScreen();
     return QApplication::exec();
 }
 

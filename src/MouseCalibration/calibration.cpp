@@ -3,6 +3,7 @@
 
 #include "pointercal.h"
 #include "system/command.h"
+#include "system/screensize.h"
 #include "targets.h"
 
 #include <QGuiApplication>
@@ -17,14 +18,14 @@ Calibration::Calibration(QWidget *parent)
     , m_titleFont(QStringLiteral("Ubuntu"), 18, QFont::Normal)
     , m_labelFont(QStringLiteral("Ubuntu"), 12, QFont::Normal)
 {
-    const QScreen *screen = QGuiApplication::primaryScreen();
-    setGeometry(screen->geometry());
+    const QSize screen = screenSize();
+    setGeometry(QRect(QPoint(), screen));
     setFocusPolicy(Qt::StrongFocus);
     setModal(true);
-    m_width = screen->size().width();
-    m_height = screen->size().height();
-    m_calibrationTargets = calibrationTargets(screen->size());
-    m_checkTargets = checkTargets(screen->size(), g_uiHMI_TEST_LEVEL);
+    m_width = screen.width();
+    m_height = screen.height();
+    m_calibrationTargets = calibrationTargets(screen);
+    m_checkTargets = checkTargets(screen, g_uiHMI_TEST_LEVEL);
     for (int i = 0; i < TouchTargets; ++i) {
         cal.screen_x[i] = m_calibrationTargets[size_t(i)].x();
         cal.screen_y[i] = m_calibrationTargets[size_t(i)].y();
@@ -41,6 +42,8 @@ void Calibration::begin()
     g_bCalibration_Result = false;
     if (isCalibrateLevel(g_uiHMI_TEST_LEVEL))
         backUpPointercalOnce();
+    if (!QGuiApplication::primaryScreen())
+        return; // nothing to touch: the pass stays open until the next request
     show();
     grabMouse(); // takes it from a dialog before this one
 }

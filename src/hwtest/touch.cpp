@@ -7,10 +7,9 @@
 #include "mainwindow.h"
 #include "state/itemrecord.h"
 #include "system/command.h"
+#include "system/screensize.h"
 
 #include <QFile>
-#include <QGuiApplication>
-#include <QScreen>
 
 constexpr int PositionItem = 10;
 constexpr ItemIndex PressureItem = {-1, 17, 3, 15};
@@ -32,7 +31,7 @@ static int screenCoordinate(const QString &readRaw, int extent)
 void MainWindow::HMI_ICT_GET_TPS_XY()
 {
     setItem(PositionItem, ItemRunning);
-    const QSize screen = QGuiApplication::primaryScreen()->size();
+    const QSize screen = screenSize();
     const int x = screenCoordinate(QStringLiteral("cat /sys/class/input/input0/device/ADC_X"),
                                    screen.width());
     const int y = screenCoordinate(QStringLiteral("cat /sys/class/input/input0/device/ADC_Y"),
@@ -97,7 +96,7 @@ void MainWindow::sendLevelTouchValue(int index)
 
 void MainWindow::showTouchPoints()
 {
-    const auto targets = checkTargets(QGuiApplication::primaryScreen()->size(), g_uiHMI_TEST_LEVEL);
+    const auto targets = checkTargets(screenSize(), g_uiHMI_TEST_LEVEL);
     std::copy(targets.begin(), targets.end(), m_touchPoints);
     g_showAllTPCalPoints = 1;
     g_ShowReadWriteInfo = 0;

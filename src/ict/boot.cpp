@@ -12,11 +12,10 @@
 #include "state/levels.h"
 #include "system/command.h"
 #include "system/files.h"
+#include "system/screensize.h"
 #include "ui_mainwindow.h"
 
-#include <QGuiApplication>
 #include <QProcess>
-#include <QScreen>
 #include <QTimer>
 #include <cerrno>
 #include <cstring>
@@ -130,7 +129,7 @@ static bool readStation()
 // overlap by a column; cameras on the fixtures are set up for these edges.
 static void makeBands()
 {
-    const QSize desktop = QGuiApplication::primaryScreen()->size();
+    const QSize desktop = screenSize();
     const int band = desktop.width() / 3;
     rc_RED = QRect(0, 0, band, desktop.height());
     rc_GRN = QRect(rc_RED.right(), 0, band, desktop.height());

@@ -23,6 +23,7 @@ private slots:
     void damagedFiles();
     void brokenDisks_data();
     void brokenDisks();
+    void noScreen();
 
 private:
     std::unique_ptr<AgentPanel> ict_; // at ICT, for the tests that need no boot of their own
@@ -369,6 +370,16 @@ void TstPcLink::brokenDisks()
         QCOMPARE(at.ask(requestFrame("0400")), QByteArray(":0004F00C\r\n"));
     }
     QVERIFY(at.panel.isOn());
+}
+
+// A board whose framebuffer failed still answers: the toolkit alone would end the agent.
+void TstPcLink::noScreen()
+{
+    AgentPanel board;
+    board.panel.powerOn({"-platform", "linuxfb"});
+    PcPort link(board.panel);
+    QCOMPARE(link.ask(present), presentReply);
+    QVERIFY(board.panel.isOn());
 }
 
 QTEST_GUILESS_MAIN(TstPcLink)

@@ -1,0 +1,12 @@
+#include "screensize.h"
+
+#include "state/teststate.h"
+
+#include <QGuiApplication>
+#include <QScreen>
+
+QSize screenSize()
+{
+    const QScreen *screen = QGuiApplication::primaryScreen();
+    return screen ? screen->size() : QSize(Screen_X, Screen_Y);
+}
