@@ -134,6 +134,8 @@ QStringList Production::released() const
         faults << QString("the SRAM is not clear: %1 bytes, %2 of them zero")
                       .arg(sram.size())
                       .arg(sram.count('\0'));
+    if (m_panel.readFile("/mnt/ict_log/ict_log.tgz").isEmpty())
+        faults << "the logs were not saved outside their folder";
     return faults;
 }
 

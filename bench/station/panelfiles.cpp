@@ -2,6 +2,7 @@
 
 #include "station/protocol.h"
 
+#include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QRegularExpression>
@@ -262,6 +263,13 @@ QStringList PanelFiles::differences() const
             break;
         }
     compareFactoryLog(&faults);
+    // Nothing else may have come to lie among the logs.
+    static const QRegularExpression known(
+        "^(HMI_(ICT|T1|BI|T2)_TEST_Flag|HMI_TEST_LEVEL|HMI_Factory_Resume|FactoryTestLog"
+        "|HMI_(STATION_NUM|MACHINE_ID|SEMIMACHINE_ID)|T[12]_TP_Value)\\.txt$");
+    for (const QString &name : QDir(m_folder).entryList({"*.txt"}, QDir::Files))
+        if (!known.match(name).hasMatch())
+            faults << name + " does not belong there";
     return faults;
 }
 

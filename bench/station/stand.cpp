@@ -1,6 +1,5 @@
 #include "station/stand.h"
 
-#include <QHash>
 #include <QMutex>
 #include <QRegularExpression>
 #include <QStringList>
@@ -9,36 +8,59 @@
 namespace station {
 
 namespace {
+
 struct Verb {
+    const char *name;
     const char *argument; // regular expression of what may follow
-    const char *prompt; // what a person is asked to do, %1 the argument; empty for nothing
+    const char *prompt; // what a person is asked, %1 the argument; empty for nothing
+    const char *picture; // what it looks like
 };
-const QHash<QString, Verb> verbs = {
-    {"powercycle", {"", "Switch the panel off and on again and wait for its test screen"}},
-    {"screenshot", {"[\\w-]+", ""}},
-    {"look",
-     {"red|green|blue|white|dark|bands|[0-9A-Fa-f]{6}",
-      "Does the screen show: %1 (all over, no marks)?"}},
-    {"touch",
-     {"calibrate3?|check|release|press \\d+ \\d+",
-      "Touch every target that the screen shows (%1)"}},
-    {"plug", {"usb|sd", "Plug in the medium: %1"}},
-    {"unplug", {"usb|sd", "Remove the medium: %1"}},
-    {"fault", {"(set|clear) \\S+", ""}},
-    {"ask", {".+", "%1"}},
+
+constexpr char corners[] = "        1-------2\n"
+                           "        |   5   |   in this order, as the crosses show\n"
+                           "        4-------3\n";
+
+// The first row that fits both verb and argument holds.
+const Verb verbs[] = {
+    {"powercycle", "", "Switch the panel off and on again and wait for its test screen.", ""},
+    {"screenshot", "[\\w-]+", "", ""},
+    {"look", "dark", "Is the backlight off?", ""},
+    {"look", "bands", "Does the screen show three bands, clean to the edges?",
+     "        | red | green | blue |\n"},
+    {"look", "red|green|blue|white|[0-9A-Fa-f]{6}", "Is the screen %1 all over, without a mark?",
+     ""},
+    {"touch", "press \\d+ \\d+", "Put a finger on the pixel (%1) and leave it there.", ""},
+    {"touch", "release", "Take the finger away.", ""},
+    {"touch", "check", "Touch the five targets.", corners},
+    {"touch", "calibrate", "Touch the five targets, then the five of the check.", corners},
+    {"touch", "calibrate3", "Touch the five targets, then 1, 3 and 5 of the check.", corners},
+    {"plug", "usb|sd", "Plug in the medium: %1.", ""},
+    {"unplug", "usb|sd", "Remove the medium: %1.", ""},
+    {"fault", "(set|clear) \\S+", "", ""},
+    {"ask", ".+", "%1", ""},
 };
+
+const Verb *findVerb(const QString &name, const QString &argument)
+{
+    for (const Verb &verb : verbs)
+        if (name == verb.name
+            && QRegularExpression(QRegularExpression::anchoredPattern(verb.argument))
+                   .match(argument)
+                   .hasMatch())
+            return &verb;
+    return nullptr;
 }
+
+} // namespace
 
 QString actionFault(const QString &action)
 {
-    const QString verb = action.section(' ', 0, 0), argument = action.section(' ', 1);
-    if (!verbs.contains(verb))
-        return QString("unknown action \"%1\"; known are %2")
-            .arg(verb, QStringList(verbs.keys()).join(", "));
-    const QRegularExpression wanted(QRegularExpression::anchoredPattern(verbs[verb].argument));
-    return wanted.match(argument).hasMatch()
-        ? QString()
-        : QString("action \"%1\": \"%2\" is none of %3").arg(verb, argument, verbs[verb].argument);
+    if (findVerb(action.section(' ', 0, 0), action.section(' ', 1)))
+        return {};
+    QStringList known;
+    for (const Verb &verb : verbs)
+        known << QString("%1 %2").arg(verb.name, verb.argument).trimmed();
+    return QString("unknown action \"%1\"; known are: %2").arg(action, known.join(", "));
 }
 
 QString perform(Stand &stand, const QString &action)
@@ -52,22 +74,23 @@ QString TerminalStand::act(const QString &verb, const QString &argument)
         return "faults can be set on a virtual panel only";
     static QMutex mutex; // one question at a time
     const QMutexLocker lock(&mutex);
-    const QString prompt = verbs[verb].prompt;
-    if (prompt.isEmpty())
+    const Verb *known = findVerb(verb, argument);
+    if (!known || !*known->prompt)
         return {};
-    printf(">> %s: %s", qPrintable(m_port),
-           qPrintable(prompt.contains("%1") ? prompt.arg(argument) : prompt));
+    QString prompt = known->prompt;
+    if (prompt.contains("%1"))
+        prompt = prompt.arg(argument.section("press ", -1));
+    printf(">> %s: %s", qPrintable(m_port), qPrintable(prompt));
     if (m_unattended) {
         printf("  [taken as done]\n");
         return {};
     }
-    printf("  [Enter = yes, n = no] ");
+    printf("  [Enter = yes, n = no]\n%s", known->picture);
     fflush(stdout);
     const int first = getchar();
     for (int c = first; c != '\n' && c != EOF;)
         c = getchar();
-    return first == 'n' || first == 'N' || first == EOF ? "not confirmed: " + prompt.arg(argument)
-                                                        : "";
+    return first == 'n' || first == 'N' || first == EOF ? "not confirmed: " + prompt : QString();
 }
 
 } // namespace station

@@ -184,9 +184,9 @@ void TestStation::planProblems_data()
     row("mistyped key", covered + R"({"item": 1, "code": "9504", "timout": 5})",
         "unknown key \"timout\"");
     row("unknown action", covered + R"({"item": 1, "code": "9504", "before": ["kick it"]})",
-        "unknown action \"kick\"");
+        "unknown action \"kick it\"");
     row("impossible action", covered + R"({"item": 1, "code": "9504", "before": ["look pink"]})",
-        "\"pink\" is none of");
+        "unknown action \"look pink\"");
     row("unknown value", covered + R"({"item": 1, "code": "9504", "reply": "${colour}"})",
         "what ${colour} is");
     row("broken JSON", covered + "\n\n{", "p.json:4:");
