@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <memory>
+#include <string>
 
 namespace {
 
@@ -21,6 +22,7 @@ const Command commands[] = {
     {"station", "test panels at a serial port with the plan of a level", runStation},
     {"bus", "start virtual panels at burn-in on one RS-485 bus", runBus},
     {"send", "send one request and decode the reply", runSend},
+    {"replay", "repeat a recorded exchange and compare the answers", runReplay},
     {"pfvp", "run a PFVP mode on two cabled virtual panels", runPfvp, true},
     {"measure", "measure speed and size of the agent", runMeasure},
 };
@@ -46,6 +48,8 @@ std::unique_ptr<QCoreApplication> makeApplication(int &argc, char **argv)
     if (!draws)
         return std::make_unique<QCoreApplication>(argc, argv);
     qputenv("QT_QPA_PLATFORM", "offscreen");
+    if (!qEnvironmentVariableIsSet("XDG_RUNTIME_DIR"))
+        qputenv("XDG_RUNTIME_DIR", "/tmp"); // or the toolkit warns that it chose a folder itself
     return std::make_unique<QGuiApplication>(argc, argv);
 }
 
@@ -53,6 +57,9 @@ std::unique_ptr<QCoreApplication> makeApplication(int &argc, char **argv)
 
 int main(int argc, char **argv)
 {
+    // The parsers' help texts name the program by its first argument.
+    std::string name = argc > 1 ? std::string("bench ") + argv[1] : "bench";
+    argv[0] = name.data();
     const std::unique_ptr<QCoreApplication> app = makeApplication(argc, argv);
     app->setApplicationName("bench");
     QStringList args = app->arguments().mid(1);

@@ -2,16 +2,15 @@
 #include "station/codec.h"
 #include "station/protocol.h"
 
-#include <cstdio>
-
 namespace {
 // A message without a line end is over when the line has been silent for so long.
 constexpr int quietMs = 50;
 } // namespace
 
-Traffic::Traffic(PtyPort *port)
+Traffic::Traffic(PtyPort *port, const Sinks &sinks)
     : name_(portName(port->id()))
     , link_(port->id() == Port::ttyO1 || port->id() == Port::ttyO3)
+    , sinks_(sinks)
 {
     clock_.start();
     quiet_.setSingleShot(true);
@@ -39,9 +38,16 @@ void Traffic::finish(Message &message)
 {
     if (message.bytes.isEmpty())
         return;
-    printf("%9.3f  %-7s %s %-34s %s\n", double(clock_.elapsed()) / 1000, name_, message.arrow,
-           qPrintable(station::printable(message.bytes)), qPrintable(meaning(message)));
-    fflush(stdout);
+    const QString means = meaning(message);
+    const auto write = [&](FILE *sink, const char *form) {
+        if (!sink)
+            return;
+        fprintf(sink, form, double(clock_.elapsed()) / 1000, name_, message.arrow,
+                qPrintable(station::printable(message.bytes)), qPrintable(means));
+        fflush(sink);
+    };
+    write(sinks_.screen, "%9.3f  %-7s %s %-34s %s\n");
+    write(sinks_.record, "%.3f\t%s\t%s\t%s\t%s\n");
     message.bytes.clear();
 }
 

@@ -5,14 +5,20 @@
 #include <QElapsedTimer>
 #include <QTimer>
 
-// Prints what goes over one port of a panel, a line for each message: time since the start in
+#include <cstdio>
+
+// Writes down what goes over one port of a panel, a line for each message: time since the start in
 // seconds, port, direction as the panel sees it, the bytes, and on the PC link what they mean.
 class Traffic : public QObject {
     Q_OBJECT
 
 public:
-    // Prints from the thread that creates it.
-    explicit Traffic(PtyPort *port);
+    // Where the lines go; null for nowhere. The record has tabs between the columns, for
+    // `bench replay`. Written from the thread that creates this.
+    struct Sinks {
+        FILE *screen, *record;
+    };
+    Traffic(PtyPort *port, const Sinks &sinks);
 
 private:
     struct Message {
@@ -29,4 +35,5 @@ private:
     QByteArray code_; // of the last request; empty for what is none
     QTimer quiet_;
     QElapsedTimer clock_;
+    const Sinks sinks_;
 };

@@ -1,6 +1,7 @@
 #include "station/codec.h"
 
 #include <numeric>
+#include <utility>
 
 namespace station {
 
@@ -107,7 +108,9 @@ QString printable(const QByteArray &bytes)
 {
     QString text;
     for (char c : bytes) {
-        if (c == '\r')
+        if (c == '\\')
+            text += "\\\\";
+        else if (c == '\r')
             text += "\\r";
         else if (c == '\n')
             text += "\\n";
@@ -117,6 +120,21 @@ QString printable(const QByteArray &bytes)
             text += QLatin1Char(c);
     }
     return text;
+}
+
+QByteArray unprintable(const QByteArray &text)
+{
+    QByteArray bytes;
+    for (int i = 0; i < text.size(); ++i) {
+        const char escape = text[i] == '\\' && i + 1 < text.size() ? text[++i] : '\0';
+        if (!escape)
+            bytes += text[i];
+        else if (escape == 'x')
+            bytes += char(text.mid(std::exchange(i, i + 2) + 1, 2).toInt(nullptr, 16));
+        else
+            bytes += escape == 'r' ? '\r' : escape == 'n' ? '\n' : escape;
+    }
+    return bytes;
 }
 
 } // namespace station

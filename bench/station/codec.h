@@ -54,7 +54,8 @@ inline QString textOf(const QByteArray &bytes)
 {
     return QString::fromLatin1(bytes.constData(), bytes.size());
 }
-// Control characters as escapes, for people.
+// Control characters as escapes, for people; and back.
 QString printable(const QByteArray &bytes);
+QByteArray unprintable(const QByteArray &text);
 
 } // namespace station

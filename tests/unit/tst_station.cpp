@@ -38,6 +38,7 @@ class TestStation : public QObject {
     Q_OBJECT
 private slots:
     void requests();
+    void everyByteSurvivesARecord();
     void replies_data();
     void replies();
     void badLine_data();
@@ -49,6 +50,17 @@ private slots:
     void verdicts();
     void reports();
 };
+
+void TestStation::everyByteSurvivesARecord()
+{
+    QByteArray bytes;
+    for (int i = 0; i < 256; ++i)
+        bytes += char(i);
+    bytes += "\\n\\x41 \\";
+    const QByteArray text = printable(bytes).toLatin1();
+    QVERIFY(!text.contains('\n') && !text.contains('\t') && !text.contains('\0'));
+    QCOMPARE(unprintable(text), bytes);
+}
 
 // Check digits worked out by hand: 00+81+02 = 83 -> 7D; 05+8A+00 = 8F -> 71;
 // 00+8D+30+15+14+21+11+05+25 = 142 -> BE; the characters of "000602AB" sum to 1AB -> 55.
