@@ -163,10 +163,17 @@ void Calibration::evaluate()
         check(m_checkTargets);
 }
 
+// A hidden widget keeps its grab: without this, a touch that comes after a repeated request has
+// closed the dialog could still end its pass.
+void Calibration::done(int result)
+{
+    QDialog::done(result);
+    releaseMouse();
+}
+
 void Calibration::accept()
 {
     QDialog::accept();
-    releaseMouse();
     evaluate();
     runShell("echo 1 > /usr/local/conf/smpl_delay");
     emit workDone();

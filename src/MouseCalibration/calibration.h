@@ -28,6 +28,9 @@ public:
     // Ends the pass: closes, judges the points, then reports.
     void accept() override;
 
+    // Closes and lets the mouse go: a closed dialog takes no touch.
+    void done(int result) override;
+
     // Does nothing: a pass ends at its last target and nowhere else. Whoever asked for it is owed
     // a verdict, so neither Escape nor a window manager closes the dialog; its owner does, by
     // done().
