@@ -3,7 +3,6 @@
 #include "system/command.h"
 #include "system/files.h"
 
-#include <QFile>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -29,19 +28,23 @@ void backUpPointercal()
     sync();
 }
 
+// A backup without a byte, as a power cut leaves it, counts as missing: putting it back would cost
+// the panel the calibration it still has.
+static bool isBackedUp()
+{
+    return !readFile(PointercalBackup, 1).isEmpty();
+}
+
 void backUpPointercalOnce()
 {
-    if (!QFile::exists(QString::fromLatin1(PointercalBackup)))
+    if (!isBackedUp())
         backUpPointercal();
 }
 
 void startFromLastGood()
 {
-    // A backup without a byte, as a power cut leaves it, counts as missing: putting it back would
-    // cost the panel the calibration it still has.
-    const QByteArray backup = readFile(PointercalBackup, StartLimit);
-    if (!backup.isEmpty()) {
-        writeWithZero(backup);
+    if (isBackedUp()) {
+        writeWithZero(readFile(PointercalBackup, StartLimit));
         return;
     }
     runShell("cp /etc/pointercal /usr/local/ict/");

@@ -12,7 +12,7 @@ constexpr char T2TouchValueFile[] = "/usr/local/ict/T2_TP_Value.txt";
 // Replaces the file by `coefficients` and a zero byte.
 void writePointercal(const QByteArray &coefficients);
 
-// Copies the file over the backup. The second only if there is no backup at all.
+// Copies the file over the backup. The second only while there is nothing in the backup.
 void backUpPointercal();
 void backUpPointercalOnce();
 
