@@ -61,6 +61,7 @@ Production::Production(const Variant &variant)
     , m_stand(m_panel, m_files)
 {
     m_panel.factoryNew();
+    m_values = identityOf(m_panel);
     m_panel.touchPanel() = TouchPanel::ofPanel(variant.values.value("station").toUInt());
     for (const QString &fault : variant.faults) {
         const QString problem = m_fixture.setFault(fault);
@@ -70,7 +71,6 @@ Production::Production(const Variant &variant)
     m_stand.fixture = [this](const QString &verb, const QString &argument) {
         return m_fixture.act(verb, argument);
     };
-    m_values = identityOf(m_panel);
     for (auto value = variant.values.begin(); value != variant.values.end(); ++value)
         m_values[value.key()] = value.value();
 }

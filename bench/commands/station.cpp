@@ -68,7 +68,8 @@ void setValues(const QString &text, std::vector<Job> *jobs)
 std::vector<Job> jobsOf(const QCommandLineParser &parser)
 {
     std::vector<Job> jobs;
-    for (const QString &port : parser.values("port"))
+    const QStringList ports = parser.values("port");
+    for (const QString &port : ports.isEmpty() ? QStringList("no port") : ports)
         for (const QString &number : parser.value("station").split(','))
             jobs.push_back({port, number.toInt(), {{"station", number}}, {}, {}});
     for (const QString &set : parser.values("set"))

@@ -1,0 +1,83 @@
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QtTest>
+
+// The verdict of `bench produce` must follow the panel: right panels pass, and one wrong thing
+// fails the run at its own step and at no other.
+class TestProduce : public QObject {
+    Q_OBJECT
+private slots:
+    void verdict_data();
+    void verdict();
+    void interrupted();
+};
+
+void TestProduce::verdict_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<QStringList>("failing"); // steps that fail, in order
+    QTest::addColumn<int>("levels"); // that the panel gets to
+    QTest::newRow("all right") << QStringList{} << QStringList{} << 4;
+    QTest::newRow("another flash image") << QStringList{"--fault", "nand-crc"}
+                                         << QStringList{"image CRC", "image CRC", "image CRC"} << 4;
+    QTest::newRow("another model") << QStringList{"--fault", "model:KLV-999"}
+                                   << QStringList{"panel model", "forced change to T1"} << 1;
+}
+
+void TestProduce::verdict()
+{
+    QFETCH(QStringList, arguments);
+    QFETCH(QStringList, failing);
+    QFETCH(int, levels);
+    QTemporaryDir folder;
+    QProcess bench;
+    bench.start(QT_TESTCASE_BUILDDIR "/bench",
+                QStringList{"produce", "--tour", "--report", folder.filePath("out")} + arguments);
+    QVERIFY(bench.waitForFinished(120000));
+    const QByteArray said = bench.readAll();
+    QVERIFY2(bench.exitCode() == (failing.isEmpty() ? 0 : 1), said);
+    QFile file(folder.filePath("out/report.json"));
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    const QJsonObject report = QJsonDocument::fromJson(file.readAll()).object();
+    QCOMPARE(report["passed"].toBool(), failing.isEmpty());
+    QStringList failed;
+    for (const QJsonValue &level : report["levels"].toArray())
+        for (const QJsonValue &step : level["steps"].toArray())
+            if (!step["passed"].toBool())
+                failed << step["name"].toString();
+    QCOMPARE(failed, failing);
+    QCOMPARE(report["levels"].toArray().size(), levels);
+    for (const QString &level : QStringList{"ict", "t1", "bi", "t2"}.mid(0, levels)) {
+        const QString name = QString("out/third-panel,-%1-%1.png").arg(level);
+        QCOMPARE(QImage(folder.filePath(name)).size(), QSize(800, 480));
+    }
+}
+
+// Ctrl-C in the middle of a test leaves no panel and no folder behind.
+void TestProduce::interrupted()
+{
+    QTemporaryDir folder;
+    QProcess bench;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert("TMPDIR", folder.path());
+    bench.setProcessEnvironment(environment);
+    bench.start(QT_TESTCASE_BUILDDIR "/bench", {"produce", "--report", folder.filePath("out")});
+    QVERIFY(bench.waitForStarted());
+    QTRY_VERIFY_WITH_TIMEOUT(!QDir(folder.path()).entryList({"ict-panel-*"}).isEmpty(), 5000);
+    QTRY_VERIFY_WITH_TIMEOUT(bench.bytesAvailable() > 200, 20000);
+    bench.terminate();
+    QVERIFY(bench.waitForFinished(10000));
+    QVERIFY(QDir(folder.path()).entryList({"ict-panel-*"}).isEmpty());
+    for (const QString &pid : QDir("/proc").entryList({"[0-9]*"})) {
+        QFile line(QString("/proc/%1/cmdline").arg(pid));
+        if (line.open(QIODevice::ReadOnly))
+            QVERIFY2(!line.readAll().contains(folder.path().toLatin1()), qPrintable(pid));
+    }
+}
+
+QTEST_MAIN(TestProduce)
+#include "tst_produce.moc"
