@@ -2,6 +2,7 @@
 #include "panel/virtualpanel.h"
 
 #include <QGuiApplication>
+#include <QTemporaryDir>
 
 #include <algorithm>
 #include <cstdio>
@@ -48,8 +49,10 @@ std::unique_ptr<QCoreApplication> makeApplication(int &argc, char **argv)
     if (!draws)
         return std::make_unique<QCoreApplication>(argc, argv);
     qputenv("QT_QPA_PLATFORM", "offscreen");
+    // Without one the toolkit warns on every start that it has chosen a folder itself.
+    static const QTemporaryDir runtime;
     if (!qEnvironmentVariableIsSet("XDG_RUNTIME_DIR"))
-        qputenv("XDG_RUNTIME_DIR", "/tmp"); // or the toolkit warns that it chose a folder itself
+        qputenv("XDG_RUNTIME_DIR", runtime.path().toLocal8Bit());
     return std::make_unique<QGuiApplication>(argc, argv);
 }
 
