@@ -3,6 +3,7 @@
 #include "state/teststate.h"
 #include "system/print.h"
 
+#include <QThread>
 #include <asm/ioctls.h>
 #include <cstdio>
 #include <fcntl.h>
@@ -10,7 +11,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-constexpr int EmptyReadPauseUs = 20000;
+constexpr unsigned long EmptyReadPauseUs = 20000;
 constexpr int DrainSize = 30;
 
 constexpr char Uart1[] = "/dev/ttyO1"; // COM1 RS-232
@@ -215,7 +216,7 @@ int readExactly(int fd, char *buffer, int count)
     for (int i = 0; i < count; ++i) {
         if (read(fd, buffer + i, 1) >= 1)
             continue;
-        usleep(EmptyReadPauseUs);
+        QThread::usleep(EmptyReadPauseUs); // all of it, whatever child ends meanwhile
         if (read(fd, buffer + i, 1) < 1)
             return 0;
     }
