@@ -62,6 +62,16 @@ bool VncScreen::connect(int ms)
     return client_;
 }
 
+QImage VncScreen::onGlass() const
+{
+    QImage image =
+        QImage(client_->frameBuffer, width, height, width * 4, QImage::Format_RGB32).copy();
+    auto *pixels = reinterpret_cast<QRgb *>(image.bits());
+    for (int i = 0; i < width * height; ++i)
+        pixels[i] &= lines_ | 0xff000000;
+    return image;
+}
+
 QImage VncScreen::grab(int ms)
 {
     QElapsedTimer clock;
@@ -79,8 +89,7 @@ QImage VncScreen::grab(int ms)
             alive = ready >= 0 && (ready == 0 || HandleRFBServerMessage(client_));
         }
         if (alive && received_ >= width * height)
-            return QImage(client_->frameBuffer, width, height, width * 4, QImage::Format_RGB32)
-                .copy();
+            return onGlass();
         if (!alive)
             disconnect(); // the panel was switched off; it may be on again
         else

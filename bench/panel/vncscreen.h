@@ -22,15 +22,22 @@ public:
     // none. `*satisfied`, if given, tells which.
     QImage waitFor(const std::function<bool(const QImage &)> &predicate, int ms,
                    bool *satisfied = nullptr);
+    // The colour bits that the display's lines carry to the glass: 0xffffff for all, see grab().
+    void setLines(QRgb lines)
+    {
+        lines_ = lines;
+    }
     // Moves the pointer, with the button held or not. False when the panel is not connected.
     bool pointer(const QPoint &pixel, bool pressed);
     void disconnect();
 
 private:
     bool connect(int ms);
+    QImage onGlass() const;
     static void updated(_rfbClient *client, int x, int y, int w, int h);
 
     const QString socket_;
     _rfbClient *client_ = nullptr;
+    QRgb lines_ = 0xffffff;
     int received_ = 0; // pixels since the last full request
 };

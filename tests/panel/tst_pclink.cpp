@@ -61,7 +61,10 @@ void TstPcLink::badInput_data()
     row("noise", {noise});
     row("NUL bytes", {zeroes});
     row("start characters only", {colons});
-    row("NUL in the code", {QByteArray(":0080\0000\r\n", 11)});
+    row("NUL in the code",
+        {QByteArray(":0080\0"
+                    "080\r\n",
+                    11)});
     row("noise before a frame", {"x" + present});
     row("half a frame", {":00800"});
     row("half a frame and its rest, late", {":00800", "080\r\n"});
