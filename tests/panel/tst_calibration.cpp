@@ -235,6 +235,12 @@ void TstCalibration::stationChecks()
     QCOMPARE(scene.panel.readFile(backup), lastGood);
     QCOMPARE(scene.panel.readFile(t2Values).count('\n'), 5);
     QCOMPARE(scene.panel.bootEnvironment(), QByteArray());
+
+    // The dialog is closed: what is touched now is nothing to it.
+    QTest::qWait(400);
+    scene.panel.tap({400, 240});
+    QCOMPARE(scene.pc.read(1, 800), QByteArray());
+    QCOMPARE(scene.panel.output().count("PressEvent"), 5);
 }
 
 void TstCalibration::applicationCalibrates_data()
