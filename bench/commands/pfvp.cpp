@@ -7,7 +7,6 @@
 #include <QFileInfo>
 
 #include <cstdio>
-#include <numeric>
 
 namespace {
 
@@ -59,6 +58,14 @@ Range allowed(const char *need, int cycles, const QStringList &faults)
     return range;
 }
 
+int sumOf(const PfvpCounts &counts, bool withFails)
+{
+    int sum = 0;
+    for (const PfvpCount &count : counts)
+        sum += count.pass + (withFails ? count.fail : 0);
+    return sum;
+}
+
 class Run {
 public:
     Run(const Mode &mode, int cycles, const QStringList &faults)
@@ -75,6 +82,7 @@ public:
     void saveScreen(const QString &file);
 
 private:
+    bool await(int tests);
     void dieAndReturn(int cycle);
 
     const Mode &mode_;
@@ -112,20 +120,31 @@ void Run::dieAndReturn(int cycle)
     }
 }
 
+// In slices, so that Ctrl-C is heard.
+bool Run::await(int tests)
+{
+    for (int second = 0; second < 120 && !interrupted(); ++second) {
+        counts_ = stand_.operatorOfPanel.countsAfter(mode_.table, tests, 1000);
+        if (sumOf(counts_, true) >= tests)
+            return true;
+    }
+    return false;
+}
+
 bool Run::cycles()
 {
     int passes = 0;
-    for (int cycle = 1; cycle <= cycles_ && !interrupted(); ++cycle) {
-        counts_ = stand_.operatorOfPanel.countsAfter(mode_.table, cycle * needs_.size(), 120000);
-        const int now = std::accumulate(counts_.begin(), counts_.end(), 0,
-                                        [](int sum, PfvpCount count) { return sum + count.pass; });
+    for (int cycle = 1; cycle <= cycles_; ++cycle) {
+        if (!await(cycle * needs_.size()))
+            return false;
+        const int now = sumOf(counts_, false);
         printf("cycle %2d of %d: %d of %d items passed\n", cycle, cycles_, now - passes,
                needs_.size());
         fflush(stdout);
         passes = now;
         dieAndReturn(cycle);
     }
-    return !interrupted() && stand_.operatorOfPanel.press(mode_.stopText, 60000);
+    return stand_.operatorOfPanel.press(mode_.stopText, 60000);
 }
 
 bool Run::judge()
@@ -188,7 +207,7 @@ int runPfvp(const QStringList &args)
     Run run(*mode, cycles, faults);
     run.prepare();
     if (!run.cycles())
-        throw BenchError("the panel did not finish its cycles");
+        throw BenchError(interrupted() ? "interrupted" : "the panel did not finish its cycles");
     const bool good = run.judge();
     run.saveScreen(parser.value("screenshot").replace("MODE", name));
     puts(good ? "PASSED" : "FAILED");

@@ -40,11 +40,11 @@ void TstPfvpEms::badPeer()
     respond(Port::ttyO1, "PFVPV01 COM1RS232OK\r\n", 100);
     respond(Port::ttyO3, "PFVPV01 COM1RS485OK", 2600);
     respond(Port::ttyGS0, "PFVPV01 USBDEVI R\r\n", 10);
-    QTimer noise;
-    connect(&noise, &QTimer::timeout, panel_->port(Port::ttyO4),
+    auto *noise = new QTimer; // in the thread of the ports
+    connect(noise, &QTimer::timeout, panel_->port(Port::ttyO4),
             [port = panel_->port(Port::ttyO4)] { port->send(QByteArray(40, '\xA5') + '\0'); });
-    noise.moveToThread(panel_->ioThread());
-    QMetaObject::invokeMethod(&noise, [&] { noise.start(40); });
+    noise->moveToThread(panel_->ioThread());
+    QMetaObject::invokeMethod(noise, [noise] { noise->start(40); });
 
     QVERIFY(person_->press("EMS Start Test"));
     QCOMPARE(text(person_->countsAfter(PfvpTable::Ems, 9, CycleMs)),
@@ -52,8 +52,7 @@ void TstPfvpEms::badPeer()
     panel_->port(Port::ttyGS0)->disconnect(panel_->port(Port::ttyGS0));
     QCOMPARE(text(person_->countsAfter(PfvpTable::Ems, 18, CycleMs)),
              QByteArray("2/0 2/0 2/0 2/0 2/0 0/2 0/2 0/2 1/1"));
-    QMetaObject::invokeMethod(
-        &noise, [&] { noise.stop(); }, Qt::BlockingQueuedConnection);
+    noise->deleteLater();
     QVERIFY(person_->press("EMS Stop Test", CycleMs));
 }
 

@@ -79,6 +79,7 @@ void TstPfvpRd::automatic()
     for (int i = 0; i < sramSize; ++i)
         contents[i] = char(i * 7 + i / 256);
     panel_->writeFile(sramDevice, contents);
+    panel_->clock().setRtcFault(1);
     QVERIFY(person_->press("Auto Start"));
     QVERIFY(person_->sees("Auto Stop"));
     QCOMPARE(person_->buttons({"Manua Start", "Reset Test", "END Test"}), QStringList());
@@ -89,7 +90,7 @@ void TstPfvpRd::automatic()
     const StuckCell cell(panel_->hostPath(sramDevice), 1, 0x5A);
     panel_->toolPrints("chk_ddr.sh", "0000000\n");
     panel_->setAttribute(attribute::voltage(6), "2200"); // 2949 mV
-    panel_->clock().setRtcFault(-2.5);
+    panel_->clock().setRtcFault(-2);
     QCOMPARE(text(person_->countsAfter(PfvpTable::Rd, 22, CycleMs)),
              "2/0 2/0 1/1 1/1 0/2 0/2 0/2 0/2 0/2 1/1 1/1 " + textOfAll(6, "0/0"));
     // The pattern is left in a memory that failed: 00, FF, FE, ...
@@ -118,7 +119,7 @@ void TstPfvpRd::manual()
 
     QVERIFY(person_->sees("Test BackLight"));
     QCOMPARE(background(), QColor(Qt::white));
-    QCOMPARE(person_->buttons({"Not Show Blue", "BackLight FAIL"}), QStringList());
+    QCOMPARE(colourAt(panel_->screen().grab(), 640, 300), QColor(Qt::white)); // no FAIL
     QVERIFY(person_->press("Test BackLight"));
     QElapsedTimer clock;
     clock.start();
