@@ -20,12 +20,6 @@ struct CommandTables { // Any level but BI, before the level's own tables.
         {"0702", &W::readBackSemiMachineId},
         {"8800", &W::measureBattery, BatteryJudgedAtBi},
         {"8801", &W::measureBattery, BatteryReported},
-        {"CC00", &W::exportLog, ExportPartitionToUsb},
-        {"CC01", &W::exportLog, ExportPartitionToSd},
-        {"CC10", &W::exportLog, ExportFolderToUsb},
-        {"CC11", &W::exportLog, ExportFolderToSd},
-        {"CE00", &W::switchUsbMode, 1},
-        {"CE01", &W::switchUsbMode, 0},
         {"8000", &W::confirmPresence},
         {"8107", &W::testCom2},
         {"8102", &W::testCom1Rs485},
@@ -55,18 +49,21 @@ struct CommandTables { // Any level but BI, before the level's own tables.
         {"9013", &W::sendT1TouchValue, 2},
         {"9014", &W::sendT1TouchValue, 3},
         {"9015", &W::sendT1TouchValue, 4},
-        {"9021", &W::sendLevelTouchValue, 0},
-        {"9022", &W::sendLevelTouchValue, 1},
-        {"9023", &W::sendLevelTouchValue, 2},
-        {"9024", &W::sendLevelTouchValue, 3},
-        {"9025", &W::sendLevelTouchValue, 4},
     };
 
     static constexpr Command t2[] = {
-        {"0300", &W::levelEndCheck, T2ItemCount - 1}, {"9001", &W::startCalibrationCheck},
-        {"9021", &W::sendLevelTouchValue, 0},         {"9022", &W::sendLevelTouchValue, 1},
-        {"9023", &W::sendLevelTouchValue, 2},         {"9024", &W::sendLevelTouchValue, 3},
-        {"9025", &W::sendLevelTouchValue, 4},
+        {"0300", &W::levelEndCheck, T2ItemCount - 1},
+        {"9001", &W::startCalibrationCheck},
+    };
+
+    // Every level, BI included.
+    static constexpr Command exports[] = {
+        {"CC00", &W::exportLog, ExportPartitionToUsb},
+        {"CC01", &W::exportLog, ExportPartitionToSd},
+        {"CC10", &W::exportLog, ExportFolderToUsb},
+        {"CC11", &W::exportLog, ExportFolderToSd},
+        {"CE00", &W::switchUsbMode, 1},
+        {"CE01", &W::switchUsbMode, 0},
     };
 
     // T1 and T2, after the level's own table.
@@ -80,6 +77,11 @@ struct CommandTables { // Any level but BI, before the level's own tables.
         {"0701", &W::readBackMachineId},
         {"9003", &W::testTouchPressure},
         {"9030", &W::showTouchPoints},
+        {"9021", &W::sendLevelTouchValue, 0},
+        {"9022", &W::sendLevelTouchValue, 1},
+        {"9023", &W::sendLevelTouchValue, 2},
+        {"9024", &W::sendLevelTouchValue, 3},
+        {"9025", &W::sendLevelTouchValue, 4},
     };
 
     // While "9000" or "9004" checks its fresh calibration: a repeated request starts over.
@@ -99,12 +101,6 @@ struct CommandTables { // Any level but BI, before the level's own tables.
         {"8801", &W::measureBattery, BatteryReported},
         {"9003", &W::testTouchPressure},
         {"A200", &W::testUsbStorage},
-        {"CC00", &W::exportLog, ExportPartitionToUsb},
-        {"CC01", &W::exportLog, ExportPartitionToSd},
-        {"CC10", &W::exportLog, ExportFolderToUsb},
-        {"CC11", &W::exportLog, ExportFolderToSd},
-        {"CE00", &W::switchUsbMode, 1},
-        {"CE01", &W::switchUsbMode, 0},
     };
 };
 
@@ -118,17 +114,17 @@ std::vector<CommandTable> commandTables(quint32 level)
     using T = CommandTables;
     switch (level) {
     case LevelICT:
-        return {table(T::common), table(T::ict)};
+        return {table(T::common), table(T::exports), table(T::ict)};
     case LevelT1:
-        return {table(T::common), table(T::t1), table(T::t1t2)};
+        return {table(T::common), table(T::exports), table(T::t1), table(T::t1t2)};
     case LevelBI:
-        return {table(T::bi)};
+        return {table(T::bi), table(T::exports)};
     case LevelT2:
-        return {table(T::common), table(T::t2), table(T::t1t2)};
+        return {table(T::common), table(T::exports), table(T::t2), table(T::t1t2)};
     case LevelT1Check:
-        return {table(T::common), table(T::calibration)};
+        return {table(T::common), table(T::exports), table(T::calibration)};
     default:
-        return {table(T::common)};
+        return {table(T::common), table(T::exports)};
     }
 }
 
