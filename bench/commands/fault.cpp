@@ -54,8 +54,10 @@ int runFault(const QStringList &args)
         throw BenchError("which panel? --panel names the folder that `bench panel` printed");
     if (action == "set" && words.size() < 2)
         throw BenchError("set which fault? `bench fault list` shows them all");
-    if (words.size() < 2)
-        printf("%s\n", qPrintable(FaultSocket::send(folder, action)));
+    if (words.size() < 2) {
+        const QString answer = FaultSocket::send(folder, action);
+        printf("%s\n", answer.isEmpty() ? "no fault is set" : qPrintable(answer));
+    }
     for (const QString &fault : words.mid(1))
         printf("%s %s: %s\n", qPrintable(action), qPrintable(fault),
                qPrintable(FaultSocket::send(folder, action + ' ' + fault)));

@@ -15,8 +15,6 @@ private slots:
     void initTestCase();
     void fault_data();
     void fault();
-    void faultTexts_data();
-    void faultTexts();
 
 private:
     QMap<QString, QString> outcome_; // by row; empty for as it must be
@@ -227,35 +225,6 @@ void TstFaultMatrix::fault()
     QFETCH(QString, row);
     const QString wrong = outcome_.value(row, "was not tried");
     QVERIFY2(wrong.isEmpty(), qPrintable(wrong));
-}
-
-void TstFaultMatrix::faultTexts_data()
-{
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<QString>("complaint");
-    QTest::newRow("no such name") << "lmc:3"
-                                  << "no fault \"lmc\"";
-    QTest::newRow("no such value") << "lcm:21"
-                                   << "1...20";
-    QTest::newRow("value missing") << "lost"
-                                   << "file of";
-    QTest::newRow("value not wanted") << "stick:2"
-                                      << "takes no value";
-    QTest::newRow("path for a file") << "lost:../../etc/passwd.txt"
-                                     << "file of";
-    QTest::newRow("program the image has not") << "script:ls=missing"
-                                               << "no program ls";
-}
-
-void TstFaultMatrix::faultTexts()
-{
-    QFETCH(QString, text);
-    QFETCH(QString, complaint);
-    VirtualPanel panel;
-    Fixture fixture(panel);
-    const QString wrong = fixture.setFault(text);
-    QVERIFY2(wrong.contains(complaint), qPrintable(wrong));
-    QCOMPARE(fixture.faults(), QStringList());
 }
 
 QTEST_GUILESS_MAIN(TstFaultMatrix)

@@ -1,0 +1,76 @@
+#include "panel/agentpanel.h"
+
+// Faults by name: what is refused, and how they are switched from other programs.
+class TstFaults : public QObject {
+    Q_OBJECT
+
+private slots:
+    void texts_data();
+    void texts();
+    void ofARunningPanel();
+};
+
+void TstFaults::texts_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QString>("complaint");
+    QTest::newRow("no such name") << "lmc:3"
+                                  << "no fault \"lmc\"";
+    QTest::newRow("no such value") << "lcm:21"
+                                   << "1...20";
+    QTest::newRow("value missing") << "lost"
+                                   << "file of";
+    QTest::newRow("value not wanted") << "stick:2"
+                                      << "takes no value";
+    QTest::newRow("path for a file") << "lost:../../etc/passwd.txt"
+                                     << "file of";
+    QTest::newRow("program the image has not") << "script:ls=missing"
+                                               << "no program ls";
+}
+
+void TstFaults::texts()
+{
+    QFETCH(QString, text);
+    QFETCH(QString, complaint);
+    VirtualPanel panel;
+    Fixture fixture(panel);
+    const QString wrong = fixture.setFault(text);
+    QVERIFY2(wrong.contains(complaint), qPrintable(wrong));
+    QCOMPARE(fixture.faults(), QStringList());
+}
+
+// `bench panel` in one program, `bench fault` in another, the station's own in a third.
+void TstFaults::ofARunningPanel()
+{
+    const QString bench = QT_TESTCASE_BUILDDIR "/bench";
+    QTemporaryDir folder;
+    QProcess panel;
+    panel.start(bench, {"panel", "--folder", folder.path(), "--fault", "battery:2900"});
+    QVERIFY(panel.waitForReadyRead(20000));
+    QRegularExpressionMatch link;
+    QTRY_VERIFY((link = QRegularExpression("/dev/pts/\\d+").match(panel.peek(1000))).hasMatch());
+    const auto run = [&](QStringList words) {
+        QProcess program;
+        program.setProcessChannelMode(QProcess::MergedChannels);
+        if (words[0] == "fault")
+            words << "--panel" << folder.path();
+        program.start(bench, words);
+        program.waitForFinished();
+        return QString::number(program.exitCode()) + ' ' + program.readAll();
+    };
+    const QStringList battery{"send", "--port", link.captured(), "--timeout", "3000", "8800"};
+    QCOMPARE(run({"fault", "show"}), QString("0 battery:2900\n"));
+    QTRY_VERIFY_WITH_TIMEOUT(run(battery).contains(":0002906E\\r"), 20000); // once it has booted
+    QCOMPARE(run({"fault", "set", "battery:3287"}), QString("0 set battery:3287: ok\n"));
+    QVERIFY(run(battery).contains(":000328D5\\r"));
+    QVERIFY(run({"fault", "set", "lmc:1"}).startsWith("2 bench fault: there is no fault"));
+    QCOMPARE(run({"fault", "clear"}), QString("0 ok\n"));
+    QCOMPARE(run({"fault", "show"}), QString("0 no fault is set\n"));
+    QVERIFY(run(battery).contains(":000309F4\\r"));
+    panel.terminate();
+    QVERIFY(panel.waitForFinished());
+    QVERIFY(run({"fault", "show"}).startsWith("2 bench fault: No `bench panel` runs in"));
+}
+
+QTEST_GUILESS_MAIN(TstFaults)
+#include "tst_faults.moc"
