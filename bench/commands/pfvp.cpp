@@ -21,39 +21,38 @@ const Mode modes[] = {
     {"rd", "PFVP_RD", PfvpTable::Rd, "Auto Start", "Auto Stop"},
 };
 const char *const peerDies = "peer";
+constexpr int peerDiesCycles = 7; // enough to tell a peer that is found again from one that is not
 
 // Passes that an item may have after so many cycles.
 struct Range {
     int least, most;
 };
 
-bool isWire(const QString &need)
-{
-    return need.startsWith("com") || need.startsWith("usb");
-}
-
 Range allowed(const char *need, int cycles, const QStringList &faults)
 {
     if (!need)
         return {0, 0};
+    const bool usb = QByteArray(need).startsWith("usb"),
+               serial = QByteArray(need).startsWith("com");
     Range range{cycles, cycles};
     // The peer looks at its USB ports in turn, 300 ms each, and the panel waits no longer: a
     // request may just miss it. Its answer is then there for the next.
-    if (qstrcmp(need, "usb-host") == 0)
+    if (usb)
         range.least = cycles - 1;
     for (const QString &fault : faults) {
         const QString kind = fault.section(':', 0, 0), wire = fault.section(':', 1);
-        const bool usb = wire.startsWith("usb");
         if (kind == need || (wire == need && (kind == "cut" || kind == "noise")))
             return {0, 0};
         if (kind == "late" && wire == need)
             range = usb ? Range{range.least - 1, range.most - 1} : Range{0, 0};
         else if (kind == "line-end" && wire == need && usb)
             range.least = 0; // what is left over shifts the next answer
-        // Off for a cycle; back, it needs part of the next, and a USB port is opened by one cycle
-        // and used by the one after.
-        else if (kind == peerDies && isWire(need))
-            range = {cycles - 3, cycles - 1};
+        // Off for a cycle. Back, it needs part of the next one to boot; a USB port is opened anew
+        // in that one and used from the one after, which may miss again.
+        else if (kind == peerDies && usb)
+            range = {cycles - 4, cycles - 2};
+        else if (kind == peerDies && serial)
+            range = {cycles - 2, cycles - 1};
     }
     return range;
 }
@@ -201,8 +200,9 @@ int runPfvp(const QStringList &args)
                                     [&](const Mode &row) { return name == row.name; });
     if (mode == std::end(modes))
         throw BenchError(QString("there is no mode \"%1\": use ems, emi or rd").arg(name));
-    if (cycles < (faults.contains(peerDies) ? 6 : 1))
-        throw BenchError("too few --cycles");
+    if (cycles < (faults.contains(peerDies) ? peerDiesCycles : 1))
+        throw BenchError(
+            QString("--cycles: at least 1, and %1 with the fault peer").arg(peerDiesCycles));
     quitOnInterrupt();
     Run run(*mode, cycles, faults);
     run.prepare();
