@@ -13,216 +13,149 @@ class HwtestTest : public QObject {
     Q_OBJECT
 
 private slots:
-    void clocks_data();
     void clocks();
-    void rtcLinesRefused_data();
     void rtcLinesRefused();
-    void dateTakesOneArgument_data();
     void dateTakesOneArgument();
-    void adc_data();
     void adc();
-    void valueFrames_data();
     void valueFrames();
-    void ids_data();
     void ids();
-    void factories_data();
     void factories();
-    void stationInMachineId_data();
-    void stationInMachineId();
 };
-
-void HwtestTest::clocks_data()
-{
-    QTest::addColumn<QByteArray>("rtc");
-    QTest::addColumn<QByteArray>("request"); // seconds minutes hours day month (unused) year
-    QTest::addColumn<qint64>("apart");
-    QTest::addColumn<bool>("agree");
-    const QByteArray newYear("Thu Jan  1 08:00:00 2026  0.000000 seconds\n");
-    QTest::newRow("179 s behind") << newYear << QByteArray(":008E5902080101xx26") << 179LL << true;
-    QTest::newRow("180 s behind") << newYear << QByteArray(":008E0003080101xx26") << 180LL << false;
-    QTest::newRow("179 s ahead") << newYear << QByteArray(":008E0157070101xx26") << 179LL << true;
-    QTest::newRow("180 s ahead") << newYear << QByteArray(":008E0057070101xx26") << 180LL << false;
-    QTest::newRow("two-digit day, a year apart")
-        << QByteArray("Tue Nov 18 16:05:09 2025\n") << QByteArray(":008E0905161811xx26")
-        << 31536000LL << false;
-    QTest::newRow("over the end of a 30-day month")
-        << QByteArray("Thu Apr 30 23:59:00 2026\n") << QByteArray(":008E0000000105xx26") << 60LL
-        << true;
-    QTest::newRow("over the end of a 31-day month")
-        << QByteArray("Sat Jan 31 23:59:00 2026\n") << QByteArray(":008E0000000102xx26") << 86340LL
-        << false;
-    QTest::newRow("over the end of the year")
-        << QByteArray("Wed Dec 31 23:59:00 2025\n") << QByteArray(":008E0000000101xx26") << 345660LL
-        << false;
-}
 
 void HwtestTest::clocks()
 {
-    QFETCH(QByteArray, rtc);
-    QFETCH(QByteArray, request);
-    ClockFields fields;
-    QVERIFY(fieldsOfRtcLine(rtc, &fields));
-    const ClockFields station = fieldsOfRequest(request.constData());
-    QTEST(qAbs(approximateSeconds(fields) - approximateSeconds(station)), "apart");
-    QTEST(clocksAgree(fields, station), "agree");
-}
-
-void HwtestTest::rtcLinesRefused_data()
-{
-    QTest::addColumn<QByteArray>("line");
-    QTest::newRow("nothing") << QByteArray();
-    QTest::newRow("another month name") << QByteArray("Thu Mai  1 08:00:00 2026\n");
-    QTest::newRow("another layout") << QByteArray("2026-01-01 08:00:00.000000+08:00\n");
-    QTest::newRow("ends before the year") << QByteArray("Thu Jan  1 08:00:00 20");
+    const QByteArray newYear("Thu Jan  1 08:00:00 2026  0.000000 seconds\n");
+    const struct {
+        const char *name;
+        QByteArray rtc, request; // seconds minutes hours day month (unused) year
+        qint64 apart;
+        bool agree;
+    } rows[] = {
+        {"179 s behind", newYear, ":008E5902080101xx26", 179, true},
+        {"180 s behind", newYear, ":008E0003080101xx26", 180, false},
+        {"179 s ahead", newYear, ":008E0157070101xx26", 179, true},
+        {"180 s ahead", newYear, ":008E0057070101xx26", 180, false},
+        {"two-digit day, a year apart", "Tue Nov 18 16:05:09 2025\n", ":008E0905161811xx26",
+         31536000, false},
+        {"over the end of a 30-day month", "Thu Apr 30 23:59:00 2026\n", ":008E0000000105xx26", 60,
+         true},
+        {"over the end of a 31-day month", "Sat Jan 31 23:59:00 2026\n", ":008E0000000102xx26",
+         86340, false},
+        {"over the end of the year", "Wed Dec 31 23:59:00 2025\n", ":008E0000000101xx26", 345660,
+         false},
+    };
+    for (const auto &row : rows) {
+        ClockFields fields;
+        QVERIFY2(fieldsOfRtcLine(row.rtc, &fields), row.name);
+        const ClockFields station = fieldsOfRequest(row.request.constData());
+        const qint64 apart = qAbs(approximateSeconds(fields) - approximateSeconds(station));
+        QVERIFY2(apart == row.apart && clocksAgree(fields, station) == row.agree, row.name);
+    }
 }
 
 void HwtestTest::rtcLinesRefused()
 {
-    QFETCH(QByteArray, line);
     ClockFields fields;
-    QVERIFY(!fieldsOfRtcLine(line, &fields));
-}
-
-void HwtestTest::dateTakesOneArgument_data()
-{
-    QTest::addColumn<QByteArray>("request");
-    QTest::addColumn<QByteArray>("argument");
-    QTest::newRow("a time") << QByteArray(":008D5859233112xx26") << QByteArray("123123592026.58");
-    QTest::newRow("blanks and quotes")
-        << QByteArray(":008D' \" \" $(`;xx\\ ") << QByteArray("`;$(\" \" 20\\ .' ");
+    QVERIFY(!fieldsOfRtcLine("", &fields));
+    QVERIFY(!fieldsOfRtcLine("Thu Mai  1 08:00:00 2026\n", &fields)); // another month name
+    QVERIFY(!fieldsOfRtcLine("2026-01-01 08:00:00.000000+08:00\n", &fields)); // another layout
+    QVERIFY(!fieldsOfRtcLine("Thu Jan  1 08:00:00 20", &fields)); // ends before the year
 }
 
 void HwtestTest::dateTakesOneArgument()
 {
-    QFETCH(QByteArray, request);
-    const QByteArray argument = dateArgument(request.constData());
-    QTEST(argument, "argument");
+    const QByteArray quotes = "`;$(\" \" 20\\ .' ";
+    QCOMPARE(dateArgument(":008D5859233112xx26"), QByteArray("123123592026.58"));
+    QCOMPARE(dateArgument(":008D' \" \" $(`;xx\\ "), quotes);
     // The brackets stand once an argument.
-    QCOMPARE(runProgram("printf", {"[%s]", QString::fromLatin1(argument)}), '[' + argument + ']');
-}
-
-void HwtestTest::adc_data()
-{
-    QTest::addColumn<int>("channel");
-    QTest::addColumn<int>("raw");
-    QTest::addColumn<double>("value");
-    QTest::newRow("5 V") << 4 << 3731 << 5001.0;
-    QTest::newRow("3.3 V") << 5 << 3693 << 3300.0;
-    QTest::newRow("battery, 983.67 mV at the pin count as 983") << 6 << 2201 << 2949.0;
-    QTest::newRow("battery, one step more") << 6 << 2202 << 2952.0;
-    QTest::newRow("full scale") << 6 << 4095 << 5490.0;
-    // 600 mV make r = 1, so the temperature is 1023630 / 3435 - 275.5.
-    QTest::newRow("thermistor, 25 degrees on the chip") << 7 << 1343 << 22.5;
-    QTest::newRow("thermistor, 915 mV") << 7 << 2048 << 4.831976164653;
-    QTest::newRow("thermistor of another channel") << 0 << 1343 << 22.5;
+    QCOMPARE(runProgram("printf", {"[%s]", quotes}), '[' + quotes + ']');
 }
 
 void HwtestTest::adc()
 {
-    QFETCH(int, channel);
-    QFETCH(int, raw);
-    QFETCH(double, value);
-    QVERIFY2(qAbs(adcValue(channel, raw) - value) < 1e-9,
-             qPrintable(QString::number(adcValue(channel, raw), 'g', 12)));
+    const struct {
+        const char *name;
+        int channel, raw;
+        double value;
+    } rows[] = {
+        {"5 V", 4, 3731, 5001.0},
+        {"3.3 V", 5, 3693, 3300.0},
+        {"battery, 983.67 mV at the pin count as 983", 6, 2201, 2949.0},
+        {"battery, one step more", 6, 2202, 2952.0},
+        {"full scale", 6, 4095, 5490.0},
+        // 600 mV make r = 1, so the temperature is 1023630 / 3435 - 275.5.
+        {"thermistor, 25 degrees on the chip", 7, 1343, 22.5},
+        {"thermistor, 915 mV", 7, 2048, 4.831976164653},
+        {"thermistor of another channel", 0, 1343, 22.5},
+    };
+    for (const auto &row : rows)
+        QVERIFY2(qAbs(adcValue(row.channel, row.raw) - row.value) < 1e-9, row.name);
 }
 
-void HwtestTest::valueFrames_data()
-{
-    QTest::addColumn<QByteArray>("station");
-    QTest::addColumn<double>("mV");
-    QTest::addColumn<QByteArray>("frame");
-    QTest::newRow("units are dropped") << QByteArray("00") << 3287.0 << QByteArray(":000328D5\r\n");
-    QTest::newRow("with a station") << QByteArray("1F") << 2949.9 << QByteArray(":1F02944B\r\n");
-    QTest::newRow("flat") << QByteArray("00") << 0.0 << QByteArray(":00000000\r\n");
-}
-
+// The units of the millivolts are dropped.
 void HwtestTest::valueFrames()
 {
-    QFETCH(QByteArray, station);
-    QFETCH(double, mV);
-    QTEST(valueFrame(station, mV), "frame");
-}
-
-void HwtestTest::ids_data()
-{
-    QTest::addColumn<QByteArray>("frame");
-    QTest::addColumn<QByteArray>("ownStation");
-    QTest::addColumn<QByteArray>("asNumber"); // the ID; a null one is a refused frame
-    QTest::addColumn<QByteArray>("asText");
-    const QByteArray refused, hostile("';`\" $(x)&|\\n");
-    const auto row = [&](const char *name, const QByteArray &frame, const QByteArray &ownStation,
-                         const QByteArray &asNumber, const QByteArray &asText) {
-        QTest::newRow(name) << frame << ownStation << asNumber << asText;
-    };
-    const auto sameForBoth = [&](const char *name, const QByteArray &frame,
-                                 const QByteArray &ownStation,
-                                 const QByteArray &id) { row(name, frame, ownStation, id, id); };
-    sameForBoth("to every panel", ":000601KLV07ABCW00123420C\r\n", "", "KLV07ABCW0012342");
-    sameForBoth("empty ID", ":000602D8\r\n", "", "");
-    sameForBoth("quotes and other shell words", ":000602" + hostile + "7B\r\n", "", hostile);
-    sameForBoth("to this station", ":0A0602SEMI-0001774\r\n", "0A", "SEMI-00017");
-    sameForBoth("to another station", ":0A0602SEMI-0001774\r\n", "0B", refused);
-    sameForBoth("to a station before there is one", ":0A0602SEMI-0001774\r\n", "", refused);
-    row("station in lower case", ":0a0602SEMI-0001754\r\n", "0A", "SEMI-00017", refused);
-    sameForBoth("LRC in lower case", ":000601KLV07ABCW00123420c\r\n", "", refused);
-    sameForBoth("LRC over hexadecimal pairs", ":000602F8\r\n", "", refused);
-    sameForBoth("no line end", ":000601KLV07ABCW00123420C\r\r", "", refused);
-    sameForBoth("no start", ";000602D8\r\n", "", refused);
-    sameForBoth("too short for an ID frame", ":00060D\r\n", "", refused);
+    QCOMPARE(valueFrame("00", 3287.0), QByteArray(":000328D5\r\n"));
+    QCOMPARE(valueFrame("1F", 2949.9), QByteArray(":1F02944B\r\n"));
+    QCOMPARE(valueFrame("00", 0.0), QByteArray(":00000000\r\n"));
 }
 
 void HwtestTest::ids()
 {
-    QFETCH(QByteArray, frame);
-    QFETCH(QByteArray, ownStation);
-    QFETCH(QByteArray, asNumber);
-    QFETCH(QByteArray, asText);
-    QByteArray id, sameId;
-    QCOMPARE(takeId(frame, ownStation, StationMatch::AsNumber, &id), !asNumber.isNull());
-    QCOMPARE(takeId(frame, ownStation, StationMatch::AsText, &sameId), !asText.isNull());
-    QCOMPARE(id, asNumber);
-    QCOMPARE(sameId, asText);
+    const QByteArray refused, empty(""), hostile("';`\" $(x)&|\\n"), semi("SEMI-00017");
+    const struct {
+        const char *name;
+        QByteArray frame, ownStation;
+        QByteArray asNumber, asText; // the ID; a null one is a refused frame
+    } rows[] = {
+        {"to every panel", ":000601KLV07ABCW00123420C\r\n", "", "KLV07ABCW0012342",
+         "KLV07ABCW0012342"},
+        {"empty ID", ":000602D8\r\n", "", empty, empty},
+        {"quotes and other shell words", ":000602" + hostile + "7B\r\n", "", hostile, hostile},
+        {"to this station", ":0A0602SEMI-0001774\r\n", "0A", semi, semi},
+        {"to another station", ":0A0602SEMI-0001774\r\n", "0B", refused, refused},
+        {"to a station before there is one", ":0A0602SEMI-0001774\r\n", "", refused, refused},
+        {"station in lower case", ":0a0602SEMI-0001754\r\n", "0A", semi, refused},
+        {"LRC in lower case", ":000601KLV07ABCW00123420c\r\n", "", refused, refused},
+        {"LRC over hexadecimal pairs", ":000602F8\r\n", "", refused, refused},
+        {"no line end", ":000601KLV07ABCW00123420C\r\r", "", refused, refused},
+        {"no start", ";000602D8\r\n", "", refused, refused},
+        {"too short for an ID frame", ":00060D\r\n", "", refused, refused},
+    };
+    for (const auto &row : rows) {
+        QByteArray id, sameId;
+        QVERIFY2(takeId(row.frame, row.ownStation, StationMatch::AsNumber, &id)
+                     != row.asNumber.isNull(),
+                 row.name);
+        QVERIFY2(takeId(row.frame, row.ownStation, StationMatch::AsText, &sameId)
+                     != row.asText.isNull(),
+                 row.name);
+        QCOMPARE(id, row.asNumber);
+        QCOMPARE(sameId, row.asText);
+    }
     QCOMPARE(idFrame("0701", "KLV07ABCW0012342"), QByteArray(":000701KLV07ABCW00123420B\r\n"));
-}
-
-void HwtestTest::factories_data()
-{
-    QTest::addColumn<QByteArray>("id");
-    QTest::addColumn<int>("before");
-    QTest::addColumn<int>("factory");
-    QTest::newRow("ninth character W") << QByteArray("12345678W0") << 0 << 1;
-    QTest::newRow("ninth character T") << QByteArray("12345678TW345678") << 0 << 2;
-    QTest::newRow("17 characters still by the ninth") << QByteArray("12345678WT1234567") << 0 << 1;
-    QTest::newRow("18 characters by the tenth") << QByteArray("12345678WT12345678") << 0 << 2;
-    QTest::newRow("19 characters by the ninth") << QByteArray("12345678WT123456789") << 0 << 1;
-    QTest::newRow("another marker") << QByteArray("12345678w0") << 1 << 0;
-    QTest::newRow("nine characters tell nothing") << QByteArray("12345678W") << 2 << 2;
 }
 
 void HwtestTest::factories()
 {
-    QFETCH(QByteArray, id);
-    QFETCH(int, before);
-    g_FactoryInfo = before;
-    classifyFactory(id);
-    QTEST(g_FactoryInfo, "factory");
-}
-
-void HwtestTest::stationInMachineId_data()
-{
-    QTest::addColumn<QByteArray>("frame");
-    QTest::addColumn<QByteArray>("station");
-    QTest::newRow("decimal to hexadecimal")
-        << QByteArray(":000601KLV07ABCW00123420C\r\n") << QByteArray("2A");
-    QTest::newRow("00 is 100") << QByteArray(":000601KLV07ABCW00123400DE\r\n") << QByteArray("64");
-    QTest::newRow("leading zero is not octal")
-        << QByteArray(":000601W09xx\r\n") << QByteArray("09");
-}
-
-void HwtestTest::stationInMachineId()
-{
-    QFETCH(QByteArray, frame);
-    QTEST(stationOfIdFrame(frame), "station");
+    const struct {
+        const char *name;
+        QByteArray id;
+        int before, factory;
+    } rows[] = {
+        {"ninth character W", "12345678W0", 0, 1},
+        {"ninth character T", "12345678TW345678", 0, 2},
+        {"17 characters still by the ninth", "12345678WT1234567", 0, 1},
+        {"18 characters by the tenth", "12345678WT12345678", 0, 2},
+        {"19 characters by the ninth", "12345678WT123456789", 0, 1},
+        {"another marker", "12345678w0", 1, 0},
+        {"nine characters tell nothing", "12345678W", 2, 2},
+    };
+    for (const auto &row : rows) {
+        g_FactoryInfo = row.before;
+        classifyFactory(row.id);
+        QVERIFY2(g_FactoryInfo == row.factory, row.name);
+    }
 }
 
 QTEST_GUILESS_MAIN(HwtestTest)
