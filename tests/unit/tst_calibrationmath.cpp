@@ -22,7 +22,6 @@ struct Foil {
                 qRound(yx * pixel.x() + yy * pixel.y() + y0 + error(random))};
     }
 };
-Q_DECLARE_METATYPE(Foil)
 
 static CalibrationRecord touched(const Foil &foil, std::mt19937 &random)
 {
@@ -107,34 +106,6 @@ class CalibrationMathTest : public QObject {
     Q_OBJECT
 
 private slots:
-    void knownPanelIsRecovered_data()
-    {
-        QTest::addColumn<Foil>("foil");
-        QTest::newRow("straight") << Foil{5, 0, 20, 0, 8, 100};
-        QTest::newRow("mirrored in x") << Foil{-5, 0, 4050, 0, 8, 100};
-        QTest::newRow("mirrored in both") << Foil{-5, 0, 4050, 0, -8, 3950};
-        QTest::newRow("rotated by 30 degrees") << Foil{3.9, -2.25, 1100, 2.25, 3.9, 60};
-        QTest::newRow("axes swapped") << Foil{0, 8, 100, 5, 0, 20};
-        QTest::newRow("axes swapped, one mirrored") << Foil{0, -8, 3950, 5, 0, 20};
-        QTest::newRow("skewed, small range") << Foil{1.5, 0.2, 900, -0.1, 2.5, 1200};
-    }
-    void knownPanelIsRecovered()
-    {
-        QFETCH(Foil, foil);
-        std::mt19937 random(1);
-        CalibrationRecord record = touched(foil, random);
-        float determinant;
-        QVERIFY(fitCalibration(record, &determinant));
-        const auto &c = record.coeff;
-        for (const QPoint &pixel : {QPoint(0, 0), QPoint(799, 479), QPoint(50, 430)}) {
-            const QPoint raw = foil.raw(pixel, random);
-            const double x = (double(c[1]) * raw.x() + double(c[2]) * raw.y() + c[0]) / c[6];
-            const double y = (double(c[4]) * raw.x() + double(c[5]) * raw.y() + c[3]) / c[6];
-            QVERIFY2(qAbs(x - pixel.x()) < 1.5 && qAbs(y - pixel.y()) < 1.5,
-                     qPrintable(QString("%1 %2").arg(x).arg(y)));
-        }
-    }
-
     // Worked out with a calculator that rounds to single precision after each step; in double
     // precision the constants come out as -1653765 and 173767.
     void singlePrecisionToTheLastDigit()
@@ -152,30 +123,29 @@ private slots:
                  QByteArray("pointercal 14040 -322 -1653800 126 7470 173760 65536"));
     }
 
-    void degeneratePoints_data()
-    {
-        QTest::addColumn<QVector<int>>("x");
-        QTest::addColumn<QVector<int>>("y");
-        const QVector<int> none = {0, 0, 0, 0, 0}, spread = {500, 3500, 3500, 500, 2000};
-        QTest::newRow("identical") << QVector<int>(5, 2048) << QVector<int>(5, 1024);
-        QTest::newRow("no ADC") << none << none;
-        QTest::newRow("x is not a number") << none << spread;
-        QTest::newRow("y is not a number") << spread << none;
-        QTest::newRow("on a diagonal") << spread << spread;
-    }
     void degeneratePoints()
     {
-        QFETCH(QVector<int>, x);
-        QFETCH(QVector<int>, y);
-        std::mt19937 random(1);
-        CalibrationRecord record = touched({5, 0, 20, 0, 8, 100}, random);
-        float determinant;
-        QVERIFY(fitCalibration(record, &determinant) && isFitted(record));
-        std::copy(x.begin(), x.end(), record.raw_x);
-        std::copy(y.begin(), y.end(), record.raw_y);
-        QVERIFY(!fitCalibration(record, &determinant));
-        QCOMPARE(determinant, 0.0f);
-        QVERIFY2(!isFitted(record), "the coefficients of the fit before must not survive");
+        const std::array<int, 5> none = {}, spread = {500, 3500, 3500, 500, 2000},
+                                 same = {2048, 2048, 2048, 2048, 2048};
+        const struct {
+            const char *name;
+            std::array<int, 5> x, y;
+        } rows[] = {
+            {"identical", same, same},         {"no ADC", none, none},
+            {"no number for x", none, spread}, {"no number for y", spread, none},
+            {"on a diagonal", spread, spread},
+        };
+        for (const auto &row : rows) {
+            std::mt19937 random(1);
+            CalibrationRecord record = touched({5, 0, 20, 0, 8, 100}, random);
+            float determinant;
+            QVERIFY(fitCalibration(record, &determinant) && isFitted(record));
+            std::copy(row.x.begin(), row.x.end(), record.raw_x);
+            std::copy(row.y.begin(), row.y.end(), record.raw_y);
+            QVERIFY2(!fitCalibration(record, &determinant), row.name);
+            QCOMPARE(determinant, 0.0f);
+            QVERIFY2(!isFitted(record), "the coefficients of the fit before must not survive");
+        }
     }
 
     void absurdRawValuesAreHarmless()
@@ -192,35 +162,27 @@ private slots:
         QCOMPARE(halfway(QPoint(-3, 0), QPoint(0, 5)), QPoint(-1, 2));
     }
 
-    void toleranceOfTheLevel_data()
-    {
-        QTest::addColumn<quint32>("level");
-        QTest::addColumn<int>("allowed");
-        QTest::newRow("fresh calibration") << quint32(253) << 10;
-        QTest::newRow("T2") << quint32(3) << 11;
-        QTest::newRow("product application") << quint32(254) << 12;
-    }
+    // Each point out of place by what is allowed, and by one pixel more.
     void toleranceOfTheLevel()
     {
-        QFETCH(quint32, level);
-        QFETCH(int, allowed);
-        QVERIFY(isCheckLevel(level) && !isCalibrateLevel(level));
-        const Targets targets = checkTargets(screen, level);
-        for (int target = 0; target < TouchTargets; ++target) {
-            for (const QPoint &side : {QPoint(1, 0), QPoint(-1, 0), QPoint(0, 1), QPoint(0, -1)}) {
-                for (int over = 0; over <= 1; ++over) {
-                    QPoint touches[TouchTargets];
-                    std::copy(targets.begin(), targets.end(), touches);
-                    touches[target] += side * (allowed + over);
-                    for (bool all : {true, false}) {
-                        const CheckVerdict verdict =
-                            checkTouches(touches, targets, checkTolerance(level), all);
-                        const bool spared = !all && (target == 1 || target == 3);
-                        QCOMPARE(verdict.good, !over || spared);
-                        for (int i = 0; i < TouchTargets; ++i)
-                            QCOMPARE(verdict.legal[size_t(i)], !(over && i == target));
-                    }
-                }
+        const QMap<quint32, int> allowed = {{LevelT1Check, 10}, {LevelT2, 11}, {254, 12}};
+        for (auto level = allowed.begin(); level != allowed.end(); ++level) {
+            QVERIFY(isCheckLevel(level.key()) && !isCalibrateLevel(level.key()));
+            const Targets targets = checkTargets(screen, level.key());
+            for (int trial = 0; trial < 5 * 4 * 2 * 2; ++trial) {
+                const int target = trial % 5;
+                const QPoint side = std::array<QPoint, 4>{
+                    {{1, 0}, {-1, 0}, {0, 1}, {0, -1}}}[size_t(trial / 5 % 4)];
+                const bool over = trial / 20 % 2, all = trial / 40;
+                QPoint touches[TouchTargets];
+                std::copy(targets.begin(), targets.end(), touches);
+                touches[target] += side * (level.value() + over);
+                const CheckVerdict verdict =
+                    checkTouches(touches, targets, checkTolerance(level.key()), all);
+                const bool spared = !all && (target == 1 || target == 3);
+                QCOMPARE(verdict.good, !over || spared);
+                for (int i = 0; i < TouchTargets; ++i)
+                    QCOMPARE(verdict.legal[size_t(i)], !(over && i == target));
             }
         }
     }

@@ -10,7 +10,6 @@
 
 using namespace station;
 using Pieces = QList<MisbehavingPeer::Piece>;
-Q_DECLARE_METATYPE(Pieces)
 
 namespace {
 class SilentStand : public Stand {
@@ -32,6 +31,17 @@ Pieces byteByByte(const QByteArray &bytes, int gapMs)
         pieces << MisbehavingPeer::Piece{gapMs, QByteArray(1, c)};
     return pieces;
 }
+
+// A link to the peer.
+struct Wire {
+    explicit Wire(const MisbehavingPeer &peer, Link::Mode mode = Link::Mode::Rs232)
+    {
+        QString error;
+        if (!link.open(peer.path, mode, &error))
+            qFatal("%s", qPrintable(error));
+    }
+    Link link;
+};
 }
 
 class TestStation : public QObject {
@@ -39,14 +49,10 @@ class TestStation : public QObject {
 private slots:
     void requests();
     void everyByteSurvivesARecord();
-    void replies_data();
     void replies();
-    void badLine_data();
     void badLine();
     void lateAnswerIsNotTakenForTheNext();
-    void planProblems_data();
     void planProblems();
-    void verdicts_data();
     void verdicts();
     void reports();
 };
@@ -75,78 +81,70 @@ void TestStation::requests()
     QCOMPARE(gotoRequest("KLV-100", wireLevel("BI")), QByteArray("KLV-100-02\r\n"));
 }
 
-void TestStation::replies_data()
-{
-    QTest::addColumn<QByteArray>("bytes");
-    QTest::addColumn<int>("kind");
-    QTest::addColumn<int>("number");
-    QTest::addColumn<QByteArray>("payload");
-    const auto row = [](const char *name, const QByteArray &bytes, int kind, int number,
-                        const char *payload) {
-        QTest::newRow(name) << bytes << kind << number << QByteArray(payload);
-    };
-    row("failure", ":0081F28D\r\n", Reply::Frame, 0, "81F2");
-    row("own station", ":0581F288\r\n", Reply::Frame, 5, "81F2");
-    row("noise before", "\xff\x01:0081F28D\r\n", Reply::Frame, 0, "81F2");
-    row("lower-case check digits", ":0081F28d\r\n", Reply::Damaged, -1, ":0081F28d\r\n");
-    row("wrong check digits", ":0081F28E\r\n", Reply::Damaged, -1, ":0081F28E\r\n");
-    row("half", ":0081F2", Reply::Damaged, -1, ":0081F2");
-    row("battery 3.28 V", ":000328D5\r", Reply::Battery, 0, "0328");
-    row("identity", ":000702AB54\r\n", Reply::Identity, 0, "0702AB");
-    row("text", "A.1234.120\n", Reply::Text, -1, "A.1234.120\n");
-    row("nothing", "", Reply::None, -1, "");
-}
-
 void TestStation::replies()
 {
-    QFETCH(QByteArray, bytes);
-    const Reply reply = decode(bytes);
-    QTEST(int(reply.kind), "kind");
-    QTEST(reply.station, "number");
-    QTEST(reply.payload, "payload");
-}
-
-void TestStation::badLine_data()
-{
-    QTest::addColumn<Pieces>("first");
-    QTest::addColumn<Pieces>("second");
-    QTest::addColumn<bool>("framed");
-    QTest::addColumn<QByteArray>("payload");
-    QTest::addColumn<int>("tries");
-    const QByteArray good = ":00800080\r\n";
-    const Pieces now{{0, good}}, silence{};
-    const auto row = [](const char *name, Pieces first, Pieces second, bool framed,
-                        const char *payload, int tries) {
-        QTest::newRow(name) << first << second << framed << QByteArray(payload) << tries;
+    const struct {
+        const char *name;
+        QByteArray bytes;
+        Reply::Kind kind;
+        int station;
+        QByteArray payload;
+    } rows[] = {
+        {"failure", ":0081F28D\r\n", Reply::Frame, 0, "81F2"},
+        {"own station", ":0581F288\r\n", Reply::Frame, 5, "81F2"},
+        {"noise before", "\xff\x01:0081F28D\r\n", Reply::Frame, 0, "81F2"},
+        {"lower-case check digits", ":0081F28d\r\n", Reply::Damaged, -1, ":0081F28d\r\n"},
+        {"wrong check digits", ":0081F28E\r\n", Reply::Damaged, -1, ":0081F28E\r\n"},
+        {"half", ":0081F2", Reply::Damaged, -1, ":0081F2"},
+        {"battery 3.28 V", ":000328D5\r", Reply::Battery, 0, "0328"},
+        {"identity", ":000702AB54\r\n", Reply::Identity, 0, "0702AB"},
+        {"text", "A.1234.120\n", Reply::Text, -1, "A.1234.120\n"},
+        {"nothing", "", Reply::None, -1, ""},
     };
-    row("late", {{200, good}}, silence, true, "8000", 1);
-    row("byte by byte, slow", byteByByte(good, 20), silence, true, "8000", 1);
-    row("gap inside the frame", {{0, good.left(5)}, {150, good.mid(5)}}, silence, true, "8000", 1);
-    row("noise, then the frame", {{0, "\xff\xfe\xfd"}, {150, good}}, silence, true, "8000", 1);
-    row("silent once", silence, now, true, "8000", 2);
-    row("damaged once", {{0, ":00800081\r\n"}}, now, true, "8000", 2);
-    row("noise only, then a frame", {{0, "abcdef"}}, now, true, "8000", 2);
-    row("silent for good", silence, silence, true, "", 2);
-    row("text without line end", {{0, "FORCIBLY_GOTO"}, {20, "_FAIL"}}, silence, false,
-        "FORCIBLY_GOTO_FAIL", 1);
-    row("frame without line feed", {{0, ":000328D5\r"}}, silence, true, "0328", 1);
+    for (const auto &row : rows) {
+        const Reply reply = decode(row.bytes);
+        QVERIFY2(reply.kind == row.kind, row.name);
+        QVERIFY2(reply.station == row.station && reply.payload == row.payload, row.name);
+    }
 }
 
 void TestStation::badLine()
 {
-    QFETCH(Pieces, first);
-    QFETCH(Pieces, second);
-    QFETCH(bool, framed);
-    MisbehavingPeer peer(
-        [&](int number, const QByteArray &) { return number == 0 ? first : second; });
-    Link link;
-    QString error;
-    QVERIFY2(link.open(peer.path, Link::Mode::Rs232, &error), qPrintable(error));
-    Link::Request request{shortRequest(0, "8000"), 400, 2, false, {}, {}};
-    request.framed = framed;
-    const Link::Answer answer = link.exchange(request);
-    QTEST(decode(answer.bytes).payload, "payload");
-    QTEST(answer.tries, "tries");
+    const QByteArray good = ":00800080\r\n";
+    const Pieces now{{0, good}}, silence{};
+    const struct {
+        const char *name;
+        Pieces first, second;
+        bool framed;
+        QByteArray payload;
+        int tries;
+    } rows[] = {
+        {"late", {{200, good}}, silence, true, "8000", 1},
+        {"byte by byte, slow", byteByByte(good, 20), silence, true, "8000", 1},
+        {"gap in the frame", {{0, good.left(5)}, {150, good.mid(5)}}, silence, true, "8000", 1},
+        {"noise, then the frame", {{0, "\xff\xfe\xfd"}, {150, good}}, silence, true, "8000", 1},
+        {"silent once", silence, now, true, "8000", 2},
+        {"damaged once", {{0, ":00800081\r\n"}}, now, true, "8000", 2},
+        {"noise only, then a frame", {{0, "abcdef"}}, now, true, "8000", 2},
+        {"silent for good", silence, silence, true, "", 2},
+        {"text without line end",
+         {{0, "FORCIBLY_GOTO"}, {20, "_FAIL"}},
+         silence,
+         false,
+         "FORCIBLY_GOTO_FAIL",
+         1},
+        {"frame without line feed", {{0, ":000328D5\r"}}, silence, true, "0328", 1},
+    };
+    for (const auto &row : rows) {
+        MisbehavingPeer peer(
+            [&](int number, const QByteArray &) { return number == 0 ? row.first : row.second; });
+        Wire wire(peer);
+        Link::Request request{shortRequest(0, "8000"), 400, 2, false, {}, {}};
+        request.framed = row.framed;
+        const Link::Answer answer = wire.link.exchange(request);
+        QVERIFY2(decode(answer.bytes).payload == row.payload, row.name);
+        QVERIFY2(answer.tries == row.tries, row.name);
+    }
 }
 
 // A request repeated because its answer was late brings two answers; the second must not stand for
@@ -158,138 +156,111 @@ void TestStation::lateAnswerIsNotTakenForTheNext()
             : number == 1  ? Pieces{{50, ":0081027D\r\n"}}
                            : Pieces{{10, ":00850E6D\r\n"}};
     });
-    Link link;
-    QString error;
-    QVERIFY(link.open(peer.path, Link::Mode::Rs232, &error));
-    const Link::Answer first = link.exchange({shortRequest(0, "8102"), 200, 2, true, false, {}});
+    Wire wire(peer);
+    const Link::Answer first =
+        wire.link.exchange({shortRequest(0, "8102"), 200, 2, true, false, {}});
     QCOMPARE(first.tries, 2);
-    const Link::Answer next = link.exchange({shortRequest(0, "8500"), 500, 1, true, false, {}});
+    const Link::Answer next =
+        wire.link.exchange({shortRequest(0, "8500"), 500, 1, true, false, {}});
     QCOMPARE(decode(next.bytes).payload, QByteArray("850E"));
-    QVERIFY(!link.open("/dev/no-such-port", Link::Mode::Rs232, &error));
+    QString error;
+    QVERIFY(!wire.link.open("/dev/no-such-port", Link::Mode::Rs232, &error));
     QVERIFY2(error.contains("plugged in"), qPrintable(error));
-}
-
-void TestStation::planProblems_data()
-{
-    QTest::addColumn<QString>("steps");
-    QTest::addColumn<QString>("problem"); // empty: none
-    const QString covered = R"({"item": [2, 3, 4, 5, 6], "code": "8500"}, )";
-    const auto row = [](const char *name, const QString &steps, const char *problem) {
-        QTest::newRow(name) << steps << QString(problem);
-    };
-    row("sound", covered + R"({"item": 1, "code": "9504", "after": ["look red"]})", "");
-    row("unknown code",
-        covered
-            + "\n"
-              R"({"item": 1, "name": "?", "code": "9999"})",
-        "p.json:3: \"?\": no panel knows the code");
-    row("not at this level",
-        covered
-            + "\n"
-              R"({"item": 1, "name": "RTC", "code": "8C00"})",
-        "p.json:3: \"RTC\": the code 8C00 is not allowed at level BI");
-    row("silence may be asked anywhere",
-        covered + R"({"item": 1, "code": "8C00", "silence": true})", "");
-    row("item left out", covered + R"({"code": "9504"})",
-        "no step covers item \"1. LCD Color Test\"");
-    row("no such item", covered + R"({"item": [1, 7], "code": "9504"})", "has no item 7");
-    row("mistyped key", covered + R"({"item": 1, "code": "9504", "timout": 5})",
-        "unknown key \"timout\"");
-    row("unknown action", covered + R"({"item": 1, "code": "9504", "before": ["kick it"]})",
-        "unknown action \"kick it\"");
-    row("impossible action", covered + R"({"item": 1, "code": "9504", "before": ["look pink"]})",
-        "unknown action \"look pink\"");
-    row("unknown value", covered + R"({"item": 1, "code": "9504", "reply": "${colour}"})",
-        "what ${colour} is");
-    row("broken JSON", covered + "\n\n{", "p.json:4:");
 }
 
 void TestStation::planProblems()
 {
-    QFETCH(QString, steps);
-    QFETCH(QString, problem);
-    QTemporaryDir folder;
-    QFile file(folder.filePath("p.json"));
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    file.write(R"({"level": "BI",)"
-               "\n\"steps\": ["
-               + steps.toUtf8() + "]}");
-    file.close();
-    const QString found = loadPlan(file.fileName(), {}).problems.join('\n');
-    QVERIFY2(problem.isEmpty() ? found.isEmpty() : found.contains(problem), qPrintable(found));
-}
-
-void TestStation::verdicts_data()
-{
-    QTest::addColumn<QByteArray>("answer");
-    QTest::addColumn<int>("expect");
-    QTest::addColumn<QString>("reply");
-    QTest::addColumn<QString>("fault"); // empty: passes
-    const auto row = [](const char *name, const QByteArray &answer, int expect, const char *reply,
-                        const char *fault) {
-        QTest::newRow(name) << answer << expect << QString(reply) << QString(fault);
+    const QString covered = R"({"item": [2, 3, 4, 5, 6], "code": "8500"}, )";
+    const struct {
+        const char *name;
+        QString steps, problem; // empty: none
+    } rows[] = {
+        {"sound", covered + R"({"item": 1, "code": "9504", "after": ["look red"]})", ""},
+        {"unknown code", covered + "\n" + R"({"item": 1, "name": "?", "code": "9999"})",
+         "p.json:3: \"?\": no panel knows the code"},
+        {"not at this level", covered + "\n" + R"({"item": 1, "name": "RTC", "code": "8C00"})",
+         "p.json:3: \"RTC\": the code 8C00 is not allowed at level BI"},
+        {"silence may be asked anywhere",
+         covered + R"({"item": 1, "code": "8C00", "silence": true})", ""},
+        {"item left out", covered + R"({"code": "9504"})",
+         "no step covers item \"1. LCD Color Test\""},
+        {"no such item", covered + R"({"item": [1, 7], "code": "9504"})", "has no item 7"},
+        {"mistyped key", covered + R"({"item": 1, "code": "9504", "timout": 5})",
+         "unknown key \"timout\""},
+        {"unknown action", covered + R"({"item": 1, "code": "9504", "before": ["kick it"]})",
+         "unknown action \"kick it\""},
+        {"impossible action", covered + R"({"item": 1, "code": "9504", "before": ["look pink"]})",
+         "unknown action \"look pink\""},
+        {"unknown value", covered + R"({"item": 1, "code": "9504", "reply": "${colour}"})",
+         "what ${colour} is"},
+        {"broken JSON", covered + "\n\n{", "p.json:4:"},
     };
-    row("as expected", ":05850076\r\n", Step::Payload, "8500", "");
-    row("another code", ":0585F086\r\n", Step::Payload, "8500", "expected 8500");
-    row("another station",
-        ":0685"
-        "0075\r\n",
-        Step::Payload, "8500", "as station 6 instead of 5");
-    row("noise before", "x:05850076\r\n", Step::Payload, "8500", "bytes before");
-    row("nothing", "", Step::Payload, "8500", "no answer to 1 requests");
-    row("text with a value", "KLV-100.x\n", Step::Text, "${model}\\n", "");
-    row("text with a zero byte", QByteArray("KLV-100.x\0\n", 11), Step::Text, "${model}",
-        "expected the text");
-    row("a value is no pattern", "KLV-100-x\n", Step::Text, "${model}\\n", "expected the text");
-    row("battery enough",
-        ":050295"
-        "64\r",
-        Step::Battery, "", "");
-    row("battery low", ":05029465\r", Step::Battery, "", "expected 2950 to 3600 mV");
-    row("due silence", "", Step::Silence, "", "");
-    row("broken silence", ":05850076\r\n", Step::Silence, "", "no answer is due");
+    for (const auto &row : rows) {
+        QTemporaryDir folder;
+        QFile file(folder.filePath("p.json"));
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write("{\"level\": \"BI\",\n\"steps\": [" + row.steps.toUtf8() + "]}");
+        file.close();
+        const QString found = loadPlan(file.fileName(), {}).problems.join('\n');
+        QVERIFY2(row.problem.isEmpty() ? found.isEmpty() : found.contains(row.problem),
+                 qPrintable(row.name + (": " + found)));
+    }
 }
 
 void TestStation::verdicts()
 {
-    QFETCH(QByteArray, answer);
-    QFETCH(QString, fault);
-    QFETCH(int, expect);
-    MisbehavingPeer peer([&](int, const QByteArray &) { return Pieces{{0, answer}}; });
-    Link link;
-    QString error;
-    QVERIFY(link.open(peer.path, Link::Mode::Rs485, &error));
-    SilentStand stand;
-    Step step;
-    step.code = "8500";
-    step.expect = Step::Expect(expect);
-    QFETCH(QString, reply);
-    step.reply = reply;
-    step.minimumMv = 2950;
-    step.maximumMv = 3600;
-    step.timeoutMs = 200;
-    step.repeats = 0;
-    Runner runner(link, stand, {{"model", "KLV-100.x"}}, 5, {}, true);
-    const StepResult result = runner.runStep(step, Bi);
-    QVERIFY2(fault.isEmpty() ? result.faults.isEmpty() : result.faults.join(' ').contains(fault),
-             qPrintable(result.faults.join(' ')));
-    QCOMPARE(peer.requests.load(), 1);
+    const struct {
+        const char *name;
+        QByteArray answer;
+        Step::Expect expect;
+        QString reply, fault; // empty: passes
+    } rows[] = {
+        {"as expected", ":05850076\r\n", Step::Payload, "8500", ""},
+        {"another code", ":0585F086\r\n", Step::Payload, "8500", "expected 8500"},
+        {"another station", ":06850075\r\n", Step::Payload, "8500", "as station 6 instead of 5"},
+        {"noise before", "x:05850076\r\n", Step::Payload, "8500", "bytes before"},
+        {"nothing", "", Step::Payload, "8500", "no answer to 1 requests"},
+        {"text with a value", "KLV-100.x\n", Step::Text, "${model}\\n", ""},
+        {"text with a zero byte", QByteArray("KLV-100.x\0\n", 11), Step::Text, "${model}",
+         "expected the text"},
+        {"a value is no pattern", "KLV-100-x\n", Step::Text, "${model}\\n", "expected the text"},
+        {"battery enough", ":05029564\r", Step::Battery, "", ""},
+        {"battery low", ":05029465\r", Step::Battery, "", "expected 2950 to 3600 mV"},
+        {"due silence", "", Step::Silence, "", ""},
+        {"broken silence", ":05850076\r\n", Step::Silence, "", "no answer is due"},
+    };
+    for (const auto &row : rows) {
+        MisbehavingPeer peer([&](int, const QByteArray &) { return Pieces{{0, row.answer}}; });
+        Wire wire(peer, Link::Mode::Rs485);
+        SilentStand stand;
+        Step step;
+        step.code = "8500";
+        step.expect = row.expect;
+        step.reply = row.reply;
+        step.minimumMv = 2950;
+        step.maximumMv = 3600;
+        step.timeoutMs = 200;
+        step.repeats = 0;
+        Runner runner(wire.link, stand, {{"model", "KLV-100.x"}}, 5, {}, true);
+        const QString faults = runner.runStep(step, Bi).faults.join(' ');
+        QVERIFY2(row.fault.isEmpty() ? faults.isEmpty() : faults.contains(row.fault),
+                 qPrintable(row.name + (": " + faults)));
+        QCOMPARE(peer.requests.load(), 1);
+    }
 }
 
 // One failed operator step must turn every verdict of the report, whatever the link says.
 void TestStation::reports()
 {
     MisbehavingPeer peer([](int, const QByteArray &) { return Pieces{{0, ":0085007B\r\n"}}; });
-    Link link;
-    QString error;
-    QVERIFY(link.open(peer.path, Link::Mode::Rs232, &error));
+    Wire wire(peer);
     SilentStand stand;
     Step step;
     step.name = "<DDR>";
     step.code = "8500";
     step.reply = "8500";
     step.items << 1;
-    Runner runner(link, stand, {});
+    Runner runner(wire.link, stand, {});
     LevelResult level;
     level.level = "T1";
     level.items << "7. DDR Test";

@@ -10,7 +10,6 @@ using namespace station;
 class TestStationFiles : public QObject {
     Q_OBJECT
 private slots:
-    void judges_data();
     void judges();
 };
 
@@ -53,59 +52,60 @@ static StepResult exchange(const QByteArray &code, int item, const QByteArray &r
     return result;
 }
 
-void TestStationFiles::judges_data()
-{
-    QTest::addColumn<QString>("file");
-    QTest::addColumn<int>("byte"); // flipped; -1: none, -2: file removed, -3: a byte too many
-    QTest::newRow("all right") << "" << -1;
-    QTest::newRow("level") << "HMI_TEST_LEVEL.txt" << 2;
-    QTest::newRow("item result") << "HMI_BI_TEST_Flag.txt" << 64 + 13;
-    QTest::newRow("padding of a record") << "HMI_BI_TEST_Flag.txt" << 61;
-    QTest::newRow("line end of a record") << "HMI_BI_TEST_Flag.txt" << 62;
-    QTest::newRow("flags of another level") << "HMI_ICT_TEST_Flag.txt" << 0;
-    QTest::newRow("banner") << "HMI_Factory_Resume.txt" << 3;
-    QTest::newRow("no date") << "HMI_Factory_Resume.txt" << 53 + 4 + 13;
-    QTest::newRow("log without date") << "FactoryTestLog.txt" << 4;
-    QTest::newRow("logged reply") << "FactoryTestLog.txt" << 145;
-    QTest::newRow("log padding") << "FactoryTestLog.txt" << 199;
-    QTest::newRow("log cut") << "FactoryTestLog.txt" << -2;
-    QTest::newRow("log record too long") << "FactoryTestLog.txt" << -3;
-    QTest::newRow("flags missing") << "HMI_BI_TEST_Flag.txt" << -2;
-    QTest::newRow("level file too long") << "HMI_TEST_LEVEL.txt" << -3;
-    QTest::newRow("station number") << "HMI_STATION_NUM.txt" << 1;
-}
-
 void TestStationFiles::judges()
 {
-    QTemporaryDir folder;
-    PanelFiles files(folder.path(),
-                     {{"1. Read HMI Model"},
-                      {},
-                      {"1. LCD Color Test", "2. DDR Test", "3. BI Test END Check"},
-                      {}});
-    files.booted();
-    StepResult change = exchange("KLV-", 0, "KLV-1-02\r\n", "FORCIBLY_GOTO_BI_PASS");
-    change.step.argument = "BI";
-    files.exchanged(change);
-    files.booted();
-    files.exchanged(exchange("8500", 2, ":0085007B\r\n", ":0085007B\r\n"));
-    files.exchanged(exchange("0200", 3, ":000200FE\r\n", ":0002F00E\r\n"));
-    QFETCH(QString, file);
-    QFETCH(int, byte);
-    QMap<QString, QByteArray> all = rightFiles();
-    if (byte >= 0)
-        all[file][byte] = all[file][byte] ^ 1;
-    else if (byte == -2)
-        all.remove(file);
-    else if (byte == -3)
-        all[file] += 'x';
-    for (auto it = all.begin(); it != all.end(); ++it) {
-        QFile out(folder.filePath(it.key()));
-        QVERIFY(out.open(QIODevice::WriteOnly));
-        out.write(it.value());
+    const struct {
+        const char *name;
+        QString file;
+        int byte; // flipped; -1: none, -2: file removed, -3: a byte too many
+    } rows[] = {
+        {"all right", "", -1},
+        {"level", "HMI_TEST_LEVEL.txt", 2},
+        {"item result", "HMI_BI_TEST_Flag.txt", 64 + 13},
+        {"padding of a record", "HMI_BI_TEST_Flag.txt", 61},
+        {"line end of a record", "HMI_BI_TEST_Flag.txt", 62},
+        {"flags of another level", "HMI_ICT_TEST_Flag.txt", 0},
+        {"banner", "HMI_Factory_Resume.txt", 3},
+        {"no date", "HMI_Factory_Resume.txt", 53 + 4 + 13},
+        {"log without date", "FactoryTestLog.txt", 4},
+        {"logged reply", "FactoryTestLog.txt", 145},
+        {"log padding", "FactoryTestLog.txt", 199},
+        {"log cut", "FactoryTestLog.txt", -2},
+        {"log record too long", "FactoryTestLog.txt", -3},
+        {"flags missing", "HMI_BI_TEST_Flag.txt", -2},
+        {"level file too long", "HMI_TEST_LEVEL.txt", -3},
+        {"station number", "HMI_STATION_NUM.txt", 1},
+    };
+    for (const auto &row : rows) {
+        QTemporaryDir folder;
+        PanelFiles files(folder.path(),
+                         {{"1. Read HMI Model"},
+                          {},
+                          {"1. LCD Color Test", "2. DDR Test", "3. BI Test END Check"},
+                          {}});
+        files.booted();
+        StepResult change = exchange("KLV-", 0, "KLV-1-02\r\n", "FORCIBLY_GOTO_BI_PASS");
+        change.step.argument = "BI";
+        files.exchanged(change);
+        files.booted();
+        files.exchanged(exchange("8500", 2, ":0085007B\r\n", ":0085007B\r\n"));
+        files.exchanged(exchange("0200", 3, ":000200FE\r\n", ":0002F00E\r\n"));
+        QMap<QString, QByteArray> all = rightFiles();
+        if (row.byte >= 0)
+            all[row.file][row.byte] = all[row.file][row.byte] ^ 1;
+        else if (row.byte == -2)
+            all.remove(row.file);
+        else if (row.byte == -3)
+            all[row.file] += 'x';
+        for (auto it = all.begin(); it != all.end(); ++it) {
+            QFile out(folder.filePath(it.key()));
+            QVERIFY(out.open(QIODevice::WriteOnly));
+            out.write(it.value());
+        }
+        const QString faults = files.faults(0).join('\n');
+        QVERIFY2(row.byte == -1 ? faults.isEmpty() : faults.contains(row.file),
+                 qPrintable(row.name + (": " + faults)));
     }
-    const QString faults = files.faults(0).join('\n');
-    QVERIFY2(byte == -1 ? faults.isEmpty() : faults.contains(file), qPrintable(faults));
 }
 
 QTEST_GUILESS_MAIN(TestStationFiles)
