@@ -27,11 +27,10 @@ public:
         panel.writeFile(ict("HMI_TEST_LEVEL.txt"), level.leftJustified(3, ' ') + '\n');
         return powerCycle(level == "BI" ? Port::ttyO3 : Port::ttyO1);
     }
-    bool powerCycle(Port link = Port::ttyO1)
+    bool powerCycle(Port link = Port::ttyO1, const QStringList &args = {})
     {
         link_.reset();
-        panel.powerOff();
-        panel.powerOn();
+        panel.powerCycle(args);
         link_ = std::make_unique<PcPort>(panel, link);
         return waitFor([&] { return panel.port(link)->isOpenOnPanel(); }, 20000);
     }

@@ -18,6 +18,14 @@ extern "C" const char *__tsan_default_options()
 }
 #endif
 
+// The rows of a test from structures, each with its name first. The test has QFETCH(Row, row).
+template <typename Row> void addRows(const QVector<Row> &rows)
+{
+    QTest::addColumn<Row>("row");
+    for (const Row &row : rows)
+        QTest::newRow(row.name) << row;
+}
+
 // Options of a panel that runs something else than the agent, to look at the bench itself.
 inline PanelOptions running(const QString &program)
 {

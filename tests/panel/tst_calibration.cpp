@@ -1,6 +1,6 @@
 #include "fixture/finger.h"
 #include "mainwindow.h"
-#include "panel/panelharness.h"
+#include "panel/agentpanel.h"
 
 #include <QApplication>
 #include <QTimer>
@@ -16,14 +16,13 @@ const QByteArray shipped = QByteArray(factoryPointercal).append('\0');
 const QByteArray endless(600, '1');
 
 // A panel at a test level, with a foil of its own and a calibration that was good once.
-class Scene {
+class Scene : public AgentPanel {
 public:
     explicit Scene(const QByteArray &level, const PanelOptions &options = {})
-        : panel(options)
+        : AgentPanel(options)
         , finger(panel)
-        , pc(panel)
     {
-        panel.writeFile("/usr/local/ict/HMI_TEST_LEVEL.txt", level);
+        panel.writeFile(ict("HMI_TEST_LEVEL.txt"), level);
         panel.writeFile(backup, lastGood);
         panel.touchPanel() = TouchPanel::ofPanel(4711);
     }
@@ -33,24 +32,13 @@ public:
         if (said.contains("Sanitizer"))
             QTest::qFail(said, __FILE__, __LINE__);
     }
-    bool boot(const QStringList &args = {})
-    {
-        panel.powerOn(args);
-        return waitFor([&] { return panel.port(Port::ttyO1)->isOpenOnPanel(); }, 20000);
-    }
     void request(const QByteArray &code)
     {
-        pc.write(requestFrame(code));
+        link().write(requestFrame(code));
     }
-    QByteArray reply(int ms = 5000)
+    QByteArray reply()
     {
-        return pc.read(11, ms);
-    }
-    // The last character of an item's record: '0', 'F' or '1'.
-    QByteArray recorded(const char *level, int item) const
-    {
-        const QString file = QString("/usr/local/ict/HMI_%1_TEST_Flag.txt").arg(level);
-        return QByteArray(panel.readFile(file).mid(item * 64, 64).constData()).right(1);
+        return link().read(11, 5000);
     }
     int callsOf(const QString &tool) const
     {
@@ -85,9 +73,7 @@ public:
         return pens;
     }
 
-    VirtualPanel panel;
     Finger finger;
-    PcPort pc;
 };
 
 // A finger that the touch stack alone sees: the ADC stays as the test has left it.
@@ -152,43 +138,40 @@ private slots:
     void oneAnswerForRepeatedRequests();
     void linkLivesWhileDialogIsUp();
     void hastyAndHeldTouches();
-    void dialogStaysOnGuiThread();
 };
+
+struct Foil {
+    const char *name;
+    QByteArray code;
+    double fault; // bend or shift
+    QByteArray reply, lines, saved = lastGood;
+};
+Q_DECLARE_METATYPE(Foil)
 
 void TstCalibration::stationCalibrates_data()
 {
-    QTest::addColumn<QByteArray>("code");
-    QTest::addColumn<double>("bend");
-    QTest::addColumn<QByteArray>("reply");
-    QTest::addColumn<QByteArray>("lines");
-    QTest::addColumn<QByteArray>("saved");
-    QTest::newRow("good foil") << QByteArray("9000") << 0.0 << QByteArray("9000")
-                               << QByteArray("bbbbb") << lastGood;
-    QTest::newRow("two corners off")
-        << QByteArray("9000") << 40.0 << QByteArray("90F0") << QByteArray("brbrb") << lastGood;
-    QTest::newRow("two corners off, not looked at")
-        << QByteArray("9004") << 40.0 << QByteArray("9004") << QByteArray("brbrb") << lastGood;
-    QTest::newRow("bent all over, endless backup")
-        << QByteArray("9004") << 100.0 << QByteArray("90F4") << QByteArray("rrrrr") << endless;
+    addRows<Foil>({
+        {"good foil", "9000", 0, "9000", "bbbbb"},
+        {"two corners off", "9000", 40, "90F0", "brbrb"},
+        {"two corners off, not looked at", "9004", 40, "9004", "brbrb"},
+        {"bent all over, endless backup", "9004", 100, "90F4", "rrrrr", endless},
+    });
 }
 
 void TstCalibration::stationCalibrates()
 {
-    QFETCH(QByteArray, code);
-    QFETCH(double, bend);
-    QFETCH(QByteArray, reply);
-    QFETCH(QByteArray, lines);
-    QFETCH(QByteArray, saved);
-    const bool passes = code == reply;
+    QFETCH(Foil, row);
+    const QByteArray code = row.code, saved = row.saved;
+    const bool passes = code == row.reply;
     Scene scene("T1 \n");
     VirtualPanel &panel = scene.panel;
     panel.writeFile(backup, saved);
-    panel.touchPanel().bend = bend;
-    QVERIFY(scene.boot());
+    panel.touchPanel().bend = row.fault;
+    QVERIFY(scene.powerCycle());
     scene.request(code);
     QCOMPARE(scene.finger.calibrate(code == "9000"), QString());
-    QCOMPARE(scene.reply(), requestFrame(reply));
-    QTRY_COMPARE(scene.pointLines(), lines);
+    QCOMPARE(scene.reply(), requestFrame(row.reply));
+    QTRY_COMPARE(scene.pointLines(), row.lines);
 
     const QByteArray fitted = scene.constants().append('\0');
     QCOMPARE(fitted.count(' '), 6);
@@ -198,7 +181,7 @@ void TstCalibration::stationCalibrates()
     QCOMPARE(panel.bootEnvironment(),
              passes ? "pointercal " + scene.constants() + '\n' : QByteArray());
     QTRY_COMPARE(scene.callsOf("update_pointercal.sh"), int(passes));
-    QTRY_COMPARE(scene.recorded("T1", 11), QByteArray(passes ? "1" : "F"));
+    QTRY_COMPARE(scene.results("T1").mid(11, 1), QByteArray(passes ? "1" : "F"));
 
     QCOMPARE(scene.callsOf("mem_rdwr"), 2);
     QCOMPARE(panel.readFile("/usr/local/conf/smpl_delay"), QByteArray("1\n"));
@@ -210,27 +193,24 @@ void TstCalibration::stationCalibrates()
 
 void TstCalibration::stationChecks_data()
 {
-    QTest::addColumn<double>("shift");
-    QTest::addColumn<QByteArray>("reply");
-    QTest::addColumn<QByteArray>("lines");
-    QTest::newRow("as calibrated") << 0.0 << QByteArray("9001") << QByteArray("bbbbb");
-    QTest::newRow("slipped since") << 20.0 << QByteArray("90F1") << QByteArray("rrrrr");
+    addRows<Foil>({
+        {"as calibrated", "9001", 0, "9001", "bbbbb"},
+        {"slipped since", "9001", 20, "90F1", "rrrrr"},
+    });
 }
 
 void TstCalibration::stationChecks()
 {
-    QFETCH(double, shift);
-    QFETCH(QByteArray, reply);
-    QFETCH(QByteArray, lines);
+    QFETCH(Foil, row);
     Scene scene("T2 \n");
     scene.panel.touchPanel() = TouchPanel(); // the one that the shipped calibration is for
-    scene.panel.touchPanel().shift = shift;
-    QVERIFY(scene.boot());
+    scene.panel.touchPanel().shift = row.fault;
+    QVERIFY(scene.powerCycle());
     scene.request("9001");
     QCOMPARE(scene.finger.check(), QString());
-    QCOMPARE(scene.reply(), requestFrame(reply));
-    QTRY_COMPARE(scene.pointLines(), lines);
-    QTRY_COMPARE(scene.recorded("T2", 10), QByteArray(reply == "9001" ? "1" : "F"));
+    QCOMPARE(scene.reply(), requestFrame(row.reply));
+    QTRY_COMPARE(scene.pointLines(), row.lines);
+    QTRY_COMPARE(scene.results("T2").mid(10, 1), QByteArray(row.reply == "9001" ? "1" : "F"));
     QCOMPARE(scene.panel.readFile(pointercal), shipped);
     QCOMPARE(scene.panel.readFile(backup), lastGood);
     QCOMPARE(scene.panel.readFile(t2Values).count('\n'), 5);
@@ -239,33 +219,39 @@ void TstCalibration::stationChecks()
     // The dialog is closed: what is touched now is nothing to it.
     QTest::qWait(400);
     scene.panel.tap({400, 240});
-    QCOMPARE(scene.pc.read(1, 800), QByteArray());
+    QVERIFY(scene.isSilent(800));
     QCOMPARE(scene.panel.output().count("PressEvent"), 5);
 }
 
+struct Application {
+    const char *name;
+    double bend;
+    bool adcDead;
+    int status;
+};
+Q_DECLARE_METATYPE(Application)
+
 void TstCalibration::applicationCalibrates_data()
 {
-    QTest::addColumn<double>("bend");
-    QTest::addColumn<bool>("adcDead");
-    QTest::addColumn<int>("status");
-    QTest::newRow("good foil") << 0.0 << false << 0;
-    QTest::newRow("bent all over, empty backup") << 120.0 << false << 255;
-    QTest::newRow("no fit") << 0.0 << true << 255;
+    addRows<Application>({
+        {"good foil", 0, false, 0},
+        {"bent all over, empty backup", 120, false, 255},
+        {"no fit", 0, true, 255},
+    });
 }
 
 void TstCalibration::applicationCalibrates()
 {
-    QFETCH(double, bend);
-    QFETCH(bool, adcDead);
-    QFETCH(int, status);
+    QFETCH(Application, row);
+    const int status = row.status;
     Scene scene("HMI\n");
     VirtualPanel &panel = scene.panel;
     panel.writeFile(backup, "");
-    if (bend == 0)
+    if (row.bend == 0)
         QVERIFY(QFile::remove(panel.hostPath(backup)));
-    panel.touchPanel().bend = bend;
+    panel.touchPanel().bend = row.bend;
     panel.powerOn({"HMIAppCalibation"});
-    if (adcDead) {
+    if (row.adcDead) {
         QTest::qWait(500);
         point(panel, touchTargets(calibrationMargin));
     } else {
@@ -275,51 +261,50 @@ void TstCalibration::applicationCalibrates()
     }
     QCOMPARE(panel.waitForExit(5000), status);
     const QByteArray fitted = scene.constants();
-    QCOMPARE(panel.output().contains(tooSmall), adcDead);
+    QCOMPARE(panel.output().contains(tooSmall), row.adcDead);
     QCOMPARE(panel.readFile(pointercal), status ? shipped : fitted + '\0');
     QCOMPARE(panel.readFile(backup), shipped); // kept before the first calibration
     QCOMPARE(panel.bootEnvironment(), status ? QByteArray() : "pointercal " + fitted + '\n');
 }
 
+struct Files {
+    const char *name;
+    QByteArray current, saved; // null: there is none
+    QByteArray currentAfter, savedAfter;
+};
+Q_DECLARE_METATYPE(Files)
+
 void TstCalibration::lastGoodFile_data()
 {
-    QTest::addColumn<QByteArray>("current"); // null: there is none
-    QTest::addColumn<QByteArray>("saved");
-    QTest::addColumn<QByteArray>("currentAfter");
-    QTest::addColumn<QByteArray>("savedAfter");
-    const QByteArray none, empty("");
-    QTest::newRow("both there") << shipped << lastGood << lastGood << lastGood;
-    QTest::newRow("no backup") << shipped << none << shipped << shipped;
-    QTest::newRow("empty backup") << shipped << empty << shipped << shipped;
-    QTest::newRow("backup of 600 bytes")
-        << shipped << endless << endless.left(256).append('\0') << endless;
-    QTest::newRow("backup without zero byte")
-        << shipped << QByteArray("1 2 3 4 5 6 7") << QByteArray("1 2 3 4 5 6 7\0", 14)
-        << QByteArray("1 2 3 4 5 6 7");
-    QTest::newRow("no file") << none << lastGood << lastGood << lastGood;
-    QTest::newRow("empty file") << empty << lastGood << lastGood << lastGood;
-    QTest::newRow("neither") << none << none << none << empty;
+    const QByteArray none, empty(""), bare("1 2 3 4 5 6 7");
+    addRows<Files>({
+        {"both there", shipped, lastGood, lastGood, lastGood},
+        {"no backup", shipped, none, shipped, shipped},
+        {"empty backup", shipped, empty, shipped, shipped},
+        {"backup of 600 bytes", shipped, endless, endless.left(256).append('\0'), endless},
+        {"backup without zero byte", shipped, bare, QByteArray("1 2 3 4 5 6 7\0", 14), bare},
+        {"no file", none, lastGood, lastGood, lastGood},
+        {"empty file", empty, lastGood, lastGood, lastGood},
+        {"neither", none, none, none, empty},
+    });
 }
 
 void TstCalibration::lastGoodFile()
 {
-    QFETCH(QByteArray, current);
-    QFETCH(QByteArray, saved);
-    QFETCH(QByteArray, currentAfter);
-    QFETCH(QByteArray, savedAfter);
+    QFETCH(Files, row);
     Scene scene("T1 \n");
     const auto lay = [&](const char *path, const QByteArray &content) {
         scene.panel.writeFile(path, content);
         if (content.isNull())
             QFile::remove(scene.panel.hostPath(path));
     };
-    lay(pointercal, current);
-    lay(backup, saved);
-    QVERIFY(scene.boot());
+    lay(pointercal, row.current);
+    lay(backup, row.saved);
+    QVERIFY(scene.powerCycle());
     scene.request("9000");
     QTRY_COMPARE(scene.callsOf("mem_rdwr"), 1);
-    QTRY_COMPARE(scene.panel.readFile(backup), savedAfter);
-    QCOMPARE(scene.panel.readFile(pointercal), currentAfter);
+    QTRY_COMPARE(scene.panel.readFile(backup), row.savedAfter);
+    QCOMPARE(scene.panel.readFile(pointercal), row.currentAfter);
 }
 
 // The check can pass without a fit, on the calibration that was there. There is nothing to hand to
@@ -329,7 +314,7 @@ void TstCalibration::deadAdcStoresNothing()
     Scene scene("T1 \n");
     VirtualPanel &panel = scene.panel;
     panel.writeFile(backup, shipped);
-    QVERIFY(scene.boot());
+    QVERIFY(scene.powerCycle());
     panel.writeFile(attribute::adcX, "not a number\n");
     panel.writeFile(attribute::adcY, "");
     scene.request("9000");
@@ -340,7 +325,7 @@ void TstCalibration::deadAdcStoresNothing()
     point(panel, targets.mid(3) + touchTargets(checkMargin));
     QCOMPARE(scene.reply(), requestFrame("9000"));
     QVERIFY2(panel.output().contains(tooSmall), panel.output());
-    QTRY_COMPARE(scene.recorded("T1", 11), QByteArray("1"));
+    QTRY_COMPARE(scene.results("T1").mid(11, 1), QByteArray("1"));
     QCOMPARE(panel.readFile(pointercal), shipped);
     QCOMPARE(panel.bootEnvironment(), QByteArray());
     QCOMPARE(scene.callsOf("fw_setenv") + scene.callsOf("update_pointercal.sh"), 0);
@@ -352,7 +337,7 @@ void TstCalibration::oneAnswerForRepeatedRequests()
     Scene scene("T1 \n");
     const QVector<QPoint> calibration = touchTargets(calibrationMargin),
                           check = touchTargets(checkMargin);
-    QVERIFY(scene.boot());
+    QVERIFY(scene.powerCycle());
     scene.request("9004");
     scene.request("9004");
     QCOMPARE(scene.finger.follow(calibration.mid(0, 2)), QString());
@@ -362,29 +347,38 @@ void TstCalibration::oneAnswerForRepeatedRequests()
     QCOMPARE(scene.finger.follow(calibration), QString());
     scene.request("9000");
     QCOMPARE(scene.finger.calibrate(), QString());
-    QCOMPARE(scene.pc.read(22, 2000), requestFrame("9000"));
+    QCOMPARE(scene.link().read(22, 2000), requestFrame("9000"));
     QCOMPARE(scene.panel.readFile(t1Values).count('\n'), 10);
-    scene.request("9000"); // and once more, after the answer
-    QCOMPARE(scene.finger.calibrate(), QString());
-    QCOMPARE(scene.pc.read(22, 2000), requestFrame("9000"));
 }
 
+// And the dialog is the GUI thread's alone, from its first event to its last.
 void TstCalibration::linkLivesWhileDialogIsUp()
 {
-    Scene scene("T1 \n");
-    QVERIFY(scene.boot());
+    Scene scene("T1 \n", running(QCoreApplication::applicationFilePath()));
+    VirtualPanel &panel = scene.panel;
+    const QVector<QPoint> calibration = touchTargets(calibrationMargin),
+                          check = touchTargets(checkMargin);
+    QVERIFY(scene.powerCycle(Port::ttyO1, {"--watched-agent"}));
     scene.request("9000");
-    QCOMPARE(scene.finger.follow(touchTargets(calibrationMargin).mid(0, 1)), QString());
-    QVERIFY(scene.pc.ask(requestFrame("FF00")).endsWith(".120\n")); // at any level
-    QCOMPARE(scene.pc.ask(requestFrame("9302")), requestFrame("9302")); // T1's own table
-    const QVector<QPoint> check = touchTargets(checkMargin);
-    QCOMPARE(scene.finger.follow(touchTargets(calibrationMargin).mid(1) + check.mid(0, 1)),
-             QString());
-    QVERIFY(scene.pc.ask(requestFrame("FF00")).endsWith(".120\n"));
-    QCOMPARE(scene.pc.ask(requestFrame("9302"), 11, 1500), QByteArray()); // not while it checks
+    QCOMPARE(scene.finger.follow(calibration.mid(0, 1)), QString());
+    QVERIFY(scene.link().ask(requestFrame("FF00")).endsWith(".120\n")); // at any level
+    QCOMPARE(scene.link().ask(requestFrame("9302")), requestFrame("9302")); // T1's own table
+    QCOMPARE(scene.finger.follow(calibration.mid(1) + check.mid(0, 1)), QString());
+    QVERIFY(scene.link().ask(requestFrame("FF00")).endsWith(".120\n"));
+    QCOMPARE(scene.link().ask(requestFrame("9302"), 11, 1500), QByteArray()); // not in the check
     QCOMPARE(scene.finger.follow(check.mid(1)), QString()); // the dialog has stayed on top
     QCOMPARE(scene.reply(), requestFrame("9000"));
-    QCOMPARE(scene.pc.ask(requestFrame("9302")), requestFrame("9302"));
+    QCOMPARE(scene.link().ask(requestFrame("9302")), requestFrame("9302"));
+    for (const char *kind : {"paint", "press", "move", "release"})
+        QVERIFY2(panel.output().count(QByteArray(kind) + " on GUI thread") >= 10, kind);
+    QVERIFY2(!panel.output().contains("another thread"), panel.output());
+
+    // Ends cleanly with a dialog up.
+    scene.request("9000");
+    QCOMPARE(scene.finger.follow(calibration.mid(0, 2)), QString());
+    panel.writeFile("/tmp/quit", "");
+    QCOMPARE(panel.waitForExit(5000), 0);
+    QVERIFY2(!panel.errorOutput().contains("QThread"), panel.errorOutput());
 }
 
 void TstCalibration::hastyAndHeldTouches()
@@ -392,7 +386,7 @@ void TstCalibration::hastyAndHeldTouches()
     Scene scene("T1 \n");
     VirtualPanel &panel = scene.panel;
     const auto events = [&](const char *what) { return panel.output().count(what); };
-    QVERIFY(scene.boot());
+    QVERIFY(scene.powerCycle());
     scene.request("9000");
     QCOMPARE(scene.finger.follow(touchTargets(calibrationMargin).mid(0, 1)), QString());
     // Within the pause a touch does not count, but its drag does.
@@ -404,33 +398,13 @@ void TstCalibration::hastyAndHeldTouches()
     QTest::qWait(400);
     panel.screen().pointer({700, 100}, true);
     QTRY_COMPARE(events("PressEvent : (0700, 0100)"), 1);
-    QCOMPARE(scene.pc.ask(requestFrame("8000")), requestFrame("8000"));
+    QCOMPARE(scene.link().ask(requestFrame("8000")), requestFrame("8000"));
     panel.screen().pointer({702, 100}, true);
     QTRY_COMPARE(events("MoveEvent : (0702, 0100)"), 1);
     QCOMPARE(events("ReleaseEvent"), 1);
     panel.screen().pointer({702, 100}, false);
     QTRY_COMPARE(events("ReleaseEvent : (0702, 0100)"), 1);
     QCOMPARE(events("PressEvent"), 2);
-}
-
-void TstCalibration::dialogStaysOnGuiThread()
-{
-    Scene scene("T1 \n", running(QCoreApplication::applicationFilePath()));
-    VirtualPanel &panel = scene.panel;
-    QVERIFY(scene.boot({"--watched-agent"}));
-    scene.request("9000");
-    QCOMPARE(scene.finger.calibrate(), QString());
-    QCOMPARE(scene.reply(), requestFrame("9000"));
-    for (const char *kind : {"paint", "press", "move", "release"})
-        QVERIFY2(panel.output().count(QByteArray(kind) + " on GUI thread") >= 10, kind);
-    QVERIFY2(!panel.output().contains("another thread"), panel.output());
-
-    // Ends cleanly with a dialog up.
-    scene.request("9000");
-    QCOMPARE(scene.finger.follow(touchTargets(calibrationMargin).mid(0, 2)), QString());
-    panel.writeFile("/tmp/quit", "");
-    QCOMPARE(panel.waitForExit(5000), 0);
-    QVERIFY2(!panel.errorOutput().contains("QThread"), panel.errorOutput());
 }
 
 int main(int argc, char *argv[])
