@@ -61,46 +61,46 @@ void TstHandlers::initTestCase()
     }
 }
 
+struct Silence {
+    QByteArray name, level, request;
+    int item = 0; // that it fails all the same, from 1; 0 for none
+};
+Q_DECLARE_METATYPE(Silence)
+
 void TstHandlers::silence_data()
 {
-    QTest::addColumn<QByteArray>("level");
-    QTest::addColumn<QByteArray>("request");
-    QTest::addColumn<int>("item"); // that it fails all the same, from 1; 0 for none
-    const auto row = [](const char *level, const char *what, const QByteArray &request,
-                        int item = 0) {
-        QTest::addRow("%s %s", level, what) << QByteArray(level) << request << item;
+    QVector<Silence> rows = {
+        {"ICT set the clock", "ICT", clock("8D")},
+        {"ICT compare the clock", "ICT", clock("8E")},
+        {"T2 set the clock", "T2", clock("8D")},
+        {"ICT machine ID", "ICT", identity("0601", machineId)},
+        {"T2 machine ID", "T2", identity("0601", machineId)},
+        {"T1 semi-machine ID", "T1", identity("0602", semiId)},
+        {"T1 verify semi-machine ID", "T1", identity("0603", semiId)},
+        {"machine ID, wrong check digits", "T1", identity("0601", machineId).replace('2', '3'), 11},
+        {"machine ID to another station", "T1", station::identityRequest(7, "0601", machineId), 11},
+        {"position of a file of three lines", "T1", requestFrame("9013")},
+        {"position of the check, same file", "T1", requestFrame("9022")},
     };
-    row("ICT", "set the clock", clock("8D"));
-    row("ICT", "compare the clock", clock("8E"));
-    row("T2", "set the clock", clock("8D"));
-    row("ICT", "machine ID", identity("0601", machineId));
-    row("T2", "machine ID", identity("0601", machineId));
-    row("T1", "semi-machine ID", identity("0602", semiId));
-    row("T1", "verify semi-machine ID", identity("0603", semiId));
-    row("T1", "machine ID, wrong check digits", identity("0601", machineId).replace('2', '3'), 11);
-    row("T1", "machine ID to another station", station::identityRequest(7, "0601", machineId), 11);
     for (const char *code : {"9301", "9302", "9504", "9507", "9003", "9030", "9000", "9001"})
-        row("ICT", code, requestFrame(code));
-    row("T1", "position of a file of three lines", requestFrame("9013"));
-    row("T1", "position of the check, same file", requestFrame("9022"));
+        rows.append({code, "ICT", requestFrame(code)});
+    addRows(rows);
 }
 
 void TstHandlers::silence()
 {
-    QFETCH(QByteArray, level);
-    QFETCH(QByteArray, request);
-    QFETCH(int, item);
-    AgentPanel &panel = at(level);
-    QByteArray results = panel.results(level);
+    QFETCH(Silence, row);
+    AgentPanel &panel = at(row.level);
+    QByteArray results = panel.results(row.level);
     const QList<QByteArray> files = {semiFile, machineFile, stationFile};
     QByteArrayList before, after;
     for (const QByteArray &file : files)
         before << panel.panel.readFile(AgentPanel::ict(file));
     panel.panel.clearCalls();
-    QCOMPARE(panel.ask(request, 1, 400), QByteArray());
-    if (item)
-        results[item - 1] = 'F';
-    QCOMPARE(panel.results(level), results);
+    QCOMPARE(panel.ask(row.request, 1, 400), QByteArray());
+    if (row.item)
+        results[row.item - 1] = 'F';
+    QCOMPARE(panel.results(row.level), results);
     for (const QByteArray &file : files)
         after << panel.panel.readFile(AgentPanel::ict(file));
     QCOMPARE(after, before);
@@ -110,24 +110,34 @@ void TstHandlers::silence()
     QCOMPARE(panel.ask(requestFrame("8000")), requestFrame("8000"));
 }
 
+struct Identity {
+    const char *name;
+    QByteArray id;
+    bool granted; // stored, or a panel of a factory that grants items
+    QByteArray station = ""; // the file afterwards; empty: not written
+};
+Q_DECLARE_METATYPE(Identity)
+
 void TstHandlers::semiMachineIds_data()
 {
-    QTest::addColumn<QByteArray>("id");
-    QTest::addColumn<bool>("stored");
-    QTest::newRow("shell words") << QByteArray("';`reboot`$(id)\"|") << true;
-    QTest::newRow("placeholders") << QByteArray("%1%2%3%4%s%n\\n") << true;
-    QTest::newRow("20 characters") << QByteArray("ABCDEFGHIJKLMNOPQRST") << true;
-    QTest::newRow("eighth bits, which the line strips") << QByteArray("SEMI\xc3\xa4\xc3\xb6\xc3"
-                                                                      "0001")
-                                                        << false;
-    QTest::newRow("with a NUL") << QByteArray("SEMI\0000001111", 13) << false;
-    QTest::newRow("21 characters") << QByteArray("ABCDEFGHIJKLMNOPQRSTU") << false;
+    addRows<Identity>({
+        {"shell words", "';`reboot`$(id)\"|", true},
+        {"placeholders", "%1%2%3%4%s%n\\n", true},
+        {"20 characters", "ABCDEFGHIJKLMNOPQRST", true},
+        {"eighth bits, which the line strips",
+         "SEMI\xc3\xa4\xc3\xb6\xc3"
+         "0001",
+         false},
+        {"with a NUL", QByteArray("SEMI\0000001111", 13), false},
+        {"21 characters", "ABCDEFGHIJKLMNOPQRSTU", false},
+    });
 }
 
 void TstHandlers::semiMachineIds()
 {
-    QFETCH(QByteArray, id);
-    QFETCH(bool, stored);
+    QFETCH(Identity, row);
+    const QByteArray id = row.id;
+    const bool stored = row.granted;
     AgentPanel &panel = at("ICT");
     const QByteArray before = panel.panel.readFile(AgentPanel::ict(semiFile));
     QCOMPARE(panel.ask(identity("0602", id)), requestFrame(stored ? "0602" : "06F2"));
@@ -141,30 +151,26 @@ void TstHandlers::semiMachineIds()
 
 void TstHandlers::machineIds_data()
 {
-    QTest::addColumn<QByteArray>("id");
-    QTest::addColumn<QByteArray>("station"); // the file afterwards; empty: not written
-    QTest::addColumn<bool>("granted");
-    QTest::newRow("factory T") << machineId << QByteArray() << false;
-    QTest::newRow("another factory") << QByteArray("20254711X12345678") << QByteArray() << false;
-    QTest::newRow("28 characters")
-        << QByteArray("20254711T1234567890123456789") << QByteArray() << false;
-    QTest::newRow("factory W") << QByteArray("20254711W12345631") << QByteArray("1F") << true;
-    QTest::newRow("factory W, 00") << QByteArray("20254711W12345600") << QByteArray("64") << true;
-    QTest::newRow("factory W, 18 characters")
-        << QByteArray("202547110W12345609") << QByteArray("09") << true;
+    addRows<Identity>({
+        {"factory T", machineId, false},
+        {"another factory", "20254711X12345678", false},
+        {"28 characters", "20254711T1234567890123456789", false},
+        {"factory W", "20254711W12345631", true, "1F"},
+        {"factory W, 00", "20254711W12345600", true, "64"},
+        {"factory W, 18 characters", "202547110W12345609", true, "09"},
+    });
 }
 
 void TstHandlers::machineIds()
 {
-    QFETCH(QByteArray, id);
-    QFETCH(QByteArray, station);
-    QFETCH(bool, granted);
+    QFETCH(Identity, row);
+    const QByteArray id = row.id;
     AgentPanel &panel = at("T1");
     QCOMPARE(panel.ask(identity("0601", id)), requestFrame("0601"));
     QCOMPARE(panel.panel.readFile(AgentPanel::ict(machineFile)), id);
-    QCOMPARE(panel.panel.readFile(AgentPanel::ict(stationFile)), station);
+    QCOMPARE(panel.panel.readFile(AgentPanel::ict(stationFile)), row.station);
     QTRY_COMPARE(panel.results("T1").mid(10, 1), QByteArray("1"));
-    QCOMPARE(panel.results("T1").mid(13, 3), QByteArray(granted ? "101" : "000"));
+    QCOMPARE(panel.results("T1").mid(13, 3), QByteArray(row.granted ? "101" : "000"));
     const QByteArray frame = identity("0701", id);
     QCOMPARE(panel.ask(requestFrame("0701"), frame.size() + 1, 1000), frame);
 }
@@ -180,57 +186,41 @@ void TstHandlers::stationOfTheRequest()
     QCOMPARE(panel.ask(requestFrame("8000", "0A"), 1, 400), QByteArray());
 }
 
+struct Colour {
+    const char *name;
+    QByteArray request, reply;
+    QColor colour;
+};
+Q_DECLARE_METATYPE(Colour)
+
 void TstHandlers::colours_data()
 {
-    QTest::addColumn<QByteArray>("request");
-    QTest::addColumn<QByteArray>("reply");
-    QTest::addColumn<QVector<QColor>>("colours"); // at x 0, 264, 265, 529, 530 and 799
-    const auto row = [](const char *name, const QByteArray &request, const QByteArray &reply,
-                        const QColor &left, const QColor &middle, const QColor &right) {
-        QTest::newRow(name) << request << reply
-                            << QVector<QColor>{left, left, middle, middle, right, right};
-    };
-    const auto plain = [&](const char *name, const QByteArray &request, const QByteArray &reply,
-                           const QColor &colour) {
-        row(name, request, reply, colour, colour, colour);
-    };
-    plain("orange", ":9510FF8000", "9510", QColor(255, 128, 0));
-    plain("lower case", ":951000ff80", "9510", QColor(0, 255, 128));
-    plain("leading digits only", ":95101g-1 8", "9510", QColor(1, 0, 0));
-    plain("white", ":9510FFFFFF", "9510", Qt::white);
-    plain("green", requestFrame("9505"), "9505", QColor(0, 255, 0));
-    plain("backlight off", requestFrame("9301"), "9301", Qt::black);
-    row("bands", requestFrame("9507"), "9507", QColor(255, 0, 0), QColor(0, 255, 0),
-        QColor(0, 0, 255));
+    addRows<Colour>({
+        {"orange", ":9510FF8000", "9510", QColor(255, 128, 0)},
+        {"lower case", ":951000ff80", "9510", QColor(0, 255, 128)},
+        {"leading digits only", ":95101g-1 8", "9510", QColor(1, 0, 0)},
+        {"white", ":9510FFFFFF", "9510", Qt::white},
+        {"backlight off", requestFrame("9301"), "9301", Qt::black},
+    });
 }
 
 // Nothing but the colour, and white with full light from the next request on.
 void TstHandlers::colours()
 {
-    QFETCH(QByteArray, request);
-    QFETCH(QByteArray, reply);
-    QFETCH(QVector<QColor>, colours);
-    AgentPanel &panel = at("T1");
-    QCOMPARE(panel.ask(request), requestFrame(reply));
-    const auto shown = [](const QImage &image) {
-        QVector<QColor> colours;
-        for (int x : {0, 264, 265, 529, 530, 799})
-            colours << colourAt(image, x, 470);
-        return colours;
+    QFETCH(Colour, row);
+    VirtualPanel &panel = at("T1").panel;
+    const auto isPlain = [&](const QColor &colour) {
+        QImage wanted(800, 480, QImage::Format_RGB32);
+        wanted.fill(colour);
+        return differingPixels(panel.screen().grab(), wanted) == 0;
     };
-    QImage screen;
-    QTRY_COMPARE(shown(screen = panel.panel.screen().grab()), colours);
-    // No text of the list, in whose place a row of the pattern is as below it.
-    const QRect list(40, 60, 224, 300);
-    for (int y = list.top(); y < list.bottom(); y += 3) {
-        for (int x = list.left(); x < list.right(); x += 3)
-            QCOMPARE(colourAt(screen, x, y), colours[0]);
-    }
-    QCOMPARE(panel.panel.backlight(), reply == "9301" ? 0 : 100);
-    panel.panel.setAttribute(attribute::backlight, "0");
-    QCOMPARE(panel.ask(requestFrame("8000")), requestFrame("8000"));
-    QTRY_COMPARE(shown(panel.panel.screen().grab()), QVector<QColor>(6, Qt::white));
-    QCOMPARE(panel.panel.backlight(), 100);
+    QCOMPARE(at("T1").ask(row.request), requestFrame(row.reply));
+    QTRY_VERIFY(isPlain(row.colour));
+    QCOMPARE(panel.backlight(), row.reply == "9301" ? 0 : 100);
+    panel.setAttribute(attribute::backlight, "0");
+    QCOMPARE(at("T1").ask(requestFrame("8000")), requestFrame("8000"));
+    QTRY_COMPARE(colourAt(panel.screen().grab(), 0, 470), QColor(Qt::white));
+    QCOMPARE(panel.backlight(), 100);
 }
 
 void TstHandlers::crcLineOfAnyLength()
@@ -250,52 +240,43 @@ void TstHandlers::toneOfTheBuzzer()
     AgentPanel &panel = at("ICT");
     panel.panel.events().clear();
     QCOMPARE(panel.ask(requestFrame("9201"), 11, 6000), requestFrame("9201"));
-    const QVector<InputEvent> events = panel.panel.events().all();
-    QCOMPARE(events.size(), 3);
-    const int wanted[][3] = {{18, 3, 99}, {18, 2, 1000}, {18, 2, 0}};
-    for (int i = 0; i < 3; ++i) {
-        QCOMPARE(int(events[i].type), wanted[i][0]);
-        QCOMPARE(int(events[i].code), wanted[i][1]);
-        QCOMPARE(int(events[i].value), wanted[i][2]);
-    }
-    QVERIFY(qAbs(double(events[2].ns - events[1].ns) / 1e9 - 3) < 0.5);
+    double seconds;
+    QCOMPARE(toneEvents(panel.panel, &seconds), QByteArray("18 3 99, 18 2 1000, 18 2 0"));
+    QVERIFY(qAbs(seconds - 3) < 0.5);
 }
+
+struct Export {
+    QByteArray name, code, medium, fault;
+    QByteArray said; // to people: in the resume log, or printed
+};
+Q_DECLARE_METATYPE(Export)
 
 void TstHandlers::exports_data()
 {
-    QTest::addColumn<QByteArray>("code");
-    QTest::addColumn<QString>("medium");
-    QTest::addColumn<QString>("fault");
-    QTest::addColumn<QByteArray>("said"); // to people: in the resume log, or printed
-    const auto row = [](const QByteArray &code, const char *medium, const char *fault,
-                        const char *said) {
-        QTest::addRow("%s %s", code.constData(), fault)
-            << code << QString(medium) << QString(fault) << QByteArray(said);
-    };
-    row("CC10", "/media/sda1", "", "------ Export Log From Folder to USB ------\n");
-    row("CC11", "/media/mmcblk0p1", "", "------ Export Log From Folder to SD ------\n");
-    row("CC00", "/media/sda1", "", "------ Export Log From Partition to USB ------\n");
-    row("CC01", "/media/mmcblk0p1", "", "------ Export Log From Partition to SD ------\n");
-    row("CC10", "/media/sda1", "stick", "");
-    row("CC00", "/media/sda1", "stick",
-        "USB Disk not exitst! Export Log From Partition to USB Fail");
-    row("CC01", "/media/mmcblk0p1", "sd",
-        "SD Card not exitst! Export Log From Partition to SD Fail");
-    row("CC01", "/media/mmcblk0p1", "archive",
-        "Partition not exitst! Export Log From Partition to SD Fail");
+    const QByteArray usb = "/media/sda1", sd = "/media/mmcblk0p1";
+    addRows<Export>({
+        {"CC10", "CC10", usb, "", "------ Export Log From Folder to USB ------\n"},
+        {"CC11", "CC11", sd, "", "------ Export Log From Folder to SD ------\n"},
+        {"CC00", "CC00", usb, "", "------ Export Log From Partition to USB ------\n"},
+        {"CC01", "CC01", sd, "", "------ Export Log From Partition to SD ------\n"},
+        {"CC10 stick", "CC10", usb, "stick", ""},
+        {"CC00 stick", "CC00", usb, "stick",
+         "USB Disk not exitst! Export Log From Partition to USB Fail"},
+        {"CC01 sd", "CC01", sd, "sd", "SD Card not exitst! Export Log From Partition to SD Fail"},
+        {"CC01 archive", "CC01", sd, "archive",
+         "Partition not exitst! Export Log From Partition to SD Fail"},
+    });
 }
 
 void TstHandlers::exports()
 {
-    QFETCH(QByteArray, code);
-    QFETCH(QString, medium);
-    QFETCH(QString, fault);
-    QFETCH(QByteArray, said);
+    QFETCH(Export, row);
+    const QByteArray code = row.code, fault = row.fault, said = row.said;
     AgentPanel &at = this->at("T2");
     VirtualPanel &panel = at.panel;
     const bool folder = code[2] == '1', done = fault.isEmpty();
     const QString resume = AgentPanel::ict("HMI_Factory_Resume.txt"),
-                  copy = medium + "/HMI_TEST_LEVEL.txt", fetched = "/tmp/ict_log.tgz";
+                  copy = row.medium + "/HMI_TEST_LEVEL.txt", fetched = "/tmp/ict_log.tgz";
     // An archive, of another level than the folder's.
     QDir().mkpath(panel.hostPath("/mnt/ict_log"));
     panel.writeFile("/mnt/ict_log/HMI_TEST_LEVEL.txt", "T1 \n");
