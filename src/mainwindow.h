@@ -144,6 +144,7 @@ private:
     void showColour(const QColor &colour);
 
     // ict/
+    void makeScreen();
     bool dispatchLongRequest(bool *handled);
     void leavePattern();
     void receiveForcedChange();

@@ -15,6 +15,8 @@
 #include "system/screensize.h"
 #include "ui_mainwindow.h"
 
+#include <QImage>
+#include <QPainter>
 #include <QProcess>
 #include <QTimer>
 #include <cerrno>
@@ -39,11 +41,29 @@ static bool keepLine(const QByteArray &line, char (&info)[AppInfoSize], const ch
     return true;
 }
 
+// Draws what every level's screen shows once into nowhere: fonts are looked up and their glyphs
+// made when they are first drawn, which would hold up the first frame.
+static void loadGlyphs()
+{
+    QImage nowhere(1, 1, QImage::Format_RGB32);
+    QPainter painter(&nowhere);
+    painter.setFont(paintFont1);
+    painter.drawText(0, 0, QStringLiteral("===== Ostra HMI KLV-100 ICT Test ====="));
+    painter.setFont(paintFont2);
+    for (const QString &line : ICT_Item_UnPASS)
+        painter.drawText(0, 0, line);
+    painter.setFont(paintFont3);
+    painter.drawText(0, 0, QStringLiteral("[HMI Receive Data][Return PC Data]"));
+}
+
 static void readApplicationInfo()
 {
-    const QByteArray output =
-        runProcess(QStringLiteral("/usr/local/HMIAPP/HMIApp -platform linuxfb -v"), NoTimeLimit,
-                   QStringLiteral("/usr/local/HMIAPP"));
+    QProcess application;
+    application.setWorkingDirectory(QStringLiteral("/usr/local/HMIAPP"));
+    startProcess(application, QStringLiteral("/usr/local/HMIAPP/HMIApp -platform linuxfb -v"));
+    loadGlyphs(); // while the application, a large program, starts up
+    application.waitForFinished(NoTimeLimit);
+    const QByteArray output = application.readAllStandardOutput();
     memset(HMIAppModel, 0, sizeof HMIAppModel);
     memset(HMIAppVersion, 0, sizeof HMIAppVersion);
     bool isModelGet = false;
@@ -176,9 +196,8 @@ static void openLink()
     Com2OpenRS4xx_W_fd2 = Com1OpenRS4xx_W_fd2;
 }
 
-void MainWindow::ICTMainWindow(QWidget *)
+void MainWindow::makeScreen()
 {
-    runProcess(QStringLiteral("/usr/local/ict/mount_system.sh"));
     makeColours();
     makeBands();
     makePaintFonts();
@@ -188,6 +207,12 @@ void MainWindow::ICTMainWindow(QWidget *)
     resize(Screen_X, Screen_Y);
     m_clrOrig = palette().color(QPalette::Window);
     setBackground(m_aclrBG[BgWhite]);
+}
+
+void MainWindow::ICTMainWindow(QWidget *)
+{
+    runProcess(QStringLiteral("/usr/local/ict/mount_system.sh"));
+    makeScreen();
     runProcess(QString::fromLatin1(fixtureNetwork));
     readApplicationInfo();
     Test_Ret_Char[0] = 'F';
