@@ -187,14 +187,6 @@ private slots:
         }
     }
 
-    void touchedPositions()
-    {
-        const QPoint touches[TouchTargets] = {{51, 49}, {750, 50}, {-3, 430}, {0, 0}, {400, 240}};
-        QCOMPARE(touchedLine(touches, 0), QByteArray("(51,49)\n"));
-        QCOMPARE(touchedLine(touches, 2), QByteArray("(-3,430)\n"));
-        QCOMPARE(touchedLine(touches, -1) + touchedLine(touches, 5), QByteArray());
-    }
-
     void tslibAgrees()
     {
         std::mt19937 random(20);
