@@ -9,11 +9,9 @@ class TstBoot : public QObject {
 private slots:
     void arguments_data();
     void arguments();
-    void order_data();
     void order();
     void application_data();
     void application();
-    void grants_data();
     void grants();
     void endChecks_data();
     void endChecks();
@@ -39,185 +37,161 @@ QString flagPath(const QByteArray &level)
 
 } // namespace
 
+struct Arguments {
+    const char *name;
+    QStringList arguments;
+    bool boots;
+    QByteArray printed = ""; // on the debug channel
+};
+Q_DECLARE_METATYPE(Arguments)
+
 void TstBoot::arguments_data()
 {
-    QTest::addColumn<QStringList>("arguments");
-    QTest::addColumn<bool>("boots");
-    QTest::addColumn<QByteArray>("printed"); // on the debug channel
-    const auto row = [](const char *name, const QStringList &arguments, bool boots,
-                        const QByteArray &printed) {
-        QTest::newRow(name) << arguments << boots << printed;
-    };
-    row("version", {"GetICTVersion"}, false, "120\n");
-    row("version, with one of the toolkit's own", {"-style", "windows", "GetICTVersion"}, false,
-        "120\n");
-    row("version in lower case", {"getictversion"}, false, "");
-    row("calibration in lower case", {"hmiappcalibation"}, false, "");
-    row("calibration spelled right", {"HMIAppCalibration"}, false, "");
-    row("no text", {""}, false, "");
-    row("two", {"GetICTVersion", "GetICTVersion"}, true, "");
-    row("only the toolkit's own", {"-style", "windows"}, true, "");
+    addRows<Arguments>({
+        {"version", {"GetICTVersion"}, false, "120\n"},
+        {"version, with a toolkit's own", {"-style", "windows", "GetICTVersion"}, false, "120\n"},
+        {"version in lower case", {"getictversion"}, false},
+        {"calibration in lower case", {"hmiappcalibation"}, false},
+        {"calibration spelled right", {"HMIAppCalibration"}, false},
+        {"no text", {""}, false},
+        {"two", {"GetICTVersion", "GetICTVersion"}, true},
+        {"only the toolkit's own", {"-style", "windows"}, true},
+    });
 }
 
 void TstBoot::arguments()
 {
-    QFETCH(QStringList, arguments);
-    QFETCH(bool, boots);
-    QFETCH(QByteArray, printed);
+    QFETCH(Arguments, row);
     VirtualPanel panel;
-    panel.powerOn(arguments);
-    if (boots) {
+    panel.powerOn(row.arguments);
+    if (row.boots) {
         QTRY_VERIFY_WITH_TIMEOUT(panel.port(Port::ttyO1)->isOpenOnPanel(), 20000);
         QVERIFY(panel.isOn());
     } else {
         QCOMPARE(panel.waitForExit(20000), 0);
-        QCOMPARE(panel.errorOutput(), printed);
+        QCOMPARE(panel.errorOutput(), row.printed);
         QVERIFY(panel.calls().isEmpty());
     }
 }
 
-void TstBoot::order_data()
-{
-    QTest::addColumn<QByteArray>("level");
-    QTest::addColumn<QStringList>("clock");
-    QTest::newRow("ICT") << QByteArray("ICT") << QStringList{"date 010100002015", "hwclock -w -u"};
-    QTest::newRow("T2") << QByteArray("T2") << QStringList{};
-}
-
 void TstBoot::order()
 {
-    QFETCH(QByteArray, level);
-    QFETCH(QStringList, clock);
-    AgentPanel at;
-    QVERIFY(at.boot(level));
-    QStringList calls;
-    bool checksRootfs = false;
-    const auto look = [&] {
-        calls.clear();
-        for (const ToolCall &call : at.panel.calls()) {
-            checksRootfs |= call.tool == "check_bk_rootfs.sh"; // beside the rest, at any place
-            if (call.tool != "check_bk_rootfs.sh")
-                calls += call.line();
-        }
-        return calls.contains("create_ramdisk.sh");
-    };
-    QTRY_VERIFY(look());
-    QCOMPARE(
-        calls,
-        QStringList({"mount_system.sh", "ifconfig eth0 192.168.123.111 netmask 255.255.255.0 up",
-                     "HMIApp -platform linuxfb -v"})
-            + clock + QStringList({"date", "date +%Y-%m-%d %H:%M:%S", "create_ramdisk.sh"}));
-    QCOMPARE(checksRootfs, level == "ICT");
+    for (const QByteArray level : {"ICT", "T2"}) {
+        AgentPanel at;
+        QVERIFY(at.boot(level));
+        QStringList calls;
+        bool checksRootfs = false;
+        const auto look = [&] {
+            calls.clear();
+            for (const ToolCall &call : at.panel.calls()) {
+                checksRootfs |= call.tool == "check_bk_rootfs.sh"; // beside the rest, at any place
+                if (call.tool != "check_bk_rootfs.sh")
+                    calls += call.line();
+            }
+            return calls.contains("create_ramdisk.sh");
+        };
+        QTRY_VERIFY(look());
+        QStringList wanted{"mount_system.sh",
+                           "ifconfig eth0 192.168.123.111 netmask 255.255.255.0 up",
+                           "HMIApp -platform linuxfb -v"};
+        if (level == "ICT")
+            wanted += {"date 010100002015", "hwclock -w -u"};
+        wanted += {"date", "date +%Y-%m-%d %H:%M:%S", "create_ramdisk.sh"};
+        QCOMPARE(calls, wanted);
+        QCOMPARE(checksRootfs, level == "ICT");
+    }
 }
+
+struct Application {
+    const char *name;
+    QByteArray identity, printed;
+    QByteArray model; // answer to "AB00"
+};
+Q_DECLARE_METATYPE(Application)
 
 void TstBoot::application_data()
 {
-    QTest::addColumn<QByteArray>("identity");
-    QTest::addColumn<QByteArray>("printed");
-    QTest::addColumn<QByteArray>("model"); // answer to "AB00"
-    const QByteArray version = "Version=A.0123\n", both = "Get Model or Version Info failed, ",
-                     fits = "Model=KLV-" + QByteArray(48, 'M') + '\n';
-    const QByteArray tooLong = "Model=KLV-" + QByteArray(49, 'M') + '\n';
-    QTest::newRow("59 bytes") << "noise\n" + fits + version << QByteArray() << fits.mid(6);
-    QTest::newRow("60 bytes") << tooLong + version
-                              << "Get Model info failed, ba = " + tooLong + ", length = 60\n" + both
-            + "isModelGet = 0, isVersionGet = 1\n"
-                              << QByteArray();
-    QTest::newRow("60 bytes of version")
-        << "Model=KLV-100\nVersion=" + QByteArray(51, 'V') + '\n'
-        << "Get Version info failed, ba = Version=" + QByteArray(51, 'V') + "\n, length = 60\n"
-            + both + "isModelGet = 1, isVersionGet = 0\n"
-        << QByteArray("KLV-100\n");
-    QTest::newRow("no line end") << version + "Model=KLV-100"
-                                 << both + "isModelGet = 0, isVersionGet = 1\n"
-                                 << QByteArray();
-    QTest::newRow("another family")
-        << "Model=XLV-100\n" + version << both + "isModelGet = 0, isVersionGet = 1\n"
-        << QByteArray();
-    QTest::newRow("none") << QByteArray() << both + "isModelGet = 0, isVersionGet = 0\n"
-                          << QByteArray();
+    const QByteArray version = "Version=A.0123\n", fits = "KLV-" + QByteArray(48, 'M') + '\n',
+                     tooLong = "Model=KLV-" + QByteArray(49, 'M') + '\n',
+                     longVersion = "Version=" + QByteArray(51, 'V') + '\n',
+                     noModel = "Get Model or Version Info failed, isModelGet = 0, isVersionGet = ";
+    addRows<Application>({
+        {"59 bytes", "noise\nModel=" + fits + version, "", fits},
+        {"60 bytes", tooLong + version,
+         "Get Model info failed, ba = " + tooLong + ", length = 60\n" + noModel + "1\n", ""},
+        {"60 bytes of version", "Model=KLV-100\n" + longVersion,
+         "Get Version info failed, ba = " + longVersion
+             + ", length = 60\nGet Model or Version Info "
+               "failed, isModelGet = 1, isVersionGet = 0\n",
+         "KLV-100\n"},
+        {"no line end", version + "Model=KLV-100", noModel + "1\n", ""},
+        {"another family", "Model=XLV-100\n" + version, noModel + "1\n", ""},
+        {"none", "", noModel + "0\n", ""},
+    });
 }
 
 void TstBoot::application()
 {
-    QFETCH(QByteArray, identity);
-    QFETCH(QByteArray, printed);
-    QFETCH(QByteArray, model);
+    QFETCH(Application, row);
     AgentPanel at;
-    if (identity.isEmpty())
+    if (row.identity.isEmpty())
         at.panel.toolMissing("HMIApp");
     else
-        at.panel.toolPrints("HMIApp", identity);
+        at.panel.toolPrints("HMIApp", row.identity);
     QVERIFY(at.boot("ICT"));
-    QCOMPARE(at.panel.output(), printed);
-    QCOMPARE(at.ask(requestFrame("AB00"), model.size() + 1, 400), model);
+    QCOMPARE(at.panel.output(), row.printed);
+    QCOMPARE(at.ask(requestFrame("AB00"), row.model.size() + 1, 400), row.model);
     QTRY_COMPARE(at.results("ICT").left(1), QByteArray("1"));
 }
 
-void TstBoot::grants_data()
-{
-    QTest::addColumn<QByteArray>("level");
-    QTest::addColumn<QByteArray>("id");
-    QTest::addColumn<QByteArray>("results");
-    const auto row = [](const char *name, const char *level, const char *id, const char *results) {
-        QTest::newRow(name) << QByteArray(level) << QByteArray(id) << QByteArray(results);
-    };
-    row("T1, factory W", "T1", "12345678W0", "0000000000000101000");
-    row("T1, factory W, 18 characters", "T1", "123456789W12345678", "0000000000000101000");
-    row("T1, W in the wrong place", "T1", "123456789W1234567", "0000000000000000000");
-    row("T1, factory T", "T1", "12345678T0", "0000000000000000000");
-    row("BI, factory W", "BI", "12345678W0", "000000");
-    row("BI, factory T", "BI", "12345678T0", "000010");
-    row("BI, too short an ID", "BI", "12345678W", "000010");
-    row("BI, empty ID", "BI", "", "000000");
-}
-
+// Which factory an ID tells of is a matter of its own.
 void TstBoot::grants()
 {
-    QFETCH(QByteArray, level);
-    QFETCH(QByteArray, id);
-    QFETCH(QByteArray, results);
-    AgentPanel at;
-    at.panel.writeFile(at.ict("HMI_MACHINE_ID.txt"), id);
-    QVERIFY(at.boot(level));
-    QCOMPARE(at.results(level), results);
+    const char *const rows[][3] = {{"T1", "12345678W0", "0000000000000101000"},
+                                   {"T1", "12345678T0", "0000000000000000000"},
+                                   {"BI", "12345678W0", "000000"},
+                                   {"BI", "12345678T0", "000010"},
+                                   {"BI", "12345678W", "000010"}, // too short
+                                   {"BI", "", "000000"}};
+    for (const auto &[level, id, results] : rows) {
+        AgentPanel at;
+        at.panel.writeFile(at.ict("HMI_MACHINE_ID.txt"), id);
+        QVERIFY(at.boot(level));
+        QCOMPARE(level + at.results(level) + id, QByteArray(level) + results + id);
+    }
 }
+
+struct EndCheck {
+    QByteArray level, request, reply;
+    QByteArray next; // level file afterwards; empty: not looked at
+    QByteArray condition = "", name = request + ' ' + reply + ' ' + condition;
+};
+Q_DECLARE_METATYPE(EndCheck)
 
 void TstBoot::endChecks_data()
 {
-    QTest::addColumn<QByteArray>("level");
-    QTest::addColumn<QByteArray>("request");
-    QTest::addColumn<QByteArray>("reply");
-    QTest::addColumn<QByteArray>("next"); // level file afterwards
-    QTest::addColumn<QByteArray>("condition");
-    const auto row = [](const char *level, const char *request, const char *reply, const char *next,
-                        const char *condition = "") {
-        QTest::addRow("%s %s %s", request, reply, condition)
-            << QByteArray(level) << QByteArray(request) << QByteArray(reply) << QByteArray(next)
-            << QByteArray(condition);
-    };
-    row("ICT", "0400", "0400", "T1 \n");
-    row("T1", "0100", "0100", "BI \n");
-    row("BI", "0200", "0200", "T2 \n");
-    row("T2", "0300", "0300", "HMI\n");
-    row("T2", "0300", "0300", "HMI\n", "without SRAM");
-    row("T1", "0101", "0101", "HMI\n", "clock compared");
-    row("T1", "0101", "01FF", "T1 \n");
-    row("T1", "0101", "01F0", "T1 \n", "an item failed");
-    row("BI", "0200", "02F0", "BI \n", "an item failed");
-    row("ICT", "0400", "04F0", "", "no level file possible");
-    row("T2", "0300", "03F0", "", "no level file possible");
+    addRows<EndCheck>({
+        {"ICT", "0400", "0400", "T1 \n"},
+        {"T1", "0100", "0100", "BI \n"},
+        {"BI", "0200", "0200", "T2 \n"},
+        {"T2", "0300", "0300", "HMI\n"},
+        {"T2", "0300", "0300", "HMI\n", "without SRAM"},
+        {"T1", "0101", "0101", "HMI\n", "clock compared"},
+        {"T1", "0101", "01FF", "T1 \n"},
+        {"T1", "0101", "01F0", "T1 \n", "an item failed"},
+        {"BI", "0200", "02F0", "BI \n", "an item failed"},
+        {"ICT", "0400", "04F0", "", "no level file possible"},
+        {"T2", "0300", "03F0", "", "no level file possible"},
+    });
 }
 
 void TstBoot::endChecks()
 {
-    QFETCH(QByteArray, level);
-    QFETCH(QByteArray, request);
-    QFETCH(QByteArray, reply);
-    QFETCH(QByteArray, next);
-    QFETCH(QByteArray, condition);
+    QFETCH(EndCheck, row);
+    const QByteArray level = row.level, next = row.next, condition = row.condition;
     const int items = QMap<QByteArray, int>{{"ICT", 16}, {"T1", 19}, {"BI", 6}, {"T2", 17}}[level];
-    const bool passed = reply == request, refused = reply == "01FF", done = next == "HMI\n";
+    const bool passed = row.reply == row.request, refused = row.reply == "01FF",
+               done = next == "HMI\n";
     const QByteArray nextLevel = next.left(3).trimmed();
     AgentPanel at;
     VirtualPanel &panel = at.panel;
@@ -243,7 +217,7 @@ void TstBoot::endChecks()
     if (condition == "no level file possible")
         QCOMPARE(at.fixture.setFault("unwritable:HMI_TEST_LEVEL.txt"), QString());
 
-    QCOMPARE(at.ask(requestFrame(request)), requestFrame(reply));
+    QCOMPARE(at.ask(requestFrame(row.request)), requestFrame(row.reply));
     const QString log = at.ict("FactoryTestLog.txt");
     QTRY_COMPARE(panel.readFile(log).size(), 100 * (refused ? records - 1 : records));
     results[items - 1] = passed ? '1' : 'F';
