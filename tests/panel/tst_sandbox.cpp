@@ -2,9 +2,7 @@
 
 #include <QTcpSocket>
 
-#include <sys/wait.h>
 #include <time.h>
-#include <unistd.h>
 
 // The bench itself: whether what happens inside a panel stays there, and whether its virtual
 // hardware behaves as the real one would.
@@ -12,7 +10,6 @@ class TstSandbox : public QObject {
     Q_OBJECT
 
 private slots:
-    void clockStaysInside_data();
     void clockStaysInside();
     void rtcSurvivesPowerCycle();
     void wireRunsAtLineSpeed();
@@ -37,45 +34,40 @@ double machineOffset()
 
 } // namespace
 
-struct Attempt {
-    const char *name;
-    QString command;
-    bool works;
-};
-Q_DECLARE_METATYPE(Attempt)
-
-void TstSandbox::clockStaysInside_data()
+void TstSandbox::clockStaysInside()
 {
-    addRows<Attempt>({
+    const struct {
+        const char *name;
+        QString command;
+        bool works;
+    } rows[] = {
         {"date through the panel's image", "date 010100002015", true},
         {"date with seconds", "date 0101000015.00", true},
         {"date's own system call", "/usr/bin/date -s '2015-01-01 00:00'", false},
         {"the bare system call", "LD_PRELOAD= /usr/bin/date -s '2015-01-01 00:00'", false},
         {"hwclock", "hwclock -w -u", false},
-    });
-}
+    };
+    for (const auto &row : rows) {
+        qInfo("%s", row.name);
+        VirtualPanel panel(running("/bin/sh"));
 
-void TstSandbox::clockStaysInside()
-{
-    QFETCH(Attempt, row);
-    VirtualPanel panel(running("/bin/sh"));
+        // First that it cannot do harm, and only then the attempt.
+        QByteArray space = QFile::symLinkTarget("/proc/self/ns/user").section('/', -1).toLatin1();
+        const QByteArray guard = runInside(
+            panel,
+            "readlink /proc/self/ns/user; grep CapEff /proc/self/status; tail -n +3 /proc/net/dev");
+        QVERIFY2(!guard.contains(space) && guard.contains("user:["), guard);
+        QVERIFY2(guard.contains("CapEff:\t0000000000000000"), guard);
+        const QByteArray devices = guard.mid(guard.lastIndexOf("CapEff") + 24);
+        QVERIFY2(devices.count(':') == 1 && devices.contains("lo:"), guard); // its own loopback
 
-    // First that it cannot do harm, and only then the attempt.
-    QByteArray space = QFile::symLinkTarget("/proc/self/ns/user").section('/', -1).toLatin1();
-    const QByteArray guard = runInside(
-        panel,
-        "readlink /proc/self/ns/user; grep CapEff /proc/self/status; tail -n +3 /proc/net/dev");
-    QVERIFY2(!guard.contains(space) && guard.contains("user:["), guard);
-    QVERIFY2(guard.contains("CapEff:\t0000000000000000"), guard);
-    const QByteArray devices = guard.mid(guard.lastIndexOf("CapEff") + 24);
-    QVERIFY2(devices.count(':') == 1 && devices.contains("lo:"), guard); // its own loopback
-
-    const double before = machineOffset();
-    const QByteArray printed =
-        runInside(panel, row.command + " >/dev/null 2>&1; sh -c 'date +%Y-%m-%d'");
-    QVERIFY(qAbs(machineOffset() - before) < 0.5);
-    const QByteArray today = QDate::currentDate().toString(Qt::ISODate).toLatin1();
-    QCOMPARE(printed.trimmed(), row.works ? QByteArray("2015-01-01") : today);
+        const double before = machineOffset();
+        const QByteArray printed =
+            runInside(panel, row.command + " >/dev/null 2>&1; sh -c 'date +%Y-%m-%d'");
+        QVERIFY(qAbs(machineOffset() - before) < 0.5);
+        const QByteArray today = QDate::currentDate().toString(Qt::ISODate).toLatin1();
+        QCOMPARE(printed.trimmed(), row.works ? QByteArray("2015-01-01") : today);
+    }
 }
 
 void TstSandbox::rtcSurvivesPowerCycle()
@@ -93,16 +85,6 @@ void TstSandbox::rtcSurvivesPowerCycle()
     QVERIFY2(QRegExp("Sat Nov 21 10:11:[1-5]\\d 2026  .*").exactMatch(lines[1]), next);
     QVERIFY2(qAbs(lines[2].toLongLong() - 1795227072) < 30, next);
     QVERIFY2(qAbs(lines[2].toLongLong() - lines[3].toLongLong()) <= 1, next);
-
-    panel.clock().setRtcFault(100); // an RTC that is ahead of what it was set to
-    const QByteArray faulty =
-        runInside(panel,
-                  "hwclock -w -u; date +%s; cat /sys/class/rtc/rtc0/since_epoch; sleep 2; date "
-                  "+%s; cat /sys/class/rtc/rtc0/since_epoch");
-    const QList<QByteArray> times = faulty.split('\n');
-    QVERIFY2(qAbs(times[1].toLongLong() - times[0].toLongLong() - 100) <= 1, faulty);
-    QVERIFY2(qAbs(times[3].toLongLong() - times[2].toLongLong() - 100) <= 1, faulty);
-    QVERIFY2(times[2].toLongLong() - times[0].toLongLong() >= 2, faulty);
 }
 
 void TstSandbox::wireRunsAtLineSpeed()
@@ -225,29 +207,17 @@ void TstSandbox::agentOutlivesNothing()
     QVERIFY(!alive(agent) && !panel.isOn());
 
     // A bench that is killed itself takes its panel along.
-    const QTemporaryDir leftovers; // it cannot clear up after itself
-    int report[2];
-    QVERIFY(pipe(report) == 0);
-    const pid_t bench = fork();
-    if (bench == 0) {
-        const QByteArray command = QT_TESTCASE_BUILDDIR "/bench";
-        dup2(report[1], 1);
-        qputenv("TMPDIR", leftovers.path().toLocal8Bit());
-        execl(command, "bench", "panel", nullptr);
-        _exit(127);
-    }
-    char byte;
-    QVERIFY(read(report[0], &byte, 1) == 1); // it says so when the panel is on
-    const QString children = QString("/proc/%1/task/%1/children").arg(bench);
-    QFile list(children);
+    const QTemporaryDir folder;
+    QProcess bench;
+    bench.start(QT_TESTCASE_BUILDDIR "/bench", {"panel", "--folder", folder.path()});
+    QVERIFY(bench.waitForReadyRead(20000)); // it says so when the panel is on
+    QFile list(QString("/proc/%1/task/%1/children").arg(bench.processId()));
     QVERIFY(list.open(QIODevice::ReadOnly));
     const qint64 sandbox = list.readAll().simplified().split(' ').first().toLongLong();
     QVERIFY(sandbox && alive(sandbox));
-    kill(bench, SIGKILL);
-    waitpid(bench, nullptr, 0);
+    bench.kill();
+    QVERIFY(bench.waitForFinished());
     QTRY_VERIFY(!alive(sandbox));
-    close(report[0]);
-    close(report[1]);
 }
 
 void TstSandbox::remediesAreNamed()
