@@ -185,7 +185,7 @@ void TstFaultMatrix::initTestCase()
     clock.start();
     const auto go = [&](const QVector<int> &indices) {
         for (int index : indices) {
-            const Series &series = allSeries()[index];
+            const Series &series = allSeries[index];
             Lane lane(series);
             const bool on = lane.boot();
             for (const Row &row : series.rows) {
@@ -212,7 +212,7 @@ void TstFaultMatrix::initTestCase()
 void TstFaultMatrix::fault_data()
 {
     QTest::addColumn<QString>("row");
-    for (const Series &series : allSeries()) {
+    for (const Series &series : allSeries) {
         for (const Row &row : series.rows) {
             const QString name = row.name(series.name);
             QTest::newRow(qPrintable(name)) << name;
