@@ -11,49 +11,45 @@
 class TestProduce : public QObject {
     Q_OBJECT
 private slots:
-    void verdict_data();
     void verdict();
     void interrupted();
 };
 
-void TestProduce::verdict_data()
-{
-    QTest::addColumn<QStringList>("arguments");
-    QTest::addColumn<QStringList>("failing"); // steps that fail, in order
-    QTest::addColumn<int>("levels"); // that the panel gets to
-    QTest::newRow("all right") << QStringList{} << QStringList{} << 4;
-    QTest::newRow("another flash image") << QStringList{"--fault", "nand-crc"}
-                                         << QStringList{"image CRC", "image CRC", "image CRC"} << 4;
-    QTest::newRow("another model") << QStringList{"--fault", "model:KLV-999"}
-                                   << QStringList{"panel model", "forced change to T1"} << 1;
-}
-
 void TestProduce::verdict()
 {
-    QFETCH(QStringList, arguments);
-    QFETCH(QStringList, failing);
-    QFETCH(int, levels);
-    QTemporaryDir folder;
-    QProcess bench;
-    bench.start(QT_TESTCASE_BUILDDIR "/bench",
-                QStringList{"produce", "--tour", "--report", folder.filePath("out")} + arguments);
-    QVERIFY(bench.waitForFinished(120000));
-    const QByteArray said = bench.readAll();
-    QVERIFY2(bench.exitCode() == (failing.isEmpty() ? 0 : 1), said);
-    QFile file(folder.filePath("out/report.json"));
-    QVERIFY(file.open(QIODevice::ReadOnly));
-    const QJsonObject report = QJsonDocument::fromJson(file.readAll()).object();
-    QCOMPARE(report["passed"].toBool(), failing.isEmpty());
-    QStringList failed;
-    for (const QJsonValue &level : report["levels"].toArray())
-        for (const QJsonValue &step : level["steps"].toArray())
-            if (!step["passed"].toBool())
-                failed << step["name"].toString();
-    QCOMPARE(failed, failing);
-    QCOMPARE(report["levels"].toArray().size(), levels);
-    for (const QString &level : QStringList{"ict", "t1", "bi", "t2"}.mid(0, levels)) {
-        const QString name = QString("out/third-panel,-%1-%1.png").arg(level);
-        QCOMPARE(QImage(folder.filePath(name)).size(), QSize(800, 480));
+    const struct {
+        QStringList arguments;
+        QStringList failing; // steps that fail, in order
+        int levels; // that the panel gets to
+    } rows[] = {
+        {{}, {}, 4},
+        {{"--fault", "nand-crc"}, {"image CRC", "image CRC", "image CRC"}, 4},
+        {{"--fault", "model:KLV-999"}, {"panel model", "forced change to T1"}, 1},
+    };
+    for (const auto &[arguments, failing, levels] : rows) {
+        QTemporaryDir folder;
+        QProcess bench;
+        bench.start(QT_TESTCASE_BUILDDIR "/bench",
+                    QStringList{"produce", "--tour", "--report", folder.filePath("out")}
+                        + arguments);
+        QVERIFY(bench.waitForFinished(120000));
+        const QByteArray said = bench.readAll();
+        QVERIFY2(bench.exitCode() == (failing.isEmpty() ? 0 : 1), said);
+        QFile file(folder.filePath("out/report.json"));
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        const QJsonObject report = QJsonDocument::fromJson(file.readAll()).object();
+        QCOMPARE(report["passed"].toBool(), failing.isEmpty());
+        QStringList failed;
+        for (const QJsonValue &level : report["levels"].toArray())
+            for (const QJsonValue &step : level["steps"].toArray())
+                if (!step["passed"].toBool())
+                    failed << step["name"].toString();
+        QCOMPARE(failed, failing);
+        QCOMPARE(report["levels"].toArray().size(), levels);
+        for (const QString &level : QStringList{"ict", "t1", "bi", "t2"}.mid(0, levels)) {
+            const QString name = QString("out/third-panel,-%1-%1.png").arg(level);
+            QCOMPARE(QImage(folder.filePath(name)).size(), QSize(800, 480));
+        }
     }
 }
 
