@@ -7,7 +7,6 @@ class TstPfvpSlave : public QObject {
 
 private slots:
     void initTestCase();
-    void answers_data();
     void answers();
     void recoversFromNoise();
     void gotoT1();
@@ -20,9 +19,11 @@ private:
     std::unique_ptr<VirtualPanel> readOnly_;
 };
 
-static bool showsNotice(const QImage &screen, const QPoint &at, const char *text)
+static bool notices(VirtualPanel &panel, const QPoint &at, const char *text, int ms = 5000)
 {
-    return PfvpOperator::shows(screen, at, text, 18, QColor(128, 0, 0));
+    const QColor darkRed(128, 0, 0);
+    return waitFor(
+        [&] { return PfvpOperator::shows(panel.screen().grab(), at, text, 18, darkRed); }, ms);
 }
 
 // All three boot at once.
@@ -47,13 +48,7 @@ void TstPfvpSlave::initTestCase()
     QCOMPARE(pc.read(19, 500), QByteArray());
     QVERIFY(person.press("StartSlaveMode"));
     QCOMPARE(pc.read(19, 5000), QByteArray("PFVPV01 COM1RS232OK"));
-    bool noticed = false;
-    slave_.screen().waitFor(
-        [](const QImage &image) {
-            return showsNotice(image, {320, 240}, "SlaveMode Start.....");
-        },
-        5000, &noticed);
-    QVERIFY(noticed);
+    QVERIFY(notices(slave_, {320, 240}, "SlaveMode Start....."));
     QCOMPARE(person.buttons({"StartSlaveMode", "GotoT1"}), QStringList());
 }
 
@@ -65,31 +60,25 @@ QByteArray TstPfvpSlave::exchange(VirtualPanel &panel, Port port, const QByteArr
     return pc.read(30, ms);
 }
 
-void TstPfvpSlave::answers_data()
-{
-    QTest::addColumn<int>("port");
-    QTest::addColumn<QByteArray>("request");
-    QTest::addColumn<QByteArray>("answer");
-    const auto row = [](const char *name, Port port, const char *request, const char *answer) {
-        QTest::newRow(name) << int(port) << QByteArray(request) << QByteArray(answer);
-    };
-    row("COM1 RS-232", Port::ttyO1, "PFVPV01 COM1RS232\r\n", "PFVPV01 COM1RS232OK");
-    row("COM1 RS-485", Port::ttyO3, "PFVPV01 COM1RS485\r\n", "PFVPV01 COM1RS485OK");
-    row("COM2 RS-485", Port::ttyO4, "PFVPV01 COM2RS485\r\n", "PFVPV01 COM2RS485OK");
-    row("peer's USB host", Port::ttyGS0, "PFVPV01 USBHOST S\r\n", "PFVPV01 USBHOST R\r\n");
-    row("peer's USB device", Port::ttyUSB0, "PFVPV01 USBDEVI S\r\n", "PFVPV01 USBDEVI R\r\n");
-    row("another port's request", Port::ttyO3, "PFVPV01 COM2RS485\r\n", "");
-    row("the answer itself", Port::ttyO1, "PFVPV01 COM1RS232OK", "");
-    row("a port that is not there", Port::ttyO4, "PFVPV01 COM3RS485\r\n", "");
-    row("cut short", Port::ttyO1, "PFVPV01 COM1RS232\r", "");
-}
-
 void TstPfvpSlave::answers()
 {
-    QFETCH(int, port);
-    QFETCH(QByteArray, request);
-    QFETCH(QByteArray, answer);
-    QCOMPARE(exchange(slave_, Port(port), request, 1800), answer);
+    const struct {
+        const char *name;
+        Port port;
+        QByteArray request, answer;
+    } rows[] = {
+        {"COM1 RS-232", Port::ttyO1, "PFVPV01 COM1RS232\r\n", "PFVPV01 COM1RS232OK"},
+        {"COM1 RS-485", Port::ttyO3, "PFVPV01 COM1RS485\r\n", "PFVPV01 COM1RS485OK"},
+        {"COM2 RS-485", Port::ttyO4, "PFVPV01 COM2RS485\r\n", "PFVPV01 COM2RS485OK"},
+        {"peer's USB host", Port::ttyGS0, "PFVPV01 USBHOST S\r\n", "PFVPV01 USBHOST R\r\n"},
+        {"peer's USB device", Port::ttyUSB0, "PFVPV01 USBDEVI S\r\n", "PFVPV01 USBDEVI R\r\n"},
+        {"another port's request", Port::ttyO3, "PFVPV01 COM2RS485\r\n", ""},
+        {"the answer itself", Port::ttyO1, "PFVPV01 COM1RS232OK", ""},
+        {"a port that is not there", Port::ttyO4, "PFVPV01 COM3RS485\r\n", ""},
+        {"cut short", Port::ttyO1, "PFVPV01 COM1RS232\r", ""},
+    };
+    for (const auto &row : rows)
+        QVERIFY2(exchange(slave_, row.port, row.request, 1800) == row.answer, row.name);
 }
 
 // A burst is eaten up a request's length a tick; what is left over in the end is dropped.
@@ -108,12 +97,7 @@ void TstPfvpSlave::gotoT1()
 {
     PfvpOperator person(other_);
     QVERIFY(person.press("GotoT1"));
-    bool noticed = false;
-    const auto notice = [](const QImage &screen) {
-        return showsNotice(screen, {250, 240}, "GotoT1 To ReTesting (Please Re-Boot)");
-    };
-    other_.screen().waitFor(notice, 5000, &noticed);
-    QVERIFY(noticed);
+    QVERIFY(notices(other_, {250, 240}, "GotoT1 To ReTesting (Please Re-Boot)"));
     QCOMPARE(person.buttons({"StartSlaveMode", "GotoT1"}), QStringList());
     const QString level = "/usr/local/ict/HMI_TEST_LEVEL.txt";
     QCOMPARE(other_.readFile(level), QByteArray("T1 \n"));
@@ -138,8 +122,7 @@ void TstPfvpSlave::gotoT1WithoutDisk()
     PfvpOperator person(*readOnly_);
     QVERIFY(person.press("GotoT1"));
     QTRY_COMPARE(person.buttons({"StartSlaveMode", "GotoT1"}), QStringList());
-    QVERIFY(!showsNotice(readOnly_->screen().grab(), {250, 240},
-                         "GotoT1 To ReTesting (Please Re-Boot)"));
+    QVERIFY(!notices(*readOnly_, {250, 240}, "GotoT1 To ReTesting (Please Re-Boot)", 0));
     QVERIFY(!readOnly_->readFile("/usr/local/ict/HMI_T2_TEST_Flag.txt").isEmpty());
 }
 
