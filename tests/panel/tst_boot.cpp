@@ -7,13 +7,10 @@ class TstBoot : public QObject {
     Q_OBJECT
 
 private slots:
-    void arguments_data();
     void arguments();
     void order();
-    void application_data();
     void application();
     void grants();
-    void endChecks_data();
     void endChecks();
 };
 
@@ -37,17 +34,14 @@ QString flagPath(const QByteArray &level)
 
 } // namespace
 
-struct Arguments {
-    const char *name;
-    QStringList arguments;
-    bool boots;
-    QByteArray printed = ""; // on the debug channel
-};
-Q_DECLARE_METATYPE(Arguments)
-
-void TstBoot::arguments_data()
+void TstBoot::arguments()
 {
-    addRows<Arguments>({
+    const struct {
+        const char *name;
+        QStringList arguments;
+        bool boots;
+        QByteArray printed = ""; // on the debug channel
+    } rows[] = {
         {"version", {"GetICTVersion"}, false, "120\n"},
         {"version, with a toolkit's own", {"-style", "windows", "GetICTVersion"}, false, "120\n"},
         {"version in lower case", {"getictversion"}, false},
@@ -56,21 +50,19 @@ void TstBoot::arguments_data()
         {"no text", {""}, false},
         {"two", {"GetICTVersion", "GetICTVersion"}, true},
         {"only the toolkit's own", {"-style", "windows"}, true},
-    });
-}
-
-void TstBoot::arguments()
-{
-    QFETCH(Arguments, row);
-    VirtualPanel panel;
-    panel.powerOn(row.arguments);
-    if (row.boots) {
-        QTRY_VERIFY_WITH_TIMEOUT(panel.port(Port::ttyO1)->isOpenOnPanel(), 20000);
-        QVERIFY(panel.isOn());
-    } else {
-        QCOMPARE(panel.waitForExit(20000), 0);
-        QCOMPARE(panel.errorOutput(), row.printed);
-        QVERIFY(panel.calls().isEmpty());
+    };
+    for (const auto &row : rows) {
+        qInfo("%s", row.name);
+        VirtualPanel panel;
+        panel.powerOn(row.arguments);
+        if (row.boots) {
+            QTRY_VERIFY_WITH_TIMEOUT(panel.port(Port::ttyO1)->isOpenOnPanel(), 20000);
+            QVERIFY(panel.isOn());
+        } else {
+            QCOMPARE(panel.waitForExit(20000), 0);
+            QCOMPARE(panel.errorOutput(), row.printed);
+            QVERIFY(panel.calls().isEmpty());
+        }
     }
 }
 
@@ -102,20 +94,17 @@ void TstBoot::order()
     }
 }
 
-struct Application {
-    const char *name;
-    QByteArray identity, printed;
-    QByteArray model; // answer to "AB00"
-};
-Q_DECLARE_METATYPE(Application)
-
-void TstBoot::application_data()
+void TstBoot::application()
 {
     const QByteArray version = "Version=A.0123\n", fits = "KLV-" + QByteArray(48, 'M') + '\n',
                      tooLong = "Model=KLV-" + QByteArray(49, 'M') + '\n',
                      longVersion = "Version=" + QByteArray(51, 'V') + '\n',
                      noModel = "Get Model or Version Info failed, isModelGet = 0, isVersionGet = ";
-    addRows<Application>({
+    const struct {
+        const char *name;
+        QByteArray identity, printed;
+        QByteArray model; // answer to "AB00"
+    } rows[] = {
         {"59 bytes", "noise\nModel=" + fits + version, "", fits},
         {"60 bytes", tooLong + version,
          "Get Model info failed, ba = " + tooLong + ", length = 60\n" + noModel + "1\n", ""},
@@ -127,21 +116,19 @@ void TstBoot::application_data()
         {"no line end", version + "Model=KLV-100", noModel + "1\n", ""},
         {"another family", "Model=XLV-100\n" + version, noModel + "1\n", ""},
         {"none", "", noModel + "0\n", ""},
-    });
-}
-
-void TstBoot::application()
-{
-    QFETCH(Application, row);
-    AgentPanel at;
-    if (row.identity.isEmpty())
-        at.panel.toolMissing("HMIApp");
-    else
-        at.panel.toolPrints("HMIApp", row.identity);
-    QVERIFY(at.boot("ICT"));
-    QCOMPARE(at.panel.output(), row.printed);
-    QCOMPARE(at.ask(requestFrame("AB00"), row.model.size() + 1, 400), row.model);
-    QTRY_COMPARE(at.results("ICT").left(1), QByteArray("1"));
+    };
+    for (const auto &row : rows) {
+        qInfo("%s", row.name);
+        AgentPanel at;
+        if (row.identity.isEmpty())
+            at.panel.toolMissing("HMIApp");
+        else
+            at.panel.toolPrints("HMIApp", row.identity);
+        QVERIFY(at.boot("ICT"));
+        QCOMPARE(at.panel.output(), row.printed);
+        QCOMPARE(at.ask(requestFrame("AB00"), row.model.size() + 1, 400), row.model);
+        QTRY_COMPARE(at.results("ICT").left(1), QByteArray("1"));
+    }
 }
 
 // Which factory an ID tells of is a matter of its own.
@@ -161,16 +148,13 @@ void TstBoot::grants()
     }
 }
 
-struct EndCheck {
-    QByteArray level, request, reply;
-    QByteArray next; // level file afterwards; empty: not looked at
-    QByteArray condition = "", name = request + ' ' + reply + ' ' + condition;
-};
-Q_DECLARE_METATYPE(EndCheck)
-
-void TstBoot::endChecks_data()
+void TstBoot::endChecks()
 {
-    addRows<EndCheck>({
+    const struct {
+        QByteArray level, request, reply;
+        QByteArray next; // level file afterwards; empty: not looked at
+        const char *condition = "";
+    } rows[] = {
         {"ICT", "0400", "0400", "T1 \n"},
         {"T1", "0100", "0100", "BI \n"},
         {"BI", "0200", "0200", "T2 \n"},
@@ -182,67 +166,66 @@ void TstBoot::endChecks_data()
         {"BI", "0200", "02F0", "BI \n", "an item failed"},
         {"ICT", "0400", "04F0", "", "no level file possible"},
         {"T2", "0300", "03F0", "", "no level file possible"},
-    });
-}
+    };
+    for (const auto &row : rows) {
+        qInfo("%s %s", row.reply.constData(), row.condition);
+        const QByteArray level = row.level, next = row.next, condition = row.condition;
+        const int items =
+            QMap<QByteArray, int>{{"ICT", 16}, {"T1", 19}, {"BI", 6}, {"T2", 17}}[level];
+        const bool passed = row.reply == row.request, refused = row.reply == "01FF",
+                   done = next == "HMI\n";
+        const QByteArray nextLevel = next.left(3).trimmed();
+        AgentPanel at;
+        VirtualPanel &panel = at.panel;
 
-void TstBoot::endChecks()
-{
-    QFETCH(EndCheck, row);
-    const QByteArray level = row.level, next = row.next, condition = row.condition;
-    const int items = QMap<QByteArray, int>{{"ICT", 16}, {"T1", 19}, {"BI", 6}, {"T2", 17}}[level];
-    const bool passed = row.reply == row.request, refused = row.reply == "01FF",
-               done = next == "HMI\n";
-    const QByteArray nextLevel = next.left(3).trimmed();
-    AgentPanel at;
-    VirtualPanel &panel = at.panel;
+        QByteArray results = QByteArray(items - 1, '1') + 'F';
+        if (condition == "an item failed")
+            results[items - 2] = 'F';
+        panel.writeFile(flagPath(level), flagFile(results));
+        if (passed && !done)
+            panel.writeFile(flagPath(nextLevel), "old results");
+        QVERIFY(at.boot(level));
+        const QByteArray before = panel.readFile(resumeLog), pattern(32768, 'x');
+        QFile memory(panel.hostPath(sram));
+        QVERIFY(memory.open(QIODevice::ReadWrite) && memory.write(pattern) == pattern.size()
+                && memory.flush());
+        panel.setPresent(sram, condition != "without SRAM");
+        int records = level == "BI" ? 1 : 3; // boot, reply, end check
+        if (condition == "clock compared") {
+            const QDateTime now = QDateTime::currentDateTimeUtc();
+            QCOMPARE(at.ask(station::clockRequest("8E", now)), requestFrame("8E00"));
+            ++records;
+        }
+        if (condition == "no level file possible")
+            QCOMPARE(at.fixture.setFault("unwritable:HMI_TEST_LEVEL.txt"), QString());
 
-    QByteArray results = QByteArray(items - 1, '1') + 'F';
-    if (condition == "an item failed")
-        results[items - 2] = 'F';
-    panel.writeFile(flagPath(level), flagFile(results));
-    if (passed && !done)
-        panel.writeFile(flagPath(nextLevel), "old results");
-    QVERIFY(at.boot(level));
-    const QByteArray before = panel.readFile(resumeLog), pattern(32768, 'x');
-    QFile memory(panel.hostPath(sram));
-    QVERIFY(memory.open(QIODevice::ReadWrite) && memory.write(pattern) == pattern.size()
-            && memory.flush());
-    panel.setPresent(sram, condition != "without SRAM");
-    int records = level == "BI" ? 1 : 3; // boot, reply, end check
-    if (condition == "clock compared") {
-        const QDateTime now = QDateTime::currentDateTimeUtc();
-        QCOMPARE(at.ask(station::clockRequest("8E", now)), requestFrame("8E00"));
-        ++records;
+        QCOMPARE(at.ask(requestFrame(row.request)), requestFrame(row.reply));
+        const QString log = at.ict("FactoryTestLog.txt");
+        QTRY_COMPARE(panel.readFile(log).size(), 100 * (refused ? records - 1 : records));
+        results[items - 1] = passed ? '1' : 'F';
+        QTRY_COMPARE(panel.readFile(flagPath(level)), flagFile(results));
+        if (!next.isEmpty())
+            QCOMPARE(panel.readFile(at.ict("HMI_TEST_LEVEL.txt")), next);
+        if (passed && !done)
+            QVERIFY(!QFile::exists(panel.hostPath(flagPath(nextLevel))));
+
+        // What people read: date, results, and the end; of a refusal nothing.
+        const QByteArray end = "===================== Test End =====================\n";
+        const auto added = [&] { return panel.readFile(resumeLog).mid(before.size()); };
+        if (!refused)
+            QTRY_VERIFY2(added().endsWith(flagFile(results) + end), added());
+        QCOMPARE(added().isEmpty(), refused);
+        QCOMPARE(added().count("And Clear All SRAM Data Pass!!!\n"),
+                 done && condition != "without SRAM" ? 1 : 0);
+        QCOMPARE(added().count("But Clear All SRAM Data Fail!!!\n"),
+                 condition == "without SRAM" ? 1 : 0);
+        memory.seek(0);
+        QCOMPARE(memory.readAll(),
+                 done && condition != "without SRAM" ? QByteArray(32768, '\0') : pattern);
+
+        // No further request is taken in any case.
+        QCOMPARE(at.ask(requestFrame(level == "BI" ? "9504" : "8000"), 1, 300), QByteArray());
     }
-    if (condition == "no level file possible")
-        QCOMPARE(at.fixture.setFault("unwritable:HMI_TEST_LEVEL.txt"), QString());
-
-    QCOMPARE(at.ask(requestFrame(row.request)), requestFrame(row.reply));
-    const QString log = at.ict("FactoryTestLog.txt");
-    QTRY_COMPARE(panel.readFile(log).size(), 100 * (refused ? records - 1 : records));
-    results[items - 1] = passed ? '1' : 'F';
-    QTRY_COMPARE(panel.readFile(flagPath(level)), flagFile(results));
-    if (!next.isEmpty())
-        QCOMPARE(panel.readFile(at.ict("HMI_TEST_LEVEL.txt")), next);
-    if (passed && !done)
-        QVERIFY(!QFile::exists(panel.hostPath(flagPath(nextLevel))));
-
-    // What people read: date, results, and the end; of a refusal nothing.
-    const QByteArray end = "===================== Test End =====================\n";
-    const auto added = [&] { return panel.readFile(resumeLog).mid(before.size()); };
-    if (!refused)
-        QTRY_VERIFY2(added().endsWith(flagFile(results) + end), added());
-    QCOMPARE(added().isEmpty(), refused);
-    QCOMPARE(added().count("And Clear All SRAM Data Pass!!!\n"),
-             done && condition != "without SRAM" ? 1 : 0);
-    QCOMPARE(added().count("But Clear All SRAM Data Fail!!!\n"),
-             condition == "without SRAM" ? 1 : 0);
-    memory.seek(0);
-    QCOMPARE(memory.readAll(),
-             done && condition != "without SRAM" ? QByteArray(32768, '\0') : pattern);
-
-    // No further request is taken in any case.
-    QCOMPARE(at.ask(requestFrame(level == "BI" ? "9504" : "8000"), 1, 300), QByteArray());
 }
 
 QTEST_GUILESS_MAIN(TstBoot)

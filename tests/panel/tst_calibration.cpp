@@ -130,9 +130,7 @@ private slots:
     void stationCalibrates();
     void stationChecks_data();
     void stationChecks();
-    void applicationCalibrates_data();
     void applicationCalibrates();
-    void lastGoodFile_data();
     void lastGoodFile();
     void deadAdcStoresNothing();
     void oneAnswerForRepeatedRequests();
@@ -223,61 +221,53 @@ void TstCalibration::stationChecks()
     QCOMPARE(scene.panel.output().count("PressEvent"), 5);
 }
 
-struct Application {
-    const char *name;
-    double bend;
-    bool adcDead;
-    int status;
-};
-Q_DECLARE_METATYPE(Application)
-
-void TstCalibration::applicationCalibrates_data()
+void TstCalibration::applicationCalibrates()
 {
-    addRows<Application>({
+    const struct {
+        const char *name;
+        double bend;
+        bool adcDead;
+        int status;
+    } rows[] = {
         {"good foil", 0, false, 0},
         {"bent all over, empty backup", 120, false, 255},
         {"no fit", 0, true, 255},
-    });
-}
-
-void TstCalibration::applicationCalibrates()
-{
-    QFETCH(Application, row);
-    const int status = row.status;
-    Scene scene("HMI\n");
-    VirtualPanel &panel = scene.panel;
-    panel.writeFile(backup, "");
-    if (row.bend == 0)
-        QVERIFY(QFile::remove(panel.hostPath(backup)));
-    panel.touchPanel().bend = row.bend;
-    panel.powerOn({"HMIAppCalibation"});
-    if (row.adcDead) {
-        QTest::qWait(500);
-        point(panel, touchTargets(calibrationMargin));
-    } else {
-        QCOMPARE(scene.finger.follow(touchTargets(calibrationMargin)
-                                     + touchTargets(calibrationMargin, false)),
-                 QString());
+    };
+    for (const auto &row : rows) {
+        qInfo("%s", row.name);
+        const int status = row.status;
+        Scene scene("HMI\n");
+        VirtualPanel &panel = scene.panel;
+        panel.writeFile(backup, "");
+        if (row.bend == 0)
+            QVERIFY(QFile::remove(panel.hostPath(backup)));
+        panel.touchPanel().bend = row.bend;
+        panel.powerOn({"HMIAppCalibation"});
+        if (row.adcDead) {
+            QTest::qWait(500);
+            point(panel, touchTargets(calibrationMargin));
+        } else {
+            QCOMPARE(scene.finger.follow(touchTargets(calibrationMargin)
+                                         + touchTargets(calibrationMargin, false)),
+                     QString());
+        }
+        QCOMPARE(panel.waitForExit(5000), status);
+        const QByteArray fitted = scene.constants();
+        QCOMPARE(panel.output().contains(tooSmall), row.adcDead);
+        QCOMPARE(panel.readFile(pointercal), status ? shipped : fitted + '\0');
+        QCOMPARE(panel.readFile(backup), shipped); // kept before the first calibration
+        QCOMPARE(panel.bootEnvironment(), status ? QByteArray() : "pointercal " + fitted + '\n');
     }
-    QCOMPARE(panel.waitForExit(5000), status);
-    const QByteArray fitted = scene.constants();
-    QCOMPARE(panel.output().contains(tooSmall), row.adcDead);
-    QCOMPARE(panel.readFile(pointercal), status ? shipped : fitted + '\0');
-    QCOMPARE(panel.readFile(backup), shipped); // kept before the first calibration
-    QCOMPARE(panel.bootEnvironment(), status ? QByteArray() : "pointercal " + fitted + '\n');
 }
 
-struct Files {
-    const char *name;
-    QByteArray current, saved; // null: there is none
-    QByteArray currentAfter, savedAfter;
-};
-Q_DECLARE_METATYPE(Files)
-
-void TstCalibration::lastGoodFile_data()
+void TstCalibration::lastGoodFile()
 {
     const QByteArray none, empty(""), bare("1 2 3 4 5 6 7");
-    addRows<Files>({
+    const struct {
+        const char *name;
+        QByteArray current, saved; // null: there is none
+        QByteArray currentAfter, savedAfter;
+    } rows[] = {
         {"both there", shipped, lastGood, lastGood, lastGood},
         {"no backup", shipped, none, shipped, shipped},
         {"empty backup", shipped, empty, shipped, shipped},
@@ -286,25 +276,23 @@ void TstCalibration::lastGoodFile_data()
         {"no file", none, lastGood, lastGood, lastGood},
         {"empty file", empty, lastGood, lastGood, lastGood},
         {"neither", none, none, none, empty},
-    });
-}
-
-void TstCalibration::lastGoodFile()
-{
-    QFETCH(Files, row);
-    Scene scene("T1 \n");
-    const auto lay = [&](const char *path, const QByteArray &content) {
-        scene.panel.writeFile(path, content);
-        if (content.isNull())
-            QFile::remove(scene.panel.hostPath(path));
     };
-    lay(pointercal, row.current);
-    lay(backup, row.saved);
-    QVERIFY(scene.powerCycle());
-    scene.request("9000");
-    QTRY_COMPARE(scene.callsOf("mem_rdwr"), 1);
-    QTRY_COMPARE(scene.panel.readFile(backup), row.savedAfter);
-    QCOMPARE(scene.panel.readFile(pointercal), row.currentAfter);
+    for (const auto &row : rows) {
+        qInfo("%s", row.name);
+        Scene scene("T1 \n");
+        const auto lay = [&](const char *path, const QByteArray &content) {
+            scene.panel.writeFile(path, content);
+            if (content.isNull())
+                QFile::remove(scene.panel.hostPath(path));
+        };
+        lay(pointercal, row.current);
+        lay(backup, row.saved);
+        QVERIFY(scene.powerCycle());
+        scene.request("9000");
+        QTRY_COMPARE(scene.callsOf("mem_rdwr"), 1);
+        QTRY_COMPARE(scene.panel.readFile(backup), row.savedAfter);
+        QCOMPARE(scene.panel.readFile(pointercal), row.currentAfter);
+    }
 }
 
 // The check can pass without a fit, on the calibration that was there. There is nothing to hand to

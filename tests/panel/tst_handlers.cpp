@@ -10,16 +10,12 @@ private slots:
     void initTestCase();
     void silence_data();
     void silence();
-    void semiMachineIds_data();
     void semiMachineIds();
-    void machineIds_data();
     void machineIds();
     void stationOfTheRequest();
-    void colours_data();
     void colours();
     void crcLineOfAnyLength();
     void toneOfTheBuzzer();
-    void exports_data();
     void exports();
     void usbPortSwitchesUnanswered();
 
@@ -110,69 +106,62 @@ void TstHandlers::silence()
     QCOMPARE(panel.ask(requestFrame("8000")), requestFrame("8000"));
 }
 
-struct Identity {
-    const char *name;
-    QByteArray id;
-    bool granted; // stored, or a panel of a factory that grants items
-    QByteArray station = ""; // the file afterwards; empty: not written
-};
-Q_DECLARE_METATYPE(Identity)
-
-void TstHandlers::semiMachineIds_data()
+void TstHandlers::semiMachineIds()
 {
-    addRows<Identity>({
+    const struct {
+        const char *name;
+        QByteArray id;
+        bool stored;
+    } rows[] = {
         {"shell words", "';`reboot`$(id)\"|", true},
         {"placeholders", "%1%2%3%4%s%n\\n", true},
         {"20 characters", "ABCDEFGHIJKLMNOPQRST", true},
-        {"eighth bits, which the line strips",
-         "SEMI\xc3\xa4\xc3\xb6\xc3"
-         "0001",
-         false},
+        {"eighth bits, which the line strips", "SEMI\303\244\303\266\3030001", false},
         {"with a NUL", QByteArray("SEMI\0000001111", 13), false},
         {"21 characters", "ABCDEFGHIJKLMNOPQRSTU", false},
-    });
+    };
+    for (const auto &[name, id, stored] : rows) {
+        qInfo("%s", name);
+        AgentPanel &panel = at("ICT");
+        const QByteArray before = panel.panel.readFile(AgentPanel::ict(semiFile));
+        QCOMPARE(panel.ask(identity("0602", id)), requestFrame(stored ? "0602" : "06F2"));
+        panel.link().read(1, 300); // what of the line was too long is no request
+        const QByteArray kept = stored ? id : before;
+        QCOMPARE(panel.panel.readFile(AgentPanel::ict(semiFile)), kept);
+        QTRY_COMPARE(panel.results("ICT").mid(9, 1), QByteArray(stored ? "1" : "F"));
+        const QByteArray frame = identity("0702", kept);
+        QCOMPARE(panel.ask(requestFrame("0702"), frame.size()), frame);
+        QVERIFY(panel.isSilent(100));
+    }
 }
 
-void TstHandlers::semiMachineIds()
+void TstHandlers::machineIds()
 {
-    QFETCH(Identity, row);
-    const QByteArray id = row.id;
-    const bool stored = row.granted;
-    AgentPanel &panel = at("ICT");
-    const QByteArray before = panel.panel.readFile(AgentPanel::ict(semiFile));
-    QCOMPARE(panel.ask(identity("0602", id)), requestFrame(stored ? "0602" : "06F2"));
-    panel.link().read(1, 300); // what of the line was too long is no request
-    const QByteArray kept = stored ? id : before;
-    QCOMPARE(panel.panel.readFile(AgentPanel::ict(semiFile)), kept);
-    QTRY_COMPARE(panel.results("ICT").mid(9, 1), QByteArray(stored ? "1" : "F"));
-    const QByteArray frame = identity("0702", kept);
-    QCOMPARE(panel.ask(requestFrame("0702"), frame.size() + 1, 1000), frame);
-}
-
-void TstHandlers::machineIds_data()
-{
-    addRows<Identity>({
+    const struct {
+        const char *name;
+        QByteArray id;
+        bool granted; // the items that its factory grants
+        QByteArray station = ""; // the file afterwards; empty: not written
+    } rows[] = {
         {"factory T", machineId, false},
         {"another factory", "20254711X12345678", false},
         {"28 characters", "20254711T1234567890123456789", false},
         {"factory W", "20254711W12345631", true, "1F"},
         {"factory W, 00", "20254711W12345600", true, "64"},
         {"factory W, 18 characters", "202547110W12345609", true, "09"},
-    });
-}
-
-void TstHandlers::machineIds()
-{
-    QFETCH(Identity, row);
-    const QByteArray id = row.id;
-    AgentPanel &panel = at("T1");
-    QCOMPARE(panel.ask(identity("0601", id)), requestFrame("0601"));
-    QCOMPARE(panel.panel.readFile(AgentPanel::ict(machineFile)), id);
-    QCOMPARE(panel.panel.readFile(AgentPanel::ict(stationFile)), row.station);
-    QTRY_COMPARE(panel.results("T1").mid(10, 1), QByteArray("1"));
-    QCOMPARE(panel.results("T1").mid(13, 3), QByteArray(row.granted ? "101" : "000"));
-    const QByteArray frame = identity("0701", id);
-    QCOMPARE(panel.ask(requestFrame("0701"), frame.size() + 1, 1000), frame);
+    };
+    for (const auto &[name, id, granted, station] : rows) {
+        qInfo("%s", name);
+        AgentPanel &panel = at("T1");
+        QCOMPARE(panel.ask(identity("0601", id)), requestFrame("0601"));
+        QCOMPARE(panel.panel.readFile(AgentPanel::ict(machineFile)), id);
+        QCOMPARE(panel.panel.readFile(AgentPanel::ict(stationFile)), station);
+        QTRY_COMPARE(panel.results("T1").mid(10, 1), QByteArray("1"));
+        QCOMPARE(panel.results("T1").mid(13, 3), QByteArray(granted ? "101" : "000"));
+        const QByteArray frame = identity("0701", id);
+        QCOMPARE(panel.ask(requestFrame("0701"), frame.size()), frame);
+        QVERIFY(panel.isSilent(100));
+    }
 }
 
 // The number is kept as it was sent, answered in upper case, and not the panel's own before BI.
@@ -186,41 +175,36 @@ void TstHandlers::stationOfTheRequest()
     QCOMPARE(panel.ask(requestFrame("8000", "0A"), 1, 400), QByteArray());
 }
 
-struct Colour {
-    const char *name;
-    QByteArray request, reply;
-    QColor colour;
-};
-Q_DECLARE_METATYPE(Colour)
-
-void TstHandlers::colours_data()
+// Nothing but the colour, and white with full light from the next request on.
+void TstHandlers::colours()
 {
-    addRows<Colour>({
+    const struct {
+        const char *name;
+        QByteArray request, reply;
+        QColor colour;
+    } rows[] = {
         {"orange", ":9510FF8000", "9510", QColor(255, 128, 0)},
         {"lower case", ":951000ff80", "9510", QColor(0, 255, 128)},
         {"leading digits only", ":95101g-1 8", "9510", QColor(1, 0, 0)},
         {"white", ":9510FFFFFF", "9510", Qt::white},
         {"backlight off", requestFrame("9301"), "9301", Qt::black},
-    });
-}
-
-// Nothing but the colour, and white with full light from the next request on.
-void TstHandlers::colours()
-{
-    QFETCH(Colour, row);
-    VirtualPanel &panel = at("T1").panel;
-    const auto isPlain = [&](const QColor &colour) {
-        QImage wanted(800, 480, QImage::Format_RGB32);
-        wanted.fill(colour);
-        return differingPixels(panel.screen().grab(), wanted) == 0;
     };
-    QCOMPARE(at("T1").ask(row.request), requestFrame(row.reply));
-    QTRY_VERIFY(isPlain(row.colour));
-    QCOMPARE(panel.backlight(), row.reply == "9301" ? 0 : 100);
-    panel.setAttribute(attribute::backlight, "0");
-    QCOMPARE(at("T1").ask(requestFrame("8000")), requestFrame("8000"));
-    QTRY_COMPARE(colourAt(panel.screen().grab(), 0, 470), QColor(Qt::white));
-    QCOMPARE(panel.backlight(), 100);
+    for (const auto &row : rows) {
+        qInfo("%s", row.name);
+        VirtualPanel &panel = at("T1").panel;
+        const auto isPlain = [&](const QColor &colour) {
+            QImage wanted(800, 480, QImage::Format_RGB32);
+            wanted.fill(colour);
+            return differingPixels(panel.screen().grab(), wanted) == 0;
+        };
+        QCOMPARE(at("T1").ask(row.request), requestFrame(row.reply));
+        QTRY_VERIFY(isPlain(row.colour));
+        QCOMPARE(panel.backlight(), row.reply == "9301" ? 0 : 100);
+        panel.setAttribute(attribute::backlight, "0");
+        QCOMPARE(at("T1").ask(requestFrame("8000")), requestFrame("8000"));
+        QTRY_COMPARE(colourAt(panel.screen().grab(), 0, 470), QColor(Qt::white));
+        QCOMPARE(panel.backlight(), 100);
+    }
 }
 
 void TstHandlers::crcLineOfAnyLength()
@@ -245,16 +229,14 @@ void TstHandlers::toneOfTheBuzzer()
     QVERIFY(qAbs(seconds - 3) < 0.5);
 }
 
-struct Export {
-    QByteArray name, code, medium, fault;
-    QByteArray said; // to people: in the resume log, or printed
-};
-Q_DECLARE_METATYPE(Export)
-
-void TstHandlers::exports_data()
+void TstHandlers::exports()
 {
     const QByteArray usb = "/media/sda1", sd = "/media/mmcblk0p1";
-    addRows<Export>({
+    const struct {
+        const char *name;
+        QByteArray code, medium, fault;
+        QByteArray said; // to people: in the resume log, or printed
+    } rows[] = {
         {"CC10", "CC10", usb, "", "------ Export Log From Folder to USB ------\n"},
         {"CC11", "CC11", sd, "", "------ Export Log From Folder to SD ------\n"},
         {"CC00", "CC00", usb, "", "------ Export Log From Partition to USB ------\n"},
@@ -265,40 +247,38 @@ void TstHandlers::exports_data()
         {"CC01 sd", "CC01", sd, "sd", "SD Card not exitst! Export Log From Partition to SD Fail"},
         {"CC01 archive", "CC01", sd, "archive",
          "Partition not exitst! Export Log From Partition to SD Fail"},
-    });
-}
-
-void TstHandlers::exports()
-{
-    QFETCH(Export, row);
-    const QByteArray code = row.code, fault = row.fault, said = row.said;
-    AgentPanel &at = this->at("T2");
-    VirtualPanel &panel = at.panel;
-    const bool folder = code[2] == '1', done = fault.isEmpty();
-    const QString resume = AgentPanel::ict("HMI_Factory_Resume.txt"),
-                  copy = row.medium + "/HMI_TEST_LEVEL.txt", fetched = "/tmp/ict_log.tgz";
-    // An archive, of another level than the folder's.
-    QDir().mkpath(panel.hostPath("/mnt/ict_log"));
-    panel.writeFile("/mnt/ict_log/HMI_TEST_LEVEL.txt", "T1 \n");
-    QProcess::execute("tar",
-                      {"czf", panel.hostPath("/mnt/ict_log/ict_log.tgz"), "-C",
-                       panel.hostPath("/mnt/ict_log"), "HMI_TEST_LEVEL.txt"});
-    for (const QString &old : {copy, fetched})
-        QFile::remove(panel.hostPath(old));
-    const QByteArray history = panel.readFile(resume), printed = panel.output();
-    if (!done)
-        QCOMPARE(at.fixture.setFault(fault), QString());
-    QByteArray reply = code;
-    if (!done)
-        reply = (folder ? "CCE" : "CCF") + code.right(1);
-    const QByteArray got = at.ask(requestFrame(code));
-    at.fixture.clearFault(fault);
-    QCOMPARE(got, requestFrame(reply));
-    QTRY_COMPARE(panel.readFile(resume).mid(history.size()), done ? said : QByteArray());
-    QCOMPARE(panel.output().mid(printed.size()), done ? QByteArray() : said);
-    QCOMPARE(panel.readFile(copy), QByteArray(!done ? "" : folder ? "T2 \n" : "T1 \n"));
-    // The archive is fetched before anything is checked.
-    QCOMPARE(QFile::exists(panel.hostPath(fetched)), !folder && fault != "archive");
+    };
+    for (const auto &row : rows) {
+        qInfo("%s", row.name);
+        const QByteArray code = row.code, fault = row.fault, said = row.said;
+        AgentPanel &at = this->at("T2");
+        VirtualPanel &panel = at.panel;
+        const bool folder = code[2] == '1', done = fault.isEmpty();
+        const QString resume = AgentPanel::ict("HMI_Factory_Resume.txt"),
+                      copy = row.medium + "/HMI_TEST_LEVEL.txt", fetched = "/tmp/ict_log.tgz";
+        // An archive, of another level than the folder's.
+        QDir().mkpath(panel.hostPath("/mnt/ict_log"));
+        panel.writeFile("/mnt/ict_log/HMI_TEST_LEVEL.txt", "T1 \n");
+        QProcess::execute("tar",
+                          {"czf", panel.hostPath("/mnt/ict_log/ict_log.tgz"), "-C",
+                           panel.hostPath("/mnt/ict_log"), "HMI_TEST_LEVEL.txt"});
+        for (const QString &old : {copy, fetched})
+            QFile::remove(panel.hostPath(old));
+        const QByteArray history = panel.readFile(resume), printed = panel.output();
+        if (!done)
+            QCOMPARE(at.fixture.setFault(fault), QString());
+        QByteArray reply = code;
+        if (!done)
+            reply = (folder ? "CCE" : "CCF") + code.right(1);
+        const QByteArray got = at.ask(requestFrame(code));
+        at.fixture.clearFault(fault);
+        QCOMPARE(got, requestFrame(reply));
+        QTRY_COMPARE(panel.readFile(resume).mid(history.size()), done ? said : QByteArray());
+        QCOMPARE(panel.output().mid(printed.size()), done ? QByteArray() : said);
+        QCOMPARE(panel.readFile(copy), QByteArray(!done ? "" : folder ? "T2 \n" : "T1 \n"));
+        // The archive is fetched before anything is checked.
+        QCOMPARE(QFile::exists(panel.hostPath(fetched)), !folder && fault != "archive");
+    }
 }
 
 void TstHandlers::usbPortSwitchesUnanswered()

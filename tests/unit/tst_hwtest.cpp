@@ -124,12 +124,9 @@ void HwtestTest::ids()
     };
     for (const auto &row : rows) {
         QByteArray id, sameId;
-        QVERIFY2(takeId(row.frame, row.ownStation, StationMatch::AsNumber, &id)
-                     != row.asNumber.isNull(),
-                 row.name);
-        QVERIFY2(takeId(row.frame, row.ownStation, StationMatch::AsText, &sameId)
-                     != row.asText.isNull(),
-                 row.name);
+        const bool byNumber = takeId(row.frame, row.ownStation, StationMatch::AsNumber, &id),
+                   byText = takeId(row.frame, row.ownStation, StationMatch::AsText, &sameId);
+        QVERIFY2(byNumber != row.asNumber.isNull() && byText != row.asText.isNull(), row.name);
         QCOMPARE(id, row.asNumber);
         QCOMPARE(sameId, row.asText);
     }

@@ -116,12 +116,10 @@ void LinkTest::lineSettings()
 void LinkTest::unknownSettingsAreRefused()
 {
     termios line = {};
-    QVERIFY(!setFrame(line, request(8, 5, 1, 0)));
-    QVERIFY(!setFrame(line, request(8, -1, 1, 0)));
-    QVERIFY(!setFrame(line, request(4, 0, 1, 0)));
-    QVERIFY(!setFrame(line, request(9, 0, 1, 0)));
-    QVERIFY(!setFrame(line, request(8, 0, 3, 0)));
-    QVERIFY(!setFrame(line, request(8, 0, 1, 2)));
+    for (const PortRequest &unknown :
+         {request(8, 5, 1, 0), request(8, -1, 1, 0), request(4, 0, 1, 0), request(9, 0, 1, 0),
+          request(8, 0, 3, 0), request(8, 0, 1, 2)})
+        QVERIFY(!setFrame(line, unknown));
 }
 
 void LinkTest::speeds()
