@@ -188,7 +188,7 @@ void PanelFiles::exchanged(const StepResult &result)
 }
 
 // The first bytes in quotes, without the zeros that fill a record.
-static QString excerpt(QByteArray bytes)
+static QString excerpt(const QByteArray &bytes)
 {
     const int zeros = bytes.indexOf(QByteArray(3, '\0'));
     return bytes.isEmpty() ? QString("nothing")
