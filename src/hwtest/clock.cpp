@@ -27,13 +27,7 @@ void presetClock()
 void MainWindow::testRtc()
 {
     setItem(RtcItem, ItemRunning);
-    if (rtcAgreesWithSystem()) {
-        sendReply("8C00");
-        setItem(RtcItem, ItemPassed);
-    } else {
-        sendReply("8CF0");
-    }
-    recordItem(RtcItem);
+    replyOutcome(RtcItem, rtcAgreesWithSystem(), "8C00", "8CF0");
 }
 
 // Compares the RTC with the time in the request, and keeps its line for the screen.
@@ -60,13 +54,7 @@ void MainWindow::setClock()
     if (g_uiHMI_TEST_LEVEL == LevelT1) {
         setItem(SetClockItem, ItemRunning);
         setClockFromRequest();
-        if (rtcAgreesWithRequest()) {
-            setItem(SetClockItem, ItemPassed);
-            sendReply("8D00");
-        } else {
-            sendReply("8DF0");
-        }
-        recordItem(SetClockItem);
+        replyOutcome(SetClockItem, rtcAgreesWithRequest(), "8D00", "8DF0");
         T1_Extern_Item_Flag &= quint8(~T1ExternRebooted);
     }
     gb_ShowRTCInfo = true;
@@ -76,13 +64,7 @@ void MainWindow::compareClock()
 {
     if (g_uiHMI_TEST_LEVEL == LevelT2) {
         setAndRecordItem(RtcItem, ItemRunning);
-        if (rtcAgreesWithRequest()) {
-            setItem(RtcItem, ItemPassed);
-            sendReply("8E00");
-        } else {
-            sendReply("8EF0");
-        }
-        recordItem(RtcItem);
+        replyOutcome(RtcItem, rtcAgreesWithRequest(), "8E00", "8EF0");
     } else if (g_uiHMI_TEST_LEVEL == LevelT1) {
         // Asked for only by the extended T1 check, whose clock must have run through a power-off.
         if (!(T1_Extern_Item_Flag & T1ExternRebooted)) {

@@ -80,13 +80,8 @@ void MainWindow::testCom1Rs485()
     // The panel hears its own transmission on the two-wire bus first.
     const int length = int(sizeof Com1Answer - 1);
     readSentence(Com1OpenRS4xx_R_fd2, length, length);
-    if (readSentence(Com1OpenRS4xx_R_fd2, length, length) == Com1Answer) {
-        sendReply("8102");
-        setItem(Com1Rs485Item, ItemPassed);
-    } else {
-        sendReply("81F2");
-    }
-    recordItem(Com1Rs485Item);
+    const bool answered = readSentence(Com1OpenRS4xx_R_fd2, length, length) == Com1Answer;
+    replyOutcome(Com1Rs485Item, answered, "8102", "81F2");
 }
 
 void MainWindow::testCom2()
@@ -96,13 +91,8 @@ void MainWindow::testCom2()
     setItem(Com2Item, ItemRunning);
     openCom2(ComRS422);
     drainPort(Com2OpenRS4xx_R_fd2);
-    if (!com2Loops(LongPauseMs)) {
-        sendReply("81F7");
-    } else if (com2ReachesCom1()) {
-        sendReply("8107");
-        setItem(Com2Item, ItemPassed);
-    } else {
-        sendReply("81F3");
-    }
-    recordItem(Com2Item);
+    if (com2Loops(LongPauseMs))
+        replyOutcome(Com2Item, com2ReachesCom1(), "8107", "81F3");
+    else
+        replyOutcome(Com2Item, false, "8107", "81F7");
 }

@@ -28,13 +28,7 @@ void MainWindow::testDdr()
 {
     const int item = DdrItem.atLevel();
     setItem(item, ItemRunning);
-    if (ddrPasses()) {
-        sendReply("8500");
-        setItem(item, ItemPassed);
-    } else {
-        sendReply("85F0");
-    }
-    recordItem(item);
+    replyOutcome(item, ddrPasses(), "8500", "85F0");
 }
 
 // --- Backup root file system --------------------------------------------------------------------
@@ -62,10 +56,8 @@ void MainWindow::reportRootfsCheck()
     setItem(RootfsItem, ItemRunning);
     if (Chk_BB_result == RootfsUnknown)
         Chk_BB_result = collectRootfsCheck();
-    sendReply(replies[qBound(0, Chk_BB_result, RootfsOther)]);
-    if (Chk_BB_result == 0)
-        setItem(RootfsItem, ItemPassed);
-    recordItem(RootfsItem);
+    replyOutcome(RootfsItem, Chk_BB_result == 0, replies[0],
+                 replies[qBound(0, Chk_BB_result, RootfsOther)]);
 }
 
 // --- USB storage --------------------------------------------------------------------------------
