@@ -62,8 +62,7 @@ static void readApplicationInfo()
     application.setWorkingDirectory(QStringLiteral("/usr/local/HMIAPP"));
     startProcess(application, QStringLiteral("/usr/local/HMIAPP/HMIApp -platform linuxfb -v"));
     loadGlyphs(); // while the application, a large program, starts up
-    application.waitForFinished(NoTimeLimit);
-    const QByteArray output = application.readAllStandardOutput();
+    const QByteArray output = awaitOutput(application);
     memset(HMIAppModel, 0, sizeof HMIAppModel);
     memset(HMIAppVersion, 0, sizeof HMIAppVersion);
     bool isModelGet = false;

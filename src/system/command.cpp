@@ -22,16 +22,21 @@ static bool setCommand(QProcess &process, const QString &commandLine)
     return true;
 }
 
-void startProcess(QProcess &process, const QString &commandLine)
-{
-    if (setCommand(process, commandLine))
-        process.start(QIODevice::ReadWrite);
-}
-
-static QByteArray outputOf(QProcess &process, int limitMs)
+// What a child says on standard error belongs with the agent's own messages.
+static void start(QProcess &process)
 {
     process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
     process.start(QIODevice::ReadWrite);
+}
+
+void startProcess(QProcess &process, const QString &commandLine)
+{
+    if (setCommand(process, commandLine))
+        start(process);
+}
+
+QByteArray awaitOutput(QProcess &process, int limitMs)
+{
     process.waitForFinished(limitMs);
     return process.readAllStandardOutput();
 }
@@ -40,7 +45,8 @@ QByteArray runProcess(const QString &commandLine, int limitMs, const QString &wo
 {
     QProcess process;
     process.setWorkingDirectory(workingDirectory);
-    return setCommand(process, commandLine) ? outputOf(process, limitMs) : QByteArray();
+    startProcess(process, commandLine);
+    return awaitOutput(process, limitMs);
 }
 
 QByteArray runProgram(const QString &program, const QStringList &arguments)
@@ -48,7 +54,8 @@ QByteArray runProgram(const QString &program, const QStringList &arguments)
     QProcess process;
     process.setProgram(program);
     process.setArguments(arguments);
-    return outputOf(process, NoTimeLimit);
+    start(process);
+    return awaitOutput(process);
 }
 
 QByteArray firstLineOf(const QString &commandLine, int maxLength, int limitMs)

@@ -33,5 +33,9 @@ int numberFrom(const QString &commandLine, int limitMs = NoTimeLimit);
 // Starts `commandLine` in `process` without waiting.
 void startProcess(QProcess &process, const QString &commandLine);
 
+// Waits for the end of a started process up to `limitMs`; all it wrote to its standard output,
+// empty if it could not be started.
+QByteArray awaitOutput(QProcess &process, int limitMs = NoTimeLimit);
+
 // Starts `commandLine` on its own: it outlives this program and nobody collects it.
 void startInBackground(const QString &commandLine);
