@@ -106,12 +106,15 @@ void MainWindow::levelEndCheck(int item)
     closeEndCheck(endItem);
 }
 
-static void logForcedChange(const char *levelName)
+// Writes the level file's line, says so in the resume log and to the station.
+static void forceLevel(File &levelFile, const char *levelName, const char *fileText)
 {
+    levelFile.write(fileText, qint64(strlen(fileText)));
     appendToResumeLog(QByteArray("echo QZ! ===== Forcibly Goto ")
                           .append(levelName)
                           .append(" Pass!! ===== " TO_RESUME_LOG)
                           .constData());
+    sendRaw(QByteArray("FORCIBLY_GOTO_") + levelName + "_PASS");
 }
 
 void MainWindow::refuseForcedChange()
@@ -122,16 +125,6 @@ void MainWindow::refuseForcedChange()
 
 void MainWindow::forcedLevelChange(int position)
 {
-    struct Target {
-        const char *digits, *name, *fileText, *flagFile;
-    };
-    const Target targets[] = {
-        {"04", "ICT", "ICT\n", levels[LevelICT].flagFile},
-        {"01", "T1", "T1 \n", levels[LevelT1].flagFile},
-        {"02", "BI", "BI \n", levels[LevelBI].flagFile},
-        {"03", "T2", "T2 \n", levels[LevelT2].flagFile},
-        {"00", "HMI", HmiLevelText, nullptr},
-    };
     setLinkBuffer(UART_Buffer_ShowInInfo, UART_Buffer);
     File file(LevelFilePath, O_RDWR | O_CREAT | O_TRUNC);
     if (!file.isOpen()) {
@@ -139,15 +132,15 @@ void MainWindow::forcedLevelChange(int position)
         return;
     }
     // Unknown digits leave the file empty, which the next boot reads as ICT, and are not answered.
-    for (const Target &target : targets) {
-        if (strncmp(UART_Buffer + position, target.digits, 2) != 0)
+    const char *digits = UART_Buffer + position;
+    for (const Level &level : levels) {
+        if (strncmp(digits, level.wireCode, 2) != 0)
             continue;
-        if (target.flagFile)
-            removeFlagFile(target.flagFile);
-        file.write(target.fileText, qint64(strlen(target.fileText)));
-        logForcedChange(target.name);
-        sendRaw(QByteArray("FORCIBLY_GOTO_") + target.name + "_PASS");
+        removeFlagFile(level.flagFile);
+        forceLevel(file, level.name, level.fileText);
     }
+    if (strncmp(digits, HmiWireCode, 2) == 0)
+        forceLevel(file, "HMI", HmiLevelText);
     sync();
 }
 

@@ -5,6 +5,7 @@
 
 constexpr char LevelFilePath[] = "/usr/local/ict/HMI_TEST_LEVEL.txt";
 constexpr char HmiLevelText[] = "HMI\n"; // all four levels passed
+constexpr char HmiWireCode[] = "00";
 
 struct Level {
     const char *name; // as the resume log and the replies spell it
