@@ -94,7 +94,12 @@ static bool openOrCreate(const char *path, const QByteArray &initial, int length
         return true;
     }
     *text = initial.left(length);
-    return missing && writeFile(path, initial);
+    if (!missing)
+        return false;
+    File created(path, O_RDWR | O_CREAT);
+    if (created.isOpen())
+        created.replaceBy(initial); // on a full medium the panel boots all the same
+    return created.isOpen();
 }
 
 static bool readLevel()

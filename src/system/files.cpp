@@ -38,14 +38,19 @@ qint64 File::read(char *bytes, qint64 length)
     return total;
 }
 
+bool File::replaceBy(const QByteArray &text)
+{
+    if (lseek(m_fd, 0, SEEK_SET) != 0 || !write(text.constData(), text.size()))
+        return false;
+    const bool stored = ftruncate(m_fd, text.size()) == 0 && fsync(m_fd) == 0;
+    sync(); // the folder's entry of a new file too
+    return stored;
+}
+
 bool writeFile(const char *path, const QByteArray &text)
 {
-    File file(path, O_RDWR | O_CREAT | O_TRUNC);
-    if (!file.isOpen())
-        return false;
-    file.write(text.constData(), text.size());
-    sync();
-    return true;
+    File file(path, O_RDWR | O_CREAT);
+    return file.isOpen() && file.replaceBy(text);
 }
 
 QByteArray readFile(const char *path, int length)

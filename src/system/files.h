@@ -1,4 +1,4 @@
-// Small files of the panel: written whole, synced and closed.
+// Small files of the panel, which a cut of power must not cost: never empty in between.
 #pragma once
 
 #include <QByteArray>
@@ -26,6 +26,11 @@ public:
     // Exactly all of `bytes` from the current place on; false if the file took fewer.
     bool write(const char *bytes, qint64 length);
 
+    // Makes `text` all that the file holds: written over what stands there in one write, then cut to
+    // its length, then synced. False unless all of it has reached the medium; what did not fit
+    // leaves the file uncut.
+    bool replaceBy(const QByteArray &text);
+
     // As many bytes as there are, `length` at most; the count, 0 on an error.
     qint64 read(char *bytes, qint64 length);
 
@@ -33,8 +38,8 @@ private:
     int m_fd;
 };
 
-// Creates or truncates `path`, writes, syncs. False when the file cannot be opened; a write cut
-// short by a full disk is not reported, as nobody on the link could be told what it means.
+// Makes `text` the content of `path` as File::replaceBy() does; the file is created if missing and
+// never truncated first. False when it cannot be opened or did not take all of it.
 bool writeFile(const char *path, const QByteArray &text);
 
 // The first `length` bytes of the file at most; empty when it cannot be read.

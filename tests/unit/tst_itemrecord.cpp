@@ -1,9 +1,12 @@
 // Results in the flag file, sound and damaged: what is written where, and what a boot reads of it.
 #include "state/itemrecord.h"
 #include "state/teststate.h"
+#include "system/files.h"
 
 #include <QTemporaryFile>
 #include <QTest>
+#include <csignal>
+#include <sys/resource.h>
 
 class ItemRecordTest : public QObject {
     Q_OBJECT
@@ -11,6 +14,7 @@ class ItemRecordTest : public QObject {
 private slots:
     void results();
     void reading();
+    void smallFiles();
 };
 
 static QByteArray record(const QByteArray &line)
@@ -65,6 +69,24 @@ void ItemRecordTest::reading()
     // Cut in its number or its name: those end in '1' too.
     QVERIFY(!isPassed("1"));
     QVERIFY(!isPassed("4. COM1"));
+}
+
+// Replaced whole, or as it was and reported: no write may grow the file while the limit stands.
+void ItemRecordTest::smallFiles()
+{
+    QTemporaryFile file;
+    QVERIFY(file.open() && file.write("20254711T12345678") > 0 && file.flush());
+    const auto path = file.fileName().toLatin1();
+    QVERIFY(writeFile(path.constData(), "2025"));
+    QCOMPARE(readFile(path.constData(), 99), QByteArray("2025"));
+    signal(SIGXFSZ, SIG_IGN);
+    const rlimit none = {0, RLIM_INFINITY}, all = {RLIM_INFINITY, RLIM_INFINITY};
+    QCOMPARE(setrlimit(RLIMIT_FSIZE, &none), 0);
+    const bool written = writeFile(path.constData(), "4711");
+    setrlimit(RLIMIT_FSIZE, &all);
+    QVERIFY(!written);
+    QCOMPARE(readFile(path.constData(), 99), QByteArray("2025"));
+    QVERIFY(!writeFile("/dev/full", "4711"));
 }
 
 QTEST_GUILESS_MAIN(ItemRecordTest)
