@@ -134,7 +134,7 @@ QStringList sandboxArguments(const PanelOptions &options, const QString &root,
                      "--new-session"};
     args << environment() << fileSystem(options, root) << "--chdir"
          << "/";
-    args << "/run/bench/init";
+    args << "/run/bench/init" << options.wrapper;
     if (!options.agentRoot.isEmpty())
         args << "qemu-arm-static"
              << "-L" << armRoot;

@@ -34,6 +34,9 @@ struct PanelOptions {
     QString agentRoot;
     quint16 vncPort = 0; // TCP port for VNC viewers on 127.0.0.1; 0: any free one
     IctDisk ictDisk = IctDisk::normal;
+    // A program of this machine, with its arguments, that starts the agent inside the panel and
+    // becomes it or ends with it, for example a tracer.
+    QStringList wrapper;
 };
 
 // From here on, panels take the ARM agent that tools/arm.sh has built where none is named.
