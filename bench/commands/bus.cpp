@@ -21,7 +21,7 @@ int runBus(const QStringList &args)
     quitOnInterrupt();
     printf("Starting %d panels ...\n", count);
     fflush(stdout);
-    station::BurnInBus bus(count);
+    BurnInBus bus(count);
     QStringList numbers;
     for (int number = 1; number <= count; ++number)
         numbers << QString::number(number);

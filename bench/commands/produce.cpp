@@ -9,8 +9,6 @@
 #include <QCommandLineParser>
 #include <QRegularExpression>
 
-using namespace station;
-
 namespace {
 
 struct Variant {
@@ -38,68 +36,73 @@ private:
     QString planOf(int level) const
     {
         const QString name = QString("/%1.json").arg(QString(levelName(level)).toLower());
-        return (QFile::exists(m_variant.plans + name) ? m_variant.plans : planFolder()) + name;
+        return (QFile::exists(variant_.plans + name) ? variant_.plans : planFolder()) + name;
     }
     LevelResult level();
     QStringList released() const;
     QStringList calibrated(const StepResult &pass) const;
 
-    Variant m_variant;
-    VirtualPanel m_panel;
-    Fixture m_fixture;
-    PanelFiles m_files;
-    VirtualStand m_stand;
-    Values m_values;
+    Variant variant_;
+    VirtualPanel panel_;
+    Fixture fixture_;
+    PanelFiles files_;
+    VirtualStand stand_;
+    Values values_;
 };
 
 Production::Production(const Variant &variant)
-    : m_variant(variant)
-    , m_panel(options(variant.folder))
-    , m_fixture(m_panel)
-    , m_files(m_panel.hostPath("/usr/local/ict"),
-              {levelItems(Ict), levelItems(T1), levelItems(Bi), levelItems(T2)})
-    , m_stand(m_panel, m_files)
+    : variant_(variant)
+    , panel_(options(variant.folder))
+    , fixture_(panel_)
+    , files_(panel_.hostPath("/usr/local/ict"),
+             {levelItems(Ict), levelItems(T1), levelItems(Bi), levelItems(T2)})
+    , stand_(panel_, files_)
 {
-    m_panel.factoryNew();
-    m_values = identityOf(m_panel);
-    m_panel.touchPanel() = TouchPanel::ofPanel(variant.values.value("station").toUInt());
+    panel_.factoryNew();
+    values_ = identityOf(panel_);
+    panel_.touchPanel() = TouchPanel::ofPanel(variant.values.value("station").toUInt());
     for (const QString &fault : variant.faults) {
-        const QString problem = m_fixture.setFault(fault);
-        if (!problem.isEmpty())
+        const QString problem = fixture_.setFault(fault);
+        if (!problem.isEmpty()) {
             throw BenchError(problem + " (`bench fault list` shows them all)");
+        }
     }
-    m_stand.fixture = [this](const QString &verb, const QString &argument) {
-        return m_fixture.act(verb, argument);
+    stand_.fixture = [this](const QString &verb, const QString &argument) {
+        return fixture_.act(verb, argument);
     };
-    for (auto value = variant.values.begin(); value != variant.values.end(); ++value)
-        m_values[value.key()] = value.value();
+    for (auto value = variant.values.begin(); value != variant.values.end(); ++value) {
+        values_[value.key()] = value.value();
+    }
 }
 
 LevelResult Production::level()
 {
-    const int level = m_files.level();
+    const int level = files_.level();
     LevelResult result;
     result.level = levelName(level);
-    const Plan plan = loadPlan(planOf(level), m_values);
-    if (!plan.problems.isEmpty())
+    const Plan plan = loadPlan(planOf(level), values_);
+    if (!plan.problems.isEmpty()) {
         throw BenchError(plan.problems.join('\n'));
-    const QString fault = m_stand.powerOn();
+    }
+    const QString fault = stand_.powerOn();
     Link link;
     QString error;
-    if (!fault.isEmpty() || !link.open(m_stand.port(level), modeAt(level), &error)) {
+    if (!fault.isEmpty() || !link.open(stand_.port(level), modeAt(level), &error)) {
         result.faults << fault + error;
         return result;
     }
-    const int number = level == Bi ? m_files.station() : m_values.value("station").toInt();
-    Runner runner(link, m_stand, m_values, number, {}, true);
-    runner.onExchange = [this](const StepResult &step) { m_files.exchanged(step); };
+    const int number = level == Bi ? files_.station() : values_.value("station").toInt();
+    Runner runner(link, stand_, values_, number, {}, true);
+    runner.onExchange = [this](const StepResult &step) { files_.exchanged(step); };
     result = runner.run(plan);
-    result.faults = m_files.faults(5000);
-    for (const StepResult &step : result.steps)
-        if (step.faults.isEmpty() && !step.step.during.isEmpty())
+    result.faults = files_.faults(5000);
+    for (const StepResult &step : result.steps) {
+        if (step.faults.isEmpty() && !step.step.during.isEmpty()) {
             result.faults += calibrated(step);
-    result.resumeLog = m_files.resumeLog();
-    m_panel.powerOff();
+        }
+    }
+    result.resumeLog = files_.resumeLog();
+    panel_.powerOff();
     return result;
 }
 
@@ -108,53 +111,64 @@ LevelResult Production::level()
 QStringList Production::calibrated(const StepResult &pass) const
 {
     const bool checkOnly = pass.step.code == "9001";
-    const QByteArray file = m_panel.readFile("/etc/pointercal");
+    const QByteArray file = panel_.readFile("/etc/pointercal");
     const QRegularExpression seven(QRegularExpression::anchoredPattern("-?\\d+( -?\\d+){6}\\x{0}"));
     const QRegularExpression spots(QRegularExpression::anchoredPattern(
         QString("(\\(-?\\d+,-?\\d+\\)\n){%1}").arg(checkOnly ? 5 : 10)));
     const QByteArray name = checkOnly ? "T2_TP_Value.txt" : "T1_TP_Value.txt";
     QStringList faults;
-    if (!seven.match(textOf(file)).hasMatch())
+    if (!seven.match(textOf(file)).hasMatch()) {
         faults << "/etc/pointercal is not seven numbers and a zero byte: " + printable(file);
-    if (m_panel.readFile("/usr/local/ict/pointercal") != file)
+    }
+    if (panel_.readFile("/usr/local/ict/pointercal") != file) {
         faults << "the backup of /etc/pointercal differs from it";
-    if (!m_panel.bootEnvironment().trimmed().endsWith("pointercal " + QByteArray(file.constData())))
+    }
+    if (!panel_.bootEnvironment().trimmed().endsWith("pointercal "
+                                                     + QByteArray(file.constData()))) {
         faults << "the boot loader's last calibration is not the file's";
-    if (!spots.match(textOf(m_panel.readFile("/usr/local/ict/" + name))).hasMatch())
+    }
+    if (!spots.match(textOf(panel_.readFile("/usr/local/ict/" + name))).hasMatch()) {
         faults << name + " does not hold its touched positions, a line each";
+    }
     return faults;
 }
 
 // What a panel that leaves the line must be like, beside its files.
 QStringList Production::released() const
 {
-    const QByteArray sram = m_panel.readFile("/dev/OstraHMI_GPMC_RW");
+    const QByteArray sram = panel_.readFile("/dev/OstraHMI_GPMC_RW");
     QStringList faults;
-    if (sram != QByteArray(32768, '\0'))
+    if (sram != QByteArray(32768, '\0')) {
         faults << QString("the SRAM is not clear: %1 bytes, %2 of them zero")
                       .arg(sram.size())
                       .arg(sram.count('\0'));
-    if (m_panel.readFile("/mnt/ict_log/ict_log.tgz").isEmpty())
+    }
+    if (panel_.readFile("/mnt/ict_log/ict_log.tgz").isEmpty()) {
         faults << "the logs were not saved outside their folder";
+    }
     return faults;
 }
 
 void Production::run(Report *report)
 {
     int before = -1;
-    while (!m_files.released() && m_files.level() != before) {
-        before = m_files.level();
+    while (!files_.released() && files_.level() != before) {
+        before = files_.level();
         LevelResult result = level();
-        if (m_files.level() == before && !m_files.released())
+        if (files_.level() == before && !files_.released()) {
             result.faults << "the panel stays at this level";
-        if (m_files.released() && m_variant.plans != planFolder() + "/tour")
+        }
+        if (files_.released() && variant_.plans != planFolder() + "/tour") {
             result.faults += released();
-        for (const QString &fault : result.faults)
+        }
+        for (const QString &fault : result.faults) {
             say("FAIL " + fault, true);
-        if (result.medianOverheadMs() > 0)
+        }
+        if (result.medianOverheadMs() > 0) {
             say(QString("     %1 ms an item over the prescribed waits in the median (limit 120)")
                     .arg(result.medianOverheadMs(), 0, 'f', 1));
-        result.level = m_variant.title + result.level;
+        }
+        result.level = variant_.title + result.level;
         report->levels << result;
     }
 }
@@ -170,13 +184,15 @@ QVector<Variant> variantsOf(const QCommandLineParser &parser)
     const QString folder = parser.value("folder");
     const Variant tour{"third panel, ", planFolder() + "/tour",
                        folder.isEmpty() ? folder : folder + "-3", faults, first};
-    if (parser.isSet("tour"))
+    if (parser.isSet("tour")) {
         return {tour};
+    }
     QVector<Variant> variants = {{"", parser.value("plans"), folder, faults, first}};
-    if (!parser.isSet("single"))
+    if (!parser.isSet("single")) {
         variants << Variant{"second panel, ", parser.value("plans") + "/extended",
                             folder.isEmpty() ? folder : folder + "-2", faults, second}
                  << tour;
+    }
     return variants;
 }
 
@@ -209,13 +225,16 @@ int runProduce(const QStringList &args)
     Report report;
     report.title = "Production of virtual panels";
     report.subject = "factory-new panels";
-    for (const Variant &variant : variantsOf(parser))
+    for (const Variant &variant : variantsOf(parser)) {
         Production(variant).run(&report);
+    }
     const QString problem = writeReport(report, parser.value("report"));
-    if (!problem.isEmpty())
+    if (!problem.isEmpty()) {
         throw BenchError(problem);
-    for (const QString &fault : report.faults())
+    }
+    for (const QString &fault : report.faults()) {
         say(fault, true);
+    }
     say(QString("%1. Report: %2/report.html (and report.json, junit.xml)")
             .arg(report.passed() ? "PASSED" : "FAILED", parser.value("report")),
         !report.passed());

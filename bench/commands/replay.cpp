@@ -7,8 +7,6 @@
 #include <QCommandLineParser>
 #include <QFile>
 
-using namespace station;
-
 namespace {
 
 struct Exchange {

@@ -5,8 +5,6 @@
 
 #include <QCommandLineParser>
 
-using namespace station;
-
 int runSend(const QStringList &args)
 {
     QCommandLineParser parser;
@@ -26,22 +24,26 @@ int runSend(const QStringList &args)
     parser.addPositionalArgument("ARGUMENT", "Its data.", "[ARGUMENT]");
     parser.process(args);
     const QStringList words = parser.positionalArguments();
-    if (words.isEmpty() || !parser.isSet("port"))
+    if (words.isEmpty() || !parser.isSet("port")) {
         throw BenchError("which port and what code? Example: bench send --port /dev/ttyUSB0 8000");
+    }
     Step step;
     step.code = words[0].toUpper().toLatin1();
     step.argument = words.value(1);
     step.addressed = true;
-    if (step.code == "KLV-" && !parser.isSet("model"))
+    if (step.code == "KLV-" && !parser.isSet("model")) {
         throw BenchError("the forced change needs the panel's model: --model KLV-100");
+    }
     const Command *command = findCommand(step.code);
-    if (!command)
+    if (!command) {
         fprintf(stderr, "No panel knows the code %s; sent all the same\n", step.code.constData());
+    }
     Link link;
     QString error;
     if (!link.open(parser.value("port"), parser.isSet("bi") ? Link::Mode::Rs485 : Link::Mode::Rs232,
-                   &error))
+                   &error)) {
         throw BenchError(error);
+    }
     Link::Request request;
     request.bytes =
         requestOf(step, {{"model", parser.value("model")}}, parser.value("station").toInt());
@@ -57,7 +59,8 @@ int runSend(const QStringList &args)
         + (reply.station >= 0 ? QString(" from station %1").arg(reply.station) : QString()));
     say("meaning  " + meaningOf(reply.payload, step.code));
     say(QString("time     %1 ms").arg(answer.ms, 0, 'f', 1));
-    if (!answer.error.isEmpty())
+    if (!answer.error.isEmpty()) {
         throw BenchError(answer.error);
+    }
     return reply.kind == Reply::None;
 }

@@ -11,8 +11,6 @@
 #include <memory>
 #include <unistd.h>
 
-using namespace station;
-
 namespace {
 
 // One panel under test; several on a burn-in bus share the port.
@@ -57,23 +55,28 @@ void setValues(const QString &text, std::vector<Job> *jobs)
 {
     const QString name = text.section('=', 0, 0);
     const QStringList values = text.section('=', 1).split(',');
-    if (!text.contains('=') || (values.size() != 1 && values.size() != int(jobs->size())))
+    if (!text.contains('=') || (values.size() != 1 && values.size() != int(jobs->size()))) {
         throw BenchError(QString("--set %1: one value, or one for each of the %2 panels, is needed")
                              .arg(text)
                              .arg(jobs->size()));
-    for (size_t i = 0; i < jobs->size(); ++i)
+    }
+    for (size_t i = 0; i < jobs->size(); ++i) {
         (*jobs)[i].values[name] = values.value(values.size() == 1 ? 0 : int(i));
+    }
 }
 
 std::vector<Job> jobsOf(const QCommandLineParser &parser)
 {
     std::vector<Job> jobs;
     const QStringList ports = parser.values("port");
-    for (const QString &port : ports.isEmpty() ? QStringList("no port") : ports)
-        for (const QString &number : parser.value("station").split(','))
+    for (const QString &port : ports.isEmpty() ? QStringList("no port") : ports) {
+        for (const QString &number : parser.value("station").split(',')) {
             jobs.push_back({port, number.toInt(), {{"station", number}}, {}, {}});
-    for (const QString &set : parser.values("set"))
+        }
+    }
+    for (const QString &set : parser.values("set")) {
         setValues(set, &jobs);
+    }
     const QString level = parser.value("level").toLower();
     QStringList problems;
     for (Job &job : jobs) {
@@ -83,8 +86,9 @@ std::vector<Job> jobsOf(const QCommandLineParser &parser)
         problems += job.plan.problems;
     }
     problems.removeDuplicates();
-    if (!problems.isEmpty())
+    if (!problems.isEmpty()) {
         throw BenchError(problems.join('\n'));
+    }
     return jobs;
 }
 
@@ -92,8 +96,9 @@ std::vector<Job> jobsOf(const QCommandLineParser &parser)
 bool runAll(std::vector<Job> &jobs, bool unattended)
 {
     QMap<QString, QVector<Job *>> ports;
-    for (Job &job : jobs)
+    for (Job &job : jobs) {
         ports[job.port] << &job;
+    }
     std::vector<std::unique_ptr<QThread>> threads;
     QEventLoop loop;
     int running = ports.size();
@@ -103,12 +108,14 @@ bool runAll(std::vector<Job> &jobs, bool unattended)
         const bool labels = jobs.size() > 1;
         threads.emplace_back(QThread::create([=] { work(path, list, unattended, labels); }));
         QObject::connect(threads.back().get(), &QThread::finished, &loop, [&] {
-            if (--running == 0)
+            if (--running == 0) {
                 loop.quit();
+            }
         });
     }
-    for (auto &thread : threads)
+    for (auto &thread : threads) {
         thread->start();
+    }
     loop.exec();
     return running == 0;
 }
@@ -138,9 +145,11 @@ int runStation(const QStringList &args)
          {"check", "Only check the plan."},
          {"yes", "Take everything asked of a person as done."}});
     parser.process(args);
-    if ((!parser.isSet("port") && !parser.isSet("check")) || levelByName(parser.value("level")) < 0)
+    if ((!parser.isSet("port") && !parser.isSet("check"))
+        || levelByName(parser.value("level")) < 0) {
         throw BenchError("which port, and which level (ict, t1, bi, t2)? Example: bench station "
                          "--port /dev/ttyUSB0 --level t1");
+    }
     std::vector<Job> jobs = jobsOf(parser);
     if (parser.isSet("check")) {
         say("The plan may run");
@@ -156,8 +165,9 @@ int runStation(const QStringList &args)
         const QString folder =
             parser.value("report") + '/' + nameOf(job).mid(1).replace(QRegExp("[/ ]"), "-");
         const QString problem = writeReport(job.report, folder);
-        if (!problem.isEmpty())
+        if (!problem.isEmpty()) {
             throw BenchError(problem);
+        }
         passed = passed && job.report.passed();
         say(QString("%1  %2  %3/report.html")
                 .arg(job.report.passed() ? "PASSED" : "FAILED", nameOf(job), folder),

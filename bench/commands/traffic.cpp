@@ -43,7 +43,7 @@ void Traffic::finish(Message &message)
         if (!sink)
             return;
         fprintf(sink, form, double(clock_.elapsed()) / 1000, name_, message.arrow,
-                qPrintable(station::printable(message.bytes)), qPrintable(means));
+                qPrintable(printable(message.bytes)), qPrintable(means));
         fflush(sink);
     };
     write(sinks_.screen, "%9.3f  %-7s %s %-34s %s\n");
@@ -56,12 +56,12 @@ QString Traffic::meaning(const Message &message)
     if (!link_ || (&message == &out_ && code_.isEmpty()))
         return {};
     if (&message == &out_)
-        return station::meaningOf(station::decode(message.bytes).payload, code_);
+        return meaningOf(decode(message.bytes).payload, code_);
     // Of the long requests the table knows the first characters; the number may be in front.
     code_.clear();
     for (int from : {3, 0}) {
         for (int length : {4, 2}) {
-            const station::Command *command = station::findCommand(message.bytes.mid(from, length));
+            const Command *command = findCommand(message.bytes.mid(from, length));
             if (command && code_.isEmpty()) {
                 code_ = command->code;
                 return command->meaning;

@@ -4,63 +4,70 @@
 #include <pty.h>
 #include <unistd.h>
 
-namespace station {
-
 BurnInBus::BurnInBus(int count)
 {
     char path[64];
     termios raw = {};
     cfmakeraw(&raw);
-    if (openpty(&m_master, &m_slave, path, &raw, nullptr) != 0)
+    if (openpty(&master_, &slave_, path, &raw, nullptr) != 0) {
         throw BenchError("No pseudo terminal to be had: close some terminals");
-    m_path = path;
+    }
+    path_ = path;
     for (int number = 1; number <= count; ++number) {
-        m_panels.push_back(std::make_unique<VirtualPanel>());
+        panels_.push_back(std::make_unique<VirtualPanel>());
         panel(number).writeFile("/usr/local/ict/HMI_TEST_LEVEL.txt", "BI \n");
         panel(number).writeFile("/usr/local/ict/HMI_STATION_NUM.txt",
                                 QByteArray::number(number, 16).rightJustified(2, '0').toUpper());
     }
-    for (const auto &sender : m_panels) {
+    for (const auto &sender : panels_) {
         PtyPort *port = sender->port(Port::ttyO3);
         // In the sender's I/O thread; sending to a port is allowed from any.
         QObject::connect(port, &PtyPort::fromPanel, port, [this, port](const QByteArray &bytes) {
-            if (::write(m_master, bytes.constData(), size_t(bytes.size())) < 0)
+            if (::write(master_, bytes.constData(), size_t(bytes.size())) < 0) {
                 return; // nobody reads: lost, as on the wire
-            for (const auto &other : m_panels)
-                if (other->port(Port::ttyO3) != port)
+            }
+            for (const auto &other : panels_) {
+                if (other->port(Port::ttyO3) != port) {
                     other->port(Port::ttyO3)->send(bytes);
+                }
+            }
         });
     }
-    m_thread = std::thread([this] { fromStation(); });
-    for (const auto &panel : m_panels)
+    thread_ = std::thread([this] { fromStation(); });
+    for (const auto &panel : panels_) {
         panel->powerOn();
-    for (const auto &panel : m_panels)
-        if (!waitFor([&] { return panel->port(Port::ttyO3)->isOpenOnPanel(); }, 30000))
+    }
+    for (const auto &panel : panels_) {
+        if (!waitFor([&] { return panel->port(Port::ttyO3)->isOpenOnPanel(); }, 30000)) {
             throw BenchError("A panel of the bus does not open its port within 30 s");
+        }
+    }
 }
 
 BurnInBus::~BurnInBus()
 {
-    m_stop = true;
-    if (m_thread.joinable())
-        m_thread.join();
-    for (const auto &panel : m_panels)
+    stop_ = true;
+    if (thread_.joinable()) {
+        thread_.join();
+    }
+    for (const auto &panel : panels_) {
         panel->powerOff();
-    m_panels.clear();
-    ::close(m_master);
-    ::close(m_slave);
+    }
+    panels_.clear();
+    ::close(master_);
+    ::close(slave_);
 }
 
 void BurnInBus::fromStation()
 {
-    while (!m_stop) {
-        pollfd fd{m_master, POLLIN, 0};
+    while (!stop_) {
+        pollfd fd{master_, POLLIN, 0};
         char bytes[256];
-        const ssize_t n = poll(&fd, 1, 50) > 0 ? ::read(m_master, bytes, sizeof bytes) : 0;
-        for (const auto &panel : m_panels)
-            if (n > 0)
+        const ssize_t n = poll(&fd, 1, 50) > 0 ? ::read(master_, bytes, sizeof bytes) : 0;
+        for (const auto &panel : panels_) {
+            if (n > 0) {
                 panel->port(Port::ttyO3)->send(QByteArray(bytes, int(n)));
+            }
+        }
     }
 }
-
-} // namespace station

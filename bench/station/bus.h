@@ -7,8 +7,6 @@
 #include <thread>
 #include <vector>
 
-namespace station {
-
 // Virtual panels at burn-in on one RS-485 bus: what one sends, the station and every other panel
 // hear. Use from one thread.
 class BurnInBus {
@@ -21,21 +19,19 @@ public:
     // The station's end of the bus, to be opened like a serial port.
     QString path() const
     {
-        return m_path;
+        return path_;
     }
     VirtualPanel &panel(int number)
     {
-        return *m_panels.at(size_t(number) - 1);
+        return *panels_.at(size_t(number) - 1);
     }
 
 private:
     void fromStation();
 
-    std::vector<std::unique_ptr<VirtualPanel>> m_panels;
-    int m_master = -1, m_slave = -1;
-    QString m_path;
-    std::atomic<bool> m_stop{false};
-    std::thread m_thread;
+    std::vector<std::unique_ptr<VirtualPanel>> panels_;
+    int master_ = -1, slave_ = -1;
+    QString path_;
+    std::atomic<bool> stop_{false};
+    std::thread thread_;
 };
-
-} // namespace station

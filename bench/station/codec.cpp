@@ -3,8 +3,6 @@
 #include <numeric>
 #include <utility>
 
-namespace station {
-
 static QByteArray twoDigits(int value)
 {
     return QByteArray::number(value & 0xff, 16).rightJustified(2, '0').toUpper();
@@ -13,8 +11,9 @@ static QByteArray twoDigits(int value)
 QByteArray hexLrc(const QByteArray &ascii)
 {
     int sum = 0;
-    for (int at = 0; at < ascii.size(); at += 2)
+    for (int at = 0; at < ascii.size(); at += 2) {
         sum += ascii.mid(at, 2).toInt(nullptr, 16);
+    }
     return twoDigits(-sum);
 }
 
@@ -56,17 +55,20 @@ QByteArray gotoRequest(const QByteArray &model, const QByteArray &level)
 
 static bool isHex(const QByteArray &text)
 {
-    for (char c : text)
-        if (!isxdigit(uchar(c)) || islower(uchar(c)))
+    for (char c : text) {
+        if (!isxdigit(uchar(c)) || islower(uchar(c))) {
             return false;
+        }
+    }
     return !text.isEmpty();
 }
 
 Reply decode(const QByteArray &bytes)
 {
     Reply reply;
-    if (bytes.isEmpty())
+    if (bytes.isEmpty()) {
         return reply;
+    }
     const int colon = bytes.lastIndexOf(':');
     reply.payload = bytes;
     if (colon < 0) {
@@ -77,19 +79,22 @@ Reply decode(const QByteArray &bytes)
     reply.noise = bytes.left(colon);
     QByteArray body = bytes.mid(colon + 1);
     const bool lineFeed = body.endsWith("\r\n");
-    if (!lineFeed && !body.endsWith('\r'))
+    if (!lineFeed && !body.endsWith('\r')) {
         return reply;
+    }
     body.chop(lineFeed ? 2 : 1);
     const QByteArray check = body.right(2);
     body.chop(2);
-    if (body.size() < 6 || !isHex(body.left(6)))
+    if (body.size() < 6 || !isHex(body.left(6))) {
         return reply;
-    if (isHex(body) && check == hexLrc(body))
+    }
+    if (isHex(body) && check == hexLrc(body)) {
         reply.kind = lineFeed ? Reply::Frame : Reply::Battery;
-    else if (lineFeed && body.mid(2, 2) == "07" && check == characterLrc(body))
+    } else if (lineFeed && body.mid(2, 2) == "07" && check == characterLrc(body)) {
         reply.kind = Reply::Identity;
-    else
+    } else {
         return reply;
+    }
     reply.station = body.left(2).toInt(nullptr, 16);
     reply.payload = body.mid(2);
     return reply;
@@ -97,10 +102,12 @@ Reply decode(const QByteArray &bytes)
 
 bool isComplete(const QByteArray &bytes, bool quiet)
 {
-    if (bytes.isEmpty())
+    if (bytes.isEmpty()) {
         return false;
-    if (bytes.endsWith('\n'))
+    }
+    if (bytes.endsWith('\n')) {
         return true;
+    }
     return quiet && (!bytes.contains(':') || bytes.endsWith('\r'));
 }
 
@@ -108,16 +115,17 @@ QString printable(const QByteArray &bytes)
 {
     QString text;
     for (char c : bytes) {
-        if (c == '\\')
+        if (c == '\\') {
             text += "\\\\";
-        else if (c == '\r')
+        } else if (c == '\r') {
             text += "\\r";
-        else if (c == '\n')
+        } else if (c == '\n') {
             text += "\\n";
-        else if (uchar(c) < 32 || uchar(c) > 126)
+        } else if (uchar(c) < 32 || uchar(c) > 126) {
             text += QString("\\x%1").arg(uchar(c), 2, 16, QLatin1Char('0'));
-        else
+        } else {
             text += QLatin1Char(c);
+        }
     }
     return text;
 }
@@ -127,14 +135,13 @@ QByteArray unprintable(const QByteArray &text)
     QByteArray bytes;
     for (int i = 0; i < text.size(); ++i) {
         const char escape = text[i] == '\\' && i + 1 < text.size() ? text[++i] : '\0';
-        if (!escape)
+        if (!escape) {
             bytes += text[i];
-        else if (escape == 'x')
+        } else if (escape == 'x') {
             bytes += char(text.mid(std::exchange(i, i + 2) + 1, 2).toInt(nullptr, 16));
-        else
+        } else {
             bytes += escape == 'r' ? '\r' : escape == 'n' ? '\n' : escape;
+        }
     }
     return bytes;
 }
-
-} // namespace station

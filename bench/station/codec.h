@@ -6,8 +6,6 @@
 
 // The station's own reading and writing of the PC link. It is written apart from the agent's link
 // code on purpose: a judge that shares the code it judges finds nothing.
-namespace station {
-
 // Two's complement of the byte sum of `ascii`, read as pairs of hex digits, as two upper-case hex
 // digits.
 QByteArray hexLrc(const QByteArray &ascii);
@@ -57,5 +55,3 @@ inline QString textOf(const QByteArray &bytes)
 // Control characters as escapes, for people; and back.
 QString printable(const QByteArray &bytes);
 QByteArray unprintable(const QByteArray &text);
-
-} // namespace station

@@ -10,8 +10,6 @@
 #include <QTimer>
 #include <cstdio>
 
-namespace station {
-
 // Texts without a line end are over when the line has been still for this long: well above the 16
 // ms that USB adapters hold bytes back, well below a person's patience.
 static constexpr int quietMs = 60;
@@ -36,51 +34,55 @@ Link::Mode modeAt(int level)
 bool Link::open(const QString &path, Mode mode, QString *error)
 {
     close();
-    m_port.setPortName(path);
-    if (!m_port.open(QIODevice::ReadWrite)) {
-        *error = QString("%1: %2").arg(path, remedy(m_port));
+    port_.setPortName(path);
+    if (!port_.open(QIODevice::ReadWrite)) {
+        *error = QString("%1: %2").arg(path, remedy(port_));
         return false;
     }
     const bool bus = mode == Mode::Rs485;
     // Evaluated one by one: a pty refuses some of these, and what it takes is to be set all the
     // same.
-    const bool baud = m_port.setBaudRate(9600);
-    const bool data = m_port.setDataBits(bus ? QSerialPort::Data7 : QSerialPort::Data8);
-    const bool parity = m_port.setParity(QSerialPort::EvenParity);
-    const bool stop = m_port.setStopBits(QSerialPort::OneStop);
+    const bool baud = port_.setBaudRate(9600);
+    const bool data = port_.setDataBits(bus ? QSerialPort::Data7 : QSerialPort::Data8);
+    const bool parity = port_.setParity(QSerialPort::EvenParity);
+    const bool stop = port_.setStopBits(QSerialPort::OneStop);
     const bool flow =
-        m_port.setFlowControl(bus ? QSerialPort::NoFlowControl : QSerialPort::HardwareControl);
+        port_.setFlowControl(bus ? QSerialPort::NoFlowControl : QSerialPort::HardwareControl);
     const bool pty = QFileInfo(path).canonicalFilePath().startsWith("/dev/pts/");
-    if (!pty && !(baud && data && parity && stop && flow))
+    if (!pty && !(baud && data && parity && stop && flow)) {
         fprintf(stderr, "%s: the port refuses 9600 baud %s; replies may be garbled\n",
                 qPrintable(path), bus ? "7E1" : "8E1 with RTS/CTS");
-    m_port.clear();
-    m_port.clearError();
-    m_owed = 0;
+    }
+    port_.clear();
+    port_.clearError();
+    owed_ = 0;
     return true;
 }
 
 void Link::close()
 {
-    if (m_port.isOpen())
-        m_port.close();
+    if (port_.isOpen()) {
+        port_.close();
+    }
 }
 
 bool Link::awaitBytes(int ms)
 {
-    if (m_port.bytesAvailable() > 0)
+    if (port_.bytesAvailable() > 0) {
         return true;
+    }
     QEventLoop loop;
     QTimer timer;
     timer.setSingleShot(true);
     timer.setTimerType(Qt::PreciseTimer);
     QObject::connect(&timer, &QTimer::timeout, &loop, &QEventLoop::quit);
-    QObject::connect(&m_port, &QSerialPort::readyRead, &loop, &QEventLoop::quit);
-    QObject::connect(&m_port, &QSerialPort::errorOccurred, &loop, &QEventLoop::quit);
+    QObject::connect(&port_, &QSerialPort::readyRead, &loop, &QEventLoop::quit);
+    QObject::connect(&port_, &QSerialPort::errorOccurred, &loop, &QEventLoop::quit);
     timer.start(qMax(0, ms));
-    if (loop.exec() == -1)
+    if (loop.exec() == -1) {
         throw BenchError("interrupted"); // the application was told to quit
-    return m_port.bytesAvailable() > 0;
+    }
+    return port_.bytesAvailable() > 0;
 }
 
 // Whether a complete answer ends the wait; damaged ones and noise do not, the good one may still
@@ -98,24 +100,27 @@ QByteArray Link::awaitAnswer(const Request &request, qint64 *lastByteNs)
     clock.start();
     QByteArray bytes;
     bool quiet = false;
-    while (m_port.error() == QSerialPort::NoError) {
+    while (port_.error() == QSerialPort::NoError) {
         const int left = request.timeoutMs - int(clock.elapsed());
-        if (left <= (bytes.isEmpty() || quiet ? 0 : -1000)) // an answer that has begun may end
+        if (left <= (bytes.isEmpty() || quiet ? 0 : -1000)) { // an answer that has begun may end
             break;
+        }
         quiet = !awaitBytes(bytes.isEmpty() ? left : quietMs);
         if (!quiet) {
-            bytes += m_port.readAll();
+            bytes += port_.readAll();
             *lastByteNs = clock.nsecsElapsed();
         }
-        if (!isComplete(bytes, quiet))
+        if (!isComplete(bytes, quiet)) {
             continue;
-        if (m_owed > 0 && bytes == m_lastAnswer) { // the late answer to a request already repeated
-            --m_owed;
+        }
+        if (owed_ > 0 && bytes == lastAnswer_) { // the late answer to a request already repeated
+            --owed_;
             bytes.clear();
             continue;
         }
-        if (isAnswer(bytes, request.framed))
+        if (isAnswer(bytes, request.framed)) {
             break;
+        }
     }
     return bytes;
 }
@@ -124,29 +129,30 @@ Link::Answer Link::exchange(const Request &request)
 {
     Answer answer;
     const int tries = request.silence ? 1 : qMax(1, request.tries);
-    if (m_owed == 0)
-        m_port.readAll(); // nothing is due: what lies there is noise
-    while (answer.tries < tries && m_port.error() == QSerialPort::NoError) {
+    if (owed_ == 0) {
+        port_.readAll(); // nothing is due: what lies there is noise
+    }
+    while (answer.tries < tries && port_.error() == QSerialPort::NoError) {
         ++answer.tries;
         QElapsedTimer clock;
         clock.start();
         qint64 before = 0, lastByteNs = 0;
-        m_port.write(request.bytes);
-        m_port.flush();
+        port_.write(request.bytes);
+        port_.flush();
         if (request.during) {
             request.during();
             before = clock.nsecsElapsed();
         }
         answer.bytes = awaitAnswer(request, &lastByteNs);
         answer.ms = (before + lastByteNs) / 1e6;
-        if (isAnswer(answer.bytes, request.framed))
+        if (isAnswer(answer.bytes, request.framed)) {
             break;
+        }
     }
-    m_owed = answer.tries - 1;
-    m_lastAnswer = answer.bytes;
-    if (m_port.error() != QSerialPort::NoError)
-        answer.error = QString("%1: %2").arg(m_port.portName(), remedy(m_port));
+    owed_ = answer.tries - 1;
+    lastAnswer_ = answer.bytes;
+    if (port_.error() != QSerialPort::NoError) {
+        answer.error = QString("%1: %2").arg(port_.portName(), remedy(port_));
+    }
     return answer;
 }
-
-} // namespace station

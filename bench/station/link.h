@@ -3,8 +3,6 @@
 #include <QSerialPort>
 #include <functional>
 
-namespace station {
-
 // The serial line to one panel, or at burn-in to several. Waits in the caller's event loop, so that
 // whatever else lives in that thread (the virtual panel's cables and probes) goes on meanwhile.
 class Link {
@@ -19,7 +17,7 @@ public:
     void close();
     QString path() const
     {
-        return m_port.portName();
+        return port_.portName();
     }
 
     struct Request {
@@ -43,12 +41,10 @@ private:
     bool awaitBytes(int ms);
     QByteArray awaitAnswer(const Request &request, qint64 *lastByteNs);
 
-    QSerialPort m_port;
-    QByteArray m_lastAnswer;
-    int m_owed = 0; // answers that a repeated request may still bring
+    QSerialPort port_;
+    QByteArray lastAnswer_;
+    int owed_ = 0; // answers that a repeated request may still bring
 };
 
 // The line settings of a level (protocol.h).
 Link::Mode modeAt(int level);
-
-} // namespace station

@@ -8,13 +8,11 @@
 #include <QRegularExpression>
 #include <QThread>
 
-namespace station {
-
 static constexpr int recordSize = 100, itemSize = 64, maximumShown = 39;
 
 PanelFiles::PanelFiles(QString folder, QVector<QStringList> items)
-    : m_folder(std::move(folder))
-    , m_items(std::move(items))
+    : folder_(std::move(folder))
+    , items_(std::move(items))
 {
 }
 
@@ -22,30 +20,30 @@ PanelFiles::PanelFiles(QString folder, QVector<QStringList> items)
 // not. The panel lives in 2015 from its first start at ICT until it is told the time.
 QByteArray PanelFiles::date() const
 {
-    return "<date of " + QByteArray::number(m_year) + ">\n";
+    return "<date of " + QByteArray::number(year_) + ">\n";
 }
 
 int PanelFiles::level() const
 {
-    return qMax(0, levelByName(QString(m_level).trimmed()));
+    return qMax(0, levelByName(QString(level_).trimmed()));
 }
 
 int PanelFiles::station() const
 {
-    return m_identities.value("HMI_STATION_NUM.txt").toInt(nullptr, 16);
+    return identities_.value("HMI_STATION_NUM.txt").toInt(nullptr, 16);
 }
 
 QByteArray PanelFiles::read(const QString &name) const
 {
-    QFile file(m_folder + '/' + name);
+    QFile file(folder_ + '/' + name);
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
 QByteArray PanelFiles::flagFile(int level) const
 {
     QByteArray bytes;
-    for (int item = 0; item < m_flags[level].size(); ++item) {
-        QByteArray record = m_items[level].value(item).toLatin1() + ": " + m_flags[level][item];
+    for (int item = 0; item < flags_[level].size(); ++item) {
+        QByteArray record = items_[level].value(item).toLatin1() + ": " + flags_[level][item];
         record.append(QByteArray(itemSize - 2 - record.size(), '\0'));
         bytes += record + "\r\n";
     }
@@ -54,28 +52,28 @@ QByteArray PanelFiles::flagFile(int level) const
 
 void PanelFiles::setItem(int level, int item, char result)
 {
-    if (item >= 1 && item <= m_flags[level].size())
-        m_flags[level][item - 1] = result;
+    if (item >= 1 && item <= flags_[level].size())
+        flags_[level][item - 1] = result;
 }
 
 void PanelFiles::booted()
 {
-    m_running = level();
-    if (m_running == Ict)
-        m_year = 2015;
-    append("==================== Test Start ====================\n" + m_level + date()
-           + flagFile(m_running));
-    m_records << "Boot up at " + QByteArray(levelName(m_running)) + "\n\n";
-    if (m_flags[m_running].isEmpty())
-        m_flags[m_running] = QByteArray(m_items[m_running].size(), '0');
-    if (m_running == Bi && !m_identities.contains("HMI_STATION_NUM.txt"))
-        m_identities["HMI_STATION_NUM.txt"] = "00";
-    const bool named = !m_identities.value("HMI_MACHINE_ID.txt").isEmpty();
-    if (named && m_running == T1 && m_factory == 1) {
+    running_ = level();
+    if (running_ == Ict)
+        year_ = 2015;
+    append("==================== Test Start ====================\n" + level_ + date()
+           + flagFile(running_));
+    records_ << "Boot up at " + QByteArray(levelName(running_)) + "\n\n";
+    if (flags_[running_].isEmpty())
+        flags_[running_] = QByteArray(items_[running_].size(), '0');
+    if (running_ == Bi && !identities_.contains("HMI_STATION_NUM.txt"))
+        identities_["HMI_STATION_NUM.txt"] = "00";
+    const bool named = !identities_.value("HMI_MACHINE_ID.txt").isEmpty();
+    if (named && running_ == T1 && factory_ == 1) {
         setItem(T1, 14, '1');
         setItem(T1, 16, '1');
     }
-    if (named && m_running == Bi && m_factory != 1)
+    if (named && running_ == Bi && factory_ != 1)
         setItem(Bi, 5, '1');
 }
 
@@ -85,22 +83,22 @@ void PanelFiles::booted()
 void PanelFiles::traffic(const StepResult &result)
 {
     static const QList<QByteArray> touchPasses = {"9000", "9004", "9001"};
-    if (m_running == Bi)
+    if (running_ == Bi)
         return;
     QByteArray request = result.request.left(maximumShown);
     if (touchPasses.contains(result.step.code))
         request.chop(2);
     // The battery frame goes out without its line feed but is logged with it.
     const char *end = result.reply.kind == Reply::Battery ? "\n\n" : "\n";
-    m_records << "---> " + request + "<--- " + result.answer.bytes.left(maximumShown) + end;
+    records_ << "---> " + request + "<--- " + result.answer.bytes.left(maximumShown) + end;
 }
 
 void PanelFiles::changed(const QByteArray &level)
 {
-    m_level = level.leftJustified(3) + '\n';
+    level_ = level.leftJustified(3) + '\n';
     const int entered = levelByName(level);
     if (entered >= 0)
-        m_flags[entered].clear();
+        flags_[entered].clear();
 }
 
 void PanelFiles::endChecked(const StepResult &result)
@@ -108,18 +106,18 @@ void PanelFiles::endChecked(const StepResult &result)
     static const char *const next[] = {"T1", "BI", "T2", "HMI"};
     const bool straight = result.step.code == "0101";
     const bool passed = result.reply.payload == result.step.code;
-    const int last = m_items[m_running].size();
-    if (passed && m_flags[m_running].left(last - 1).count('1') != last - 1)
-        m_records << "(end check passed with items missing)";
-    setItem(m_running, last, passed ? '1' : 'F');
+    const int last = items_[running_].size();
+    if (passed && flags_[running_].left(last - 1).count('1') != last - 1)
+        records_ << "(end check passed with items missing)";
+    setItem(running_, last, passed ? '1' : 'F');
     if (passed) {
-        m_level = straight ? "HMI\n" : QByteArray(next[m_running]).leftJustified(3) + '\n';
-        if (!straight && m_running != T2)
-            m_flags[m_running + 1].clear();
-        if (straight || m_running == T2)
+        level_ = straight ? "HMI\n" : QByteArray(next[running_]).leftJustified(3) + '\n';
+        if (!straight && running_ != T2)
+            flags_[running_ + 1].clear();
+        if (straight || running_ == T2)
             append("HMI_ICT_CHECK_OK And Clear All SRAM Data Pass!!!\n");
     }
-    append(date() + flagFile(m_running) + "===================== Test End =====================\n");
+    append(date() + flagFile(running_) + "===================== Test End =====================\n");
     traffic(result); // the panel closes an end check with a record of its own
 }
 
@@ -127,15 +125,15 @@ void PanelFiles::endChecked(const StepResult &result)
 // panels in the ID.
 void PanelFiles::identified(const QByteArray &id)
 {
-    m_identities["HMI_MACHINE_ID.txt"] = id;
+    identities_["HMI_MACHINE_ID.txt"] = id;
     const char marker = id.size() == 18 ? id[9] : id.size() > 9 ? id[8] : '\0';
-    m_factory = marker == 'W' ? 1 : marker == 'T' ? 2 : 0;
-    if (m_factory != 1)
+    factory_ = marker == 'W' ? 1 : marker == 'T' ? 2 : 0;
+    if (factory_ != 1)
         return;
     setItem(T1, 14, '1');
     setItem(T1, 16, '1');
     const int digits = id.right(2).toInt();
-    m_identities["HMI_STATION_NUM.txt"] =
+    identities_["HMI_STATION_NUM.txt"] =
         QByteArray::number(digits == 0 ? 100 : digits, 16).rightJustified(2, '0').toUpper();
 }
 
@@ -155,18 +153,18 @@ void PanelFiles::exchanged(const StepResult &result)
     // What the panel holds to be passed; the station may be of another mind (a voltage, a colour).
     const QByteArray own = code.size() == 2 ? code + "00" : code;
     const bool framed = result.reply.kind == Reply::Frame;
-    const bool flat = result.reply.kind == Reply::Battery && m_running == Bi && code == "8800";
+    const bool flat = result.reply.kind == Reply::Battery && running_ == Bi && code == "8800";
     const bool passed = framed ? reply == own || reply == "0295" : !flat;
     for (int item : result.step.items)
-        setItem(m_running, item,
+        setItem(running_, item,
                 passed || (code == "810A" && passedBefore(reply, item)) ? '1' : 'F');
     if (code == "8800" || code == "8801")
-        m_records << "Battery Voltage : "; // and the volts, to a digit that the link does not carry
+        records_ << "Battery Voltage : "; // and the volts, to a digit that the link does not carry
     if (code == "KLV-")
         append("++++++++ Receive Forcibly Goto Command ++++++++\n");
     if (command->answer != Answer::Raw || framed)
         traffic(result);
-    if (code == endCheckCode(m_running) || code == "0101")
+    if (code == endCheckCode(running_) || code == "0101")
         endChecked(result);
     else if (code == "KLV-" && reply.endsWith("_PASS")) {
         const QByteArray level = result.step.argument.toLatin1();
@@ -178,13 +176,13 @@ void PanelFiles::exchanged(const StepResult &result)
         append(QByteArray("------ Export Log From ") + (code[2] == '0' ? "Partition" : "Folder")
                + " to " + (code[3] == '0' ? "USB" : "SD") + " ------\n");
     else if (code == "8D")
-        m_year = QDate::currentDate().year();
+        year_ = QDate::currentDate().year();
     else if (code == "8A00" && passed)
-        m_identities["HMI_STATION_NUM.txt"] = result.request.mid(1, 2);
+        identities_["HMI_STATION_NUM.txt"] = result.request.mid(1, 2);
     else if (code == "0601" && passed)
         identified(result.request.mid(7, result.request.size() - 11));
     else if (code == "0602" && passed)
-        m_identities["HMI_SEMIMACHINE_ID.txt"] = result.request.mid(7, result.request.size() - 11);
+        identities_["HMI_SEMIMACHINE_ID.txt"] = result.request.mid(7, result.request.size() - 11);
 }
 
 // The first bytes in quotes, without the zeros that fill a record.
@@ -215,21 +213,21 @@ void PanelFiles::compareFactoryLog(QStringList *faults) const
 {
     const QString name = "FactoryTestLog.txt";
     const QByteArray found = read(name);
-    if (found.size() != recordSize * m_records.size())
+    if (found.size() != recordSize * records_.size())
         *faults << QString("%1 has %2 bytes instead of %3 records of %4")
                        .arg(name)
                        .arg(found.size())
-                       .arg(m_records.size())
+                       .arg(records_.size())
                        .arg(recordSize);
     static const QRegularExpression date("^\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\n$");
-    for (int i = 0; i < qMin(m_records.size(), found.size() / recordSize); ++i) {
+    for (int i = 0; i < qMin(records_.size(), found.size() / recordSize); ++i) {
         const QByteArray record = found.mid(i * recordSize, recordSize);
         QByteArray text = record.mid(20);
         const int end = text.indexOf('\0');
         const bool padded = end < 0 || text.mid(end).count('\0') == text.size() - end;
         text = end < 0 ? text : text.left(end);
-        const QByteArray wanted = m_records[i].left(recordSize - 20);
-        const bool open = m_records[i] == "Battery Voltage : ";
+        const QByteArray wanted = records_[i].left(recordSize - 20);
+        const bool open = records_[i] == "Battery Voltage : ";
         if (!date.match(record.left(20)).hasMatch() || !padded
             || !(open ? text.startsWith(wanted) : text == wanted))
             return void(*faults << QString("%1, record %2: %3 instead of %4")
@@ -242,10 +240,10 @@ void PanelFiles::compareFactoryLog(QStringList *faults) const
 QStringList PanelFiles::differences() const
 {
     QStringList faults;
-    compare(&faults, "HMI_TEST_LEVEL.txt", m_level);
+    compare(&faults, "HMI_TEST_LEVEL.txt", level_);
     for (int level = 0; level < LevelCount; ++level)
         compare(&faults, QString("HMI_%1_TEST_Flag.txt").arg(levelName(level)), flagFile(level));
-    for (auto file = m_identities.begin(); file != m_identities.end(); ++file)
+    for (auto file = identities_.begin(); file != identities_.end(); ++file)
         compare(&faults, file.key(), file.value());
     static const QRegularExpression date("^(?=.*\\d\\d:\\d\\d:\\d\\d).*\\b(\\d{4})\\b");
     QList<QByteArray> found = resumeLog().split('\n');
@@ -254,7 +252,7 @@ QStringList PanelFiles::differences() const
         if (match.hasMatch())
             line = "<date of " + match.captured(1).toLatin1() + '>';
     }
-    const QList<QByteArray> wanted = m_resume.split('\n');
+    const QList<QByteArray> wanted = resume_.split('\n');
     for (int i = 0; i < qMax(found.size(), wanted.size()); ++i)
         if (found.value(i) != wanted.value(i)) {
             faults << QString("HMI_Factory_Resume.txt, line %1: %2 instead of %3")
@@ -267,7 +265,7 @@ QStringList PanelFiles::differences() const
     static const QRegularExpression known(
         "^(HMI_(ICT|T1|BI|T2)_TEST_Flag|HMI_TEST_LEVEL|HMI_Factory_Resume|FactoryTestLog"
         "|HMI_(STATION_NUM|MACHINE_ID|SEMIMACHINE_ID)|T[12]_TP_Value)\\.txt$");
-    for (const QString &name : QDir(m_folder).entryList({"*.txt"}, QDir::Files))
+    for (const QString &name : QDir(folder_).entryList({"*.txt"}, QDir::Files))
         if (!known.match(name).hasMatch())
             faults << name + " does not belong there";
     return faults;
@@ -284,5 +282,3 @@ QStringList PanelFiles::faults(int patienceMs) const
     }
     return faults;
 }
-
-} // namespace station

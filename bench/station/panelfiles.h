@@ -2,8 +2,6 @@
 
 #include "station/runner.h"
 
-namespace station {
-
 // What the files of a panel must hold after everything that was done to it since it was
 // factory-new: a second book, kept from the station's side alone, and compared byte for byte (dates
 // by their form).
@@ -19,7 +17,7 @@ public:
     int station() const;
     bool released() const
     {
-        return m_level == "HMI\n";
+        return level_ == "HMI\n";
     }
 
     void booted();
@@ -38,7 +36,7 @@ private:
     void setItem(int level, int item, char result);
     void append(const QByteArray &lines)
     {
-        m_resume += lines;
+        resume_ += lines;
     }
     void traffic(const StepResult &result);
     void endChecked(const StepResult &result);
@@ -48,16 +46,14 @@ private:
     void compareFactoryLog(QStringList *faults) const;
     QStringList differences() const;
 
-    QString m_folder;
-    QVector<QStringList> m_items;
-    QByteArray m_level = "ICT\n";
-    int m_running = 0; // level the panel runs at since its last start
-    QByteArray m_flags[4]; // result characters; empty: no file
-    QByteArray m_resume; // dates as date()
-    int m_year = 0;
-    QList<QByteArray> m_records; // of the factory log, without their date
-    QHash<QString, QByteArray> m_identities; // files with station number and IDs
-    int m_factory = 0;
+    QString folder_;
+    QVector<QStringList> items_;
+    QByteArray level_ = "ICT\n";
+    int running_ = 0; // level the panel runs at since its last start
+    QByteArray flags_[4]; // result characters; empty: no file
+    QByteArray resume_; // dates as date()
+    int year_ = 0;
+    QList<QByteArray> records_; // of the factory log, without their date
+    QHash<QString, QByteArray> identities_; // files with station number and IDs
+    int factory_ = 0;
 };
-
-} // namespace station

@@ -11,8 +11,6 @@
 #include <QJsonObject>
 #include <QRegularExpression>
 
-namespace station {
-
 static const QRegularExpression &placeholder()
 {
     static const QRegularExpression regex("\\$\\{(\\w+)\\}");
@@ -28,10 +26,12 @@ QStringList levelItems(int level)
 {
     QFile file(planFolder() + "/items.json");
     QStringList items;
-    if (file.open(QIODevice::ReadOnly))
+    if (file.open(QIODevice::ReadOnly)) {
         for (const QJsonValue &item :
-             QJsonDocument::fromJson(file.readAll())[levelName(level)].toArray())
+             QJsonDocument::fromJson(file.readAll())[levelName(level)].toArray()) {
             items << item.toString();
+        }
+    }
     return items;
 }
 
@@ -52,14 +52,18 @@ QString expand(const QString &text, const Values &values, bool pattern)
 QByteArray requestOf(const Step &step, const Values &values, int number)
 {
     const QByteArray argument = expand(step.argument, values).toLatin1();
-    if (step.code == "8D" || step.code == "8E")
+    if (step.code == "8D" || step.code == "8E") {
         return clockRequest(step.code, QDateTime::currentDateTime().addSecs(argument.toInt()));
-    if (step.code.startsWith("060"))
+    }
+    if (step.code.startsWith("060")) {
         return identityRequest(0, step.code, argument);
-    if (step.code == "9510")
+    }
+    if (step.code == "9510") {
         return colourRequest(argument);
-    if (step.code == "KLV-")
+    }
+    if (step.code == "KLV-") {
         return gotoRequest(values.value("model").toLatin1(), wireLevel(argument));
+    }
     return shortRequest(step.addressed ? number : 0, step.code);
 }
 
@@ -78,8 +82,9 @@ struct Reader {
         auto matches = placeholder().globalMatch(text);
         while (matches.hasNext()) {
             const QString name = matches.next().captured(1);
-            if (!values.contains(name))
+            if (!values.contains(name)) {
                 problem(line, QString("nobody says what ${%1} is (--set %1=...)").arg(name));
+            }
         }
     }
     QStringList actions(const QJsonValue &value, int line)
@@ -88,8 +93,9 @@ struct Reader {
         for (const QJsonValue &action : value.toArray()) {
             list << action.toString();
             const QString fault = actionFault(action.toString());
-            if (!fault.isEmpty())
+            if (!fault.isEmpty()) {
                 problem(line, fault);
+            }
         }
         return list;
     }
@@ -109,16 +115,20 @@ static const QStringList &stepKeys()
 
 Step Reader::step(const QJsonObject &object, int line)
 {
-    for (const QString &key : object.keys())
-        if (!stepKeys().contains(key))
+    for (const QString &key : object.keys()) {
+        if (!stepKeys().contains(key)) {
             problem(line,
                     QString("unknown key \"%1\"; known are %2").arg(key, stepKeys().join(", ")));
+        }
+    }
     Step step;
     step.line = line;
     const QJsonValue item = object["item"];
-    for (const QJsonValue &number : item.isArray() ? item.toArray() : QJsonArray{item})
-        if (number.isDouble())
+    for (const QJsonValue &number : item.isArray() ? item.toArray() : QJsonArray{item}) {
+        if (number.isDouble()) {
             step.items << number.toInt();
+        }
+    }
     step.name = object["name"].toString();
     step.code = object["code"].toString().toLatin1();
     step.argument = object["argument"].toVariant().toString();
@@ -147,24 +157,28 @@ Step Reader::step(const QJsonObject &object, int line)
 void Reader::check(const Step &step)
 {
     const Command *command = findCommand(step.code);
-    if (!command)
+    if (!command) {
         problem(step.line,
                 QString("\"%1\": no panel knows the code \"%2\"")
                     .arg(step.name, QString::fromLatin1(step.code)));
-    else if (!allowedAt(*command, plan.level) && step.expect != Step::Silence)
+    } else if (!allowedAt(*command, plan.level) && step.expect != Step::Silence) {
         problem(step.line,
                 QString("\"%1\": the code %2 is not allowed at level %3")
                     .arg(step.name, step.code, levelName(plan.level)));
-    for (int item : step.items)
-        if (item < 1 || item > plan.items.size())
+    }
+    for (int item : step.items) {
+        if (item < 1 || item > plan.items.size()) {
             problem(step.line,
                     QString("\"%1\": level %2 has no item %3")
                         .arg(step.name, levelName(plan.level))
                         .arg(item));
+        }
+    }
     if (step.expect == Step::Text
-        && !QRegularExpression(expand(step.reply, values, true)).isValid())
+        && !QRegularExpression(expand(step.reply, values, true)).isValid()) {
         problem(step.line,
                 QString("\"%1\": not a regular expression: %2").arg(step.name, step.reply));
+    }
     checkValues(step.line, step.reply);
     checkValues(step.line, step.argument);
 }
@@ -173,10 +187,12 @@ void Reader::covered()
 {
     for (int item = 1; item <= plan.items.size() && !plan.partial; ++item) {
         bool found = false;
-        for (const Step &step : plan.steps)
+        for (const Step &step : plan.steps) {
             found = found || step.items.contains(item);
-        if (!found)
+        }
+        if (!found) {
             problem(1, QString("no step covers item \"%1\"").arg(plan.items[item - 1]));
+        }
     }
 }
 
@@ -188,18 +204,20 @@ static QVector<int> stepLines(const QByteArray &text)
     bool inString = false;
     for (int at = 0; at < text.size(); ++at) {
         const char c = text[at];
-        if (c == '\n')
+        if (c == '\n') {
             ++line;
-        else if (inString && c == '\\')
+        } else if (inString && c == '\\') {
             ++at;
-        else if (c == '"')
+        } else if (c == '"') {
             inString = !inString;
-        else if (!inString && (c == '{' || c == '[')) {
-            if (c == '{' && depth == 2)
+        } else if (!inString && (c == '{' || c == '[')) {
+            if (c == '{' && depth == 2) {
                 lines << line;
+            }
             ++depth;
-        } else if (!inString && (c == '}' || c == ']'))
+        } else if (!inString && (c == '}' || c == ']')) {
             --depth;
+        }
     }
     return lines;
 }
@@ -222,8 +240,9 @@ Plan loadPlan(const QString &path, const Values &values)
         return plan;
     }
     plan.level = levelByName(root["level"].toString());
-    if (plan.level < 0)
+    if (plan.level < 0) {
         reader.problem(1, "\"level\" must be ICT, T1, BI or T2");
+    }
     plan.partial = root["partial"].toBool();
     plan.items = levelItems(plan.level);
     const QVector<int> lines = stepLines(text);
@@ -235,5 +254,3 @@ Plan loadPlan(const QString &path, const Values &values)
     reader.covered();
     return plan;
 }
-
-} // namespace station

@@ -4,8 +4,6 @@
 #include <QStringList>
 #include <QVector>
 
-namespace station {
-
 using Values = QHash<QString, QString>; // what "${name}" in a plan stands for
 
 // One exchange of a plan, with what must be done around it.
@@ -47,5 +45,3 @@ QByteArray requestOf(const Step &step, const Values &values, int number);
 // Where the plans of this checkout lie, and the item lines that its panels have at each level.
 QString planFolder();
 QStringList levelItems(int level);
-
-} // namespace station

@@ -4,8 +4,6 @@
 
 #include <QHash>
 
-namespace station {
-
 static const char *const levelNames[] = {"ICT", "T1", "BI", "T2"};
 static const char *const wireLevels[] = {"04", "01", "02", "03"};
 
@@ -16,9 +14,11 @@ const char *levelName(int level)
 
 int levelByName(const QString &name)
 {
-    for (int level = 0; level < LevelCount; ++level)
-        if (name.compare(QLatin1String(levelNames[level]), Qt::CaseInsensitive) == 0)
+    for (int level = 0; level < LevelCount; ++level) {
+        if (name.compare(QLatin1String(levelNames[level]), Qt::CaseInsensitive) == 0) {
             return level;
+        }
+    }
     return -1;
 }
 
@@ -129,9 +129,11 @@ const QHash<QByteArray, const char *> failures = {
 
 const Command *findCommand(const QByteArray &code)
 {
-    for (const Command &command : commands)
-        if (code == command.code)
+    for (const Command &command : commands) {
+        if (code == command.code) {
             return &command;
+        }
+    }
     return nullptr;
 }
 
@@ -151,30 +153,37 @@ static QString lcmPattern(const QByteArray &payload, const QByteArray &code)
 
 QString meaningOf(const QByteArray &payload, const QByteArray &code)
 {
-    if (payload.isEmpty())
+    if (payload.isEmpty()) {
         return "no answer";
-    if (failures.contains(payload))
+    }
+    if (failures.contains(payload)) {
         return failures.value(payload);
-    if (code.startsWith("95") && (payload.startsWith("95F") || payload.startsWith("95E")))
+    }
+    if (code.startsWith("95") && (payload.startsWith("95F") || payload.startsWith("95E"))) {
         return lcmPattern(payload, code);
-    if (payload.startsWith("FORCIBLY_GOTO_"))
+    }
+    if (payload.startsWith("FORCIBLY_GOTO_")) {
         return payload.endsWith("FAIL") ? "level change refused"
                                         : "level file now " + payload.mid(14).split('_').first();
+    }
     const Command *command = findCommand(code);
     const QString what = command ? command->meaning : "unknown request";
-    if ((code == "8800" || code == "8801") && payload.size() == 4)
+    if ((code == "8800" || code == "8801") && payload.size() == 4) {
         return QString("%1: %2.%3 V").arg(what).arg(payload[1]).arg(QString(payload.mid(2)));
-    if (payload.size() > 4 && payload.startsWith(code) && code.startsWith("07"))
+    }
+    if (payload.size() > 4 && payload.startsWith(code) && code.startsWith("07")) {
         return what + " " + payload.mid(4).trimmed();
+    }
     if (payload.size() != 4
-        || (command && command->answer == Answer::Raw && payload.endsWith('\n')))
+        || (command && command->answer == Answer::Raw && payload.endsWith('\n'))) {
         return what + " " + textOf(payload.trimmed());
+    }
     const QByteArray own = code.size() == 2 ? code + "00" : code;
-    if (payload == own)
+    if (payload == own) {
         return what + ": passed";
-    if (payload.left(2) == own.left(2) && payload[2] > '9')
+    }
+    if (payload.left(2) == own.left(2) && payload[2] > '9') {
         return what + ": failed";
+    }
     return what + ": foreign answer " + payload;
 }
-
-} // namespace station

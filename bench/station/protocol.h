@@ -5,8 +5,6 @@
 
 // What a station knows of the panel's commands: where each is allowed, how it is answered and
 // logged, what it means.
-namespace station {
-
 enum Level { Ict, T1, Bi, T2, LevelCount };
 
 // Upper-case name: "ICT", "T1", "BI", "T2". levelByName() takes any case and gives -1 for none of
@@ -39,5 +37,3 @@ bool allowedAt(const Command &command, int level);
 
 // A reply payload (or raw text) in words, for the request `code` ("" when unknown).
 QString meaningOf(const QByteArray &payload, const QByteArray &code);
-
-} // namespace station

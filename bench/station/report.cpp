@@ -8,8 +8,6 @@
 #include <QJsonObject>
 #include <QXmlStreamWriter>
 
-namespace station {
-
 bool Report::passed() const
 {
     return !levels.isEmpty() && faults().isEmpty();
@@ -203,5 +201,3 @@ QString writeReport(const Report &report, const QString &folder)
                 png(screen.value()));
     return problem;
 }
-
-} // namespace station

@@ -2,8 +2,6 @@
 
 #include "station/runner.h"
 
-namespace station {
-
 struct Report {
     QString title;
     QString subject; // the panel: its port, its station number
@@ -18,5 +16,3 @@ struct Report {
 // Writes report.html (self-contained, screens included), report.json, junit.xml and every screen as
 // PNG into `folder`, which is created. Returns what went wrong, empty for nothing.
 QString writeReport(const Report &report, const QString &folder);
-
-} // namespace station

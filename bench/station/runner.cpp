@@ -8,8 +8,6 @@
 #include <cstdio>
 #include <unistd.h>
 
-namespace station {
-
 void say(const QString &line, bool bad)
 {
     static QMutex mutex;
@@ -29,23 +27,26 @@ bool LevelResult::passed() const
 double LevelResult::medianOverheadMs() const
 {
     QVector<double> overheads;
-    for (const StepResult &result : steps)
-        if (!result.step.items.isEmpty() && result.step.during.isEmpty())
+    for (const StepResult &result : steps) {
+        if (!result.step.items.isEmpty() && result.step.during.isEmpty()) {
             overheads << result.overheadMs();
-    if (overheads.isEmpty())
+        }
+    }
+    if (overheads.isEmpty()) {
         return 0;
+    }
     const auto middle = overheads.begin() + overheads.size() / 2;
     std::nth_element(overheads.begin(), middle, overheads.end());
     return *middle;
 }
 
 Runner::Runner(Link &link, Stand &stand, Values values, int number, QString label, bool strict)
-    : m_link(link)
-    , m_stand(stand)
-    , m_values(std::move(values))
-    , m_number(number)
-    , m_label(std::move(label))
-    , m_strict(strict)
+    : link_(link)
+    , stand_(stand)
+    , values_(std::move(values))
+    , number_(number)
+    , label_(std::move(label))
+    , strict_(strict)
 {
 }
 
@@ -54,11 +55,12 @@ LevelResult Runner::run(const Plan &plan)
     LevelResult level;
     level.level = levelName(plan.level);
     level.items = plan.items;
-    say(QString("%1%2 (%3)").arg(m_label, level.level, plan.file));
-    m_stand.screens.clear();
-    for (const Step &step : plan.steps)
+    say(QString("%1%2 (%3)").arg(label_, level.level, plan.file));
+    stand_.screens.clear();
+    for (const Step &step : plan.steps) {
         level.steps << runStep(step, plan.level);
-    level.screens = m_stand.screens;
+    }
+    level.screens = stand_.screens;
     return level;
 }
 
@@ -68,24 +70,27 @@ StepResult Runner::runStep(const Step &step, int level)
     result.step = step;
     const auto actions = [&](const QStringList &list) {
         for (const QString &action : list) {
-            const QString fault = perform(m_stand, action);
-            if (!fault.isEmpty())
+            const QString fault = perform(stand_, action);
+            if (!fault.isEmpty()) {
                 result.faults << QString("%1: %2").arg(action, fault);
+            }
         }
     };
     actions(step.before);
     Link::Request request;
-    request.bytes = result.request = requestOf(step, m_values, m_number);
+    request.bytes = result.request = requestOf(step, values_, number_);
     request.timeoutMs = step.timeoutMs;
     request.tries = 1 + step.repeats;
     request.silence = step.expect == Step::Silence;
     request.framed = step.expect == Step::Payload || step.expect == Step::Battery;
-    if (!step.during.isEmpty())
+    if (!step.during.isEmpty()) {
         request.during = [&] { actions(step.during); };
-    result.answer = m_link.exchange(request);
+    }
+    result.answer = link_.exchange(request);
     judge(&result, level);
-    if (onExchange)
+    if (onExchange) {
         onExchange(result);
+    }
     actions(step.after);
     report(result);
     return result;
@@ -103,16 +108,19 @@ void Runner::judge(StepResult *result, int level) const
     const Step &step = result->step;
     const Reply reply = result->reply = decode(result->answer.bytes);
     result->meaning = meaningOf(reply.payload, step.code);
-    if (reply.kind == Reply::Damaged)
+    if (reply.kind == Reply::Damaged) {
         result->meaning = "damaged: " + printable(result->answer.bytes);
+    }
     QStringList &faults = result->faults;
-    if (!result->answer.error.isEmpty())
+    if (!result->answer.error.isEmpty()) {
         faults << result->answer.error;
+    }
     if (step.expect == Step::Silence) {
-        if (reply.kind == Reply::None)
+        if (reply.kind == Reply::None) {
             result->meaning = "no answer, as it must be";
-        else
+        } else {
             faults << "answered where no answer is due";
+        }
         return;
     }
     if (reply.kind == Reply::None) {
@@ -121,26 +129,32 @@ void Runner::judge(StepResult *result, int level) const
                       .arg(step.timeoutMs);
         return;
     }
-    const QString wanted = expand(step.reply, m_values, step.expect == Step::Text);
+    const QString wanted = expand(step.reply, values_, step.expect == Step::Text);
     if (step.expect == Step::Payload
-        && (reply.kind == Reply::Text || reply.payload != wanted.toLatin1()))
+        && (reply.kind == Reply::Text || reply.payload != wanted.toLatin1())) {
         faults << "expected " + wanted;
+    }
     if (step.expect == Step::Text
         && !QRegularExpression(QRegularExpression::anchoredPattern(wanted))
                 .match(textOf(result->answer.bytes))
-                .hasMatch())
+                .hasMatch()) {
         faults << QString("expected the text %1").arg(wanted);
+    }
     const int millivolts = batteryMv(reply);
     if (step.expect == Step::Battery
-        && (millivolts < step.minimumMv || millivolts > step.maximumMv))
+        && (millivolts < step.minimumMv || millivolts > step.maximumMv)) {
         faults << QString("expected %1 to %2 mV").arg(step.minimumMv).arg(step.maximumMv);
-    const int number = level == Bi || step.addressed ? m_number : 0;
-    if (reply.station >= 0 && reply.kind != Reply::Identity && reply.station != number)
+    }
+    const int number = level == Bi || step.addressed ? number_ : 0;
+    if (reply.station >= 0 && reply.kind != Reply::Identity && reply.station != number) {
         faults << QString("answered as station %1 instead of %2").arg(reply.station).arg(number);
-    if (m_strict && !reply.noise.isEmpty())
+    }
+    if (strict_ && !reply.noise.isEmpty()) {
         faults << "bytes before the reply: " + printable(reply.noise);
-    if (m_strict && result->answer.tries > 1)
+    }
+    if (strict_ && result->answer.tries > 1) {
         faults << QString("answered only at request %1").arg(result->answer.tries);
+    }
 }
 
 void Runner::report(const StepResult &result) const
@@ -148,14 +162,14 @@ void Runner::report(const StepResult &result) const
     const bool bad = !result.faults.isEmpty();
     QString line =
         QString("%1 %2 %3  %4  %5 %6 ms")
-            .arg(m_label, bad ? "FAIL" : "ok  ", printable(result.request).leftJustified(28),
+            .arg(label_, bad ? "FAIL" : "ok  ", printable(result.request).leftJustified(28),
                  printable(result.answer.bytes).leftJustified(28), result.meaning.leftJustified(44))
             .arg(result.answer.ms, 7, 'f', 1);
-    if (result.step.waitMs > 0)
+    if (result.step.waitMs > 0) {
         line += QString(" (%1 of them prescribed)").arg(result.step.waitMs);
+    }
     say(line, bad);
-    for (const QString &fault : result.faults)
-        say(QString("%1      ^ %2").arg(m_label, fault), true);
+    for (const QString &fault : result.faults) {
+        say(QString("%1      ^ %2").arg(label_, fault), true);
+    }
 }
-
-} // namespace station

@@ -5,8 +5,6 @@
 #include "station/plan.h"
 #include "station/stand.h"
 
-namespace station {
-
 struct StepResult {
     Step step;
     QByteArray request;
@@ -53,16 +51,14 @@ private:
     void judge(StepResult *result, int level) const;
     void report(const StepResult &result) const;
 
-    Link &m_link;
-    Stand &m_stand;
-    Values m_values;
-    int m_number;
-    QString m_label;
-    bool m_strict;
+    Link &link_;
+    Stand &stand_;
+    Values values_;
+    int number_;
+    QString label_;
+    bool strict_;
 };
 
 // One line on standard output, never torn by another thread's; red for bad news where the terminal
 // can.
 void say(const QString &line, bool bad = false);
-
-} // namespace station

@@ -5,8 +5,6 @@
 #include <QStringList>
 #include <cstdio>
 
-namespace station {
-
 namespace {
 
 struct Verb {
@@ -42,12 +40,14 @@ const Verb verbs[] = {
 
 const Verb *findVerb(const QString &name, const QString &argument)
 {
-    for (const Verb &verb : verbs)
+    for (const Verb &verb : verbs) {
         if (name == verb.name
             && QRegularExpression(QRegularExpression::anchoredPattern(verb.argument))
                    .match(argument)
-                   .hasMatch())
+                   .hasMatch()) {
             return &verb;
+        }
+    }
     return nullptr;
 }
 
@@ -55,11 +55,13 @@ const Verb *findVerb(const QString &name, const QString &argument)
 
 QString actionFault(const QString &action)
 {
-    if (findVerb(action.section(' ', 0, 0), action.section(' ', 1)))
+    if (findVerb(action.section(' ', 0, 0), action.section(' ', 1))) {
         return {};
+    }
     QStringList known;
-    for (const Verb &verb : verbs)
+    for (const Verb &verb : verbs) {
         known << QString("%1 %2").arg(verb.name, verb.argument).trimmed();
+    }
     return QString("unknown action \"%1\"; known are: %2").arg(action, known.join(", "));
 }
 
@@ -70,27 +72,29 @@ QString perform(Stand &stand, const QString &action)
 
 QString TerminalStand::act(const QString &verb, const QString &argument)
 {
-    if (verb == "fault")
+    if (verb == "fault") {
         return "faults can be set on a virtual panel only";
+    }
     static QMutex mutex; // one question at a time
     const QMutexLocker lock(&mutex);
     const Verb *known = findVerb(verb, argument);
-    if (!known || !*known->prompt)
+    if (!known || !*known->prompt) {
         return {};
+    }
     QString prompt = known->prompt;
-    if (prompt.contains("%1"))
+    if (prompt.contains("%1")) {
         prompt = prompt.arg(argument.section("press ", -1));
-    printf(">> %s: %s", qPrintable(m_port), qPrintable(prompt));
-    if (m_unattended) {
+    }
+    printf(">> %s: %s", qPrintable(port_), qPrintable(prompt));
+    if (unattended_) {
         printf("  [taken as done]\n");
         return {};
     }
     printf("  [Enter = yes, n = no]\n%s", known->picture);
     fflush(stdout);
     const int first = getchar();
-    for (int c = first; c != '\n' && c != EOF;)
+    for (int c = first; c != '\n' && c != EOF;) {
         c = getchar();
+    }
     return first == 'n' || first == 'N' || first == EOF ? "not confirmed: " + prompt : QString();
 }
-
-} // namespace station

@@ -4,8 +4,6 @@
 #include <QMap>
 #include <QString>
 
-namespace station {
-
 // The place where the panel stands: what a plan may ask of it around an exchange. An action is one
 // text, a verb and its argument:
 //   powercycle              the panel is switched off and on and has booted
@@ -38,19 +36,17 @@ class TerminalStand : public Stand {
 public:
     // `unattended` takes every confirmation as given.
     TerminalStand(const QString &port, bool unattended)
-        : m_port(port)
-        , m_unattended(unattended)
+        : port_(port)
+        , unattended_(unattended)
     {
     }
     QString port(int) const override
     {
-        return m_port;
+        return port_;
     }
     QString act(const QString &verb, const QString &argument) override;
 
 private:
-    QString m_port;
-    bool m_unattended;
+    QString port_;
+    bool unattended_;
 };
-
-} // namespace station

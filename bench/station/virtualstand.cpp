@@ -4,14 +4,12 @@
 
 #include <QProcess>
 
-namespace station {
-
 static constexpr int bootMs = 30000, screenMs = 5000, filesMs = 5000;
 
 VirtualStand::VirtualStand(VirtualPanel &panel, PanelFiles &files)
-    : m_panel(panel)
-    , m_files(files)
-    , m_finger(panel)
+    : panel_(panel)
+    , files_(files)
+    , finger_(panel)
 {
 }
 
@@ -22,42 +20,48 @@ static Port linkPort(int level)
 
 QString VirtualStand::port(int level) const
 {
-    return m_panel.linkPath(linkPort(level));
+    return panel_.linkPath(linkPort(level));
 }
 
 QString VirtualStand::powerOn()
 {
-    const int level = m_files.level();
-    m_panel.powerOn();
-    m_files.booted();
-    if (!waitFor([&] { return m_panel.port(linkPort(level))->isOpenOnPanel() || !m_panel.isOn(); },
-                 bootMs))
+    const int level = files_.level();
+    panel_.powerOn();
+    files_.booted();
+    if (!waitFor([&] { return panel_.port(linkPort(level))->isOpenOnPanel() || !panel_.isOn(); },
+                 bootMs)) {
         return QString("the panel does not open its PC link within %1 s").arg(bootMs / 1000);
-    return m_panel.isOn() ? QString() : "the agent ended: " + m_panel.errorOutput().right(400);
+    }
+    return panel_.isOn() ? QString() : "the agent ended: " + panel_.errorOutput().right(400);
 }
 
 // Before the power is cut every file must be as it has to be: what is wrong later may be the cut's
 // doing.
 QString VirtualStand::powerCycle()
 {
-    const QStringList faults = m_files.faults(filesMs);
-    m_panel.powerOff();
+    const QStringList faults = files_.faults(filesMs);
+    panel_.powerOff();
     const QString fault = powerOn();
     return QStringList(faults + (fault.isEmpty() ? QStringList() : QStringList(fault))).join("; ");
 }
 
 QString VirtualStand::act(const QString &verb, const QString &argument)
 {
-    if (verb == "powercycle")
+    if (verb == "powercycle") {
         return powerCycle();
-    if (verb == "screenshot")
+    }
+    if (verb == "screenshot") {
         return keepScreen(argument);
-    if (verb == "look")
+    }
+    if (verb == "look") {
         return look(argument);
-    if (verb == "touch")
+    }
+    if (verb == "touch") {
         return touch(argument);
-    if (verb == "ask")
+    }
+    if (verb == "ask") {
         return {};
+    }
     return fixture ? fixture(verb, argument) : "this bench has no fixture";
 }
 
@@ -65,28 +69,32 @@ QString VirtualStand::act(const QString &verb, const QString &argument)
 static double share(const QImage &image, const QRect &part, QRgb colour)
 {
     int all = 0, same = 0;
-    for (int y = part.top(); y <= part.bottom(); y += 4)
-        for (int x = part.left(); x <= part.right(); x += 4, ++all)
+    for (int y = part.top(); y <= part.bottom(); y += 4) {
+        for (int x = part.left(); x <= part.right(); x += 4, ++all) {
             same += (image.pixel(x, y) & 0xffffff) == (colour & 0xffffff);
+        }
+    }
     return all ? double(same) / all : 0;
 }
 
 QString VirtualStand::look(const QString &wanted)
 {
     if (wanted == "dark") {
-        const bool dark = waitFor([&] { return m_panel.backlight() == 0; }, screenMs);
-        return dark ? QString() : QString("the backlight is at %1 %").arg(m_panel.backlight());
+        const bool dark = waitFor([&] { return panel_.backlight() == 0; }, screenMs);
+        return dark ? QString() : QString("the backlight is at %1 %").arg(panel_.backlight());
     }
     const bool bands = wanted == "bands",
                hex = wanted.size() == 6 && wanted.toInt(nullptr, 16) >= 0;
     const QColor colour =
         wanted == "green" ? QColor(Qt::green) : QColor(hex ? '#' + wanted : wanted);
     const auto seen = [&](const QImage &image) {
-        if (m_panel.backlight() != 100)
+        if (panel_.backlight() != 100) {
             return false;
+        }
         const int third = image.width() / 3;
-        if (!bands)
+        if (!bands) {
             return share(image, image.rect(), colour.rgb()) > 0.999;
+        }
         const QRect band(2, 0, third - 6, image.height());
         const double left = share(image, band, qRgb(255, 0, 0)),
                      middle = share(image, band.translated(third, 0), qRgb(0, 255, 0)),
@@ -94,7 +102,7 @@ QString VirtualStand::look(const QString &wanted)
         return qMin(left, qMin(middle, right)) > 0.999;
     };
     bool satisfied = false;
-    const QImage image = m_panel.screen().waitFor(seen, screenMs, &satisfied);
+    const QImage image = panel_.screen().waitFor(seen, screenMs, &satisfied);
     screens["look-" + wanted] = image;
     return satisfied ? QString() : "the screen does not look so";
 }
@@ -102,16 +110,17 @@ QString VirtualStand::look(const QString &wanted)
 // The screen once it has come to rest: the panel paints after it has answered.
 QString VirtualStand::keepScreen(const QString &name)
 {
-    QImage last = m_panel.screen().grab();
+    QImage last = panel_.screen().grab();
     const auto still = [&](const QImage &image) {
         const bool same = image == last;
         last = image;
         QThread::msleep(150);
         return same && !image.isNull();
     };
-    m_panel.screen().waitFor(still, screenMs);
-    if (last.isNull())
+    panel_.screen().waitFor(still, screenMs);
+    if (last.isNull()) {
         return "the panel shows nothing";
+    }
     screens[name] = last;
     return {};
 }
@@ -119,17 +128,17 @@ QString VirtualStand::keepScreen(const QString &name)
 QString VirtualStand::touch(const QString &how)
 {
     if (how == "release") {
-        m_panel.touchRelease();
+        panel_.touchRelease();
         return {};
     }
     if (how.startsWith("press")) {
-        m_panel.touchPress({how.section(' ', 1, 1).toInt(), how.section(' ', 2, 2).toInt()});
+        panel_.touchPress({how.section(' ', 1, 1).toInt(), how.section(' ', 2, 2).toInt()});
         return {};
     }
-    const QString fault =
-        how == "check" ? m_finger.check() : m_finger.calibrate(how != "calibrate3");
-    if (!fault.isEmpty())
-        screens["touch"] = m_panel.screen().grab();
+    const QString fault = how == "check" ? finger_.check() : finger_.calibrate(how != "calibrate3");
+    if (!fault.isEmpty()) {
+        screens["touch"] = panel_.screen().grab();
+    }
     return fault;
 }
 
@@ -137,10 +146,11 @@ Values identityOf(const VirtualPanel &panel)
 {
     Values values;
     for (const QByteArray &line : panel.readFile("/usr/local/HMIAPP/identity").split('\n')) {
-        if (line.startsWith("Model="))
+        if (line.startsWith("Model=")) {
             values["model"] = line.mid(6);
-        else if (line.startsWith("Version="))
+        } else if (line.startsWith("Version=")) {
             values["version"] = line.mid(8, 1) + '.' + line.mid(10, 4) + ".120";
+        }
     }
     QProcess cksum;
     cksum.setStandardInputFile(panel.hostPath("/dev/mtd0"));
@@ -150,5 +160,3 @@ Values identityOf(const VirtualPanel &panel)
     values["crc"] = QString("%1").arg(crc, 8, 16, QLatin1Char('0')).toUpper();
     return values;
 }
-
-} // namespace station

@@ -7,8 +7,6 @@
 
 #include <functional>
 
-namespace station {
-
 // The stand of a panel that is not there: does everything itself and looks at the panel's screen
 // and files with eyes of its own. Neither panel nor files are owned.
 class VirtualStand : public Stand {
@@ -29,13 +27,11 @@ private:
     QString keepScreen(const QString &name);
     QString touch(const QString &how);
 
-    VirtualPanel &m_panel;
-    PanelFiles &m_files;
-    Finger m_finger;
+    VirtualPanel &panel_;
+    PanelFiles &files_;
+    Finger finger_;
 };
 
 // What a panel's own software says it is: "model" (without the line's prefix), "version" and "crc",
 // worked out from what lies on the virtual panel.
 Values identityOf(const VirtualPanel &panel);
-
-} // namespace station

@@ -193,7 +193,7 @@ void TstBoot::endChecks()
         int records = level == "BI" ? 1 : 3; // boot, reply, end check
         if (condition == "clock compared") {
             const QDateTime now = QDateTime::currentDateTimeUtc();
-            QCOMPARE(at.ask(station::clockRequest("8E", now)), requestFrame("8E00"));
+            QCOMPARE(at.ask(clockRequest("8E", now)), requestFrame("8E00"));
             ++records;
         }
         if (condition == "no level file possible")

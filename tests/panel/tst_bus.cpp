@@ -4,8 +4,6 @@
 
 #include <QtTest>
 
-using namespace station;
-
 // Burn-in as it stands in the hall: several real agents on one RS-485 bus.
 class TestBus : public QObject {
     Q_OBJECT

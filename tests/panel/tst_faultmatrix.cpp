@@ -70,11 +70,11 @@ QByteArray Lane::requestOf(const QByteArray &request)
 {
     const QDateTime now = QDateTime::currentDateTimeUtc();
     if (request == "8D" || request == "8E")
-        return station::clockRequest(request, now);
+        return clockRequest(request, now);
     if (request == "0602" || request == "0603")
-        return station::identityRequest(0, request, semiId);
+        return identityRequest(0, request, semiId);
     if (request.endsWith("0601"))
-        return station::identityRequest(0, "0601", request.size() > 4 ? numberedId : machineId);
+        return identityRequest(0, "0601", request.size() > 4 ? numberedId : machineId);
     return requestFrame(request.right(4), request.size() > 4 ? request.left(2) : "00");
 }
 
@@ -129,15 +129,14 @@ QString Lane::check(const Row &row, const char *reply, char result)
     if (wanted == "ID") {
         const QByteArray code(row.request),
             text = "00" + code + (code == "0701" ? machineId : semiId);
-        wanted = ':' + text + station::characterLrc(text) + "\r\n";
+        wanted = ':' + text + characterLrc(text) + "\r\n";
     } else if (digits) {
         wanted = requestFrame(wanted);
     }
     QByteArray results = at_.results(series_.level);
     const QByteArray got = ask(row.request);
     if (got != wanted)
-        return QString("answered \"%1\" instead of \"%2\"")
-            .arg(station::printable(got), station::printable(wanted));
+        return QString("answered \"%1\" instead of \"%2\"").arg(printable(got), printable(wanted));
     if (row.item && result)
         results[row.item - 1] = result;
     // The panel records after it has answered.

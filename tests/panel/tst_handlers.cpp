@@ -35,12 +35,12 @@ const QByteArray semiId = "SEMI25110001", machineId = "20254711T12345678";
 
 QByteArray identity(const QByteArray &code, const QByteArray &id)
 {
-    return station::identityRequest(0, code, id);
+    return identityRequest(0, code, id);
 }
 
 QByteArray clock(const QByteArray &kind)
 {
-    return station::clockRequest(kind, QDateTime::currentDateTimeUtc());
+    return clockRequest(kind, QDateTime::currentDateTimeUtc());
 }
 
 } // namespace
@@ -74,7 +74,7 @@ void TstHandlers::silence_data()
         {"T1 semi-machine ID", "T1", identity("0602", semiId)},
         {"T1 verify semi-machine ID", "T1", identity("0603", semiId)},
         {"machine ID, wrong check digits", "T1", identity("0601", machineId).replace('2', '3'), 11},
-        {"machine ID to another station", "T1", station::identityRequest(7, "0601", machineId), 11},
+        {"machine ID to another station", "T1", identityRequest(7, "0601", machineId), 11},
         {"position of a file of three lines", "T1", requestFrame("9013")},
         {"position of the check, same file", "T1", requestFrame("9022")},
     };

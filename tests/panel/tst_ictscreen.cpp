@@ -113,7 +113,7 @@ void TstIctScreen::t1()
     QVERIFY(at.boot("T1"));
     // The line of the clock comparison is gone with the next request, that of the end check stays.
     const QDateTime yesterday = QDateTime::currentDateTimeUtc().addDays(-1);
-    QCOMPARE(at.ask(station::clockRequest("8E", yesterday)), requestFrame("8EF0"));
+    QCOMPARE(at.ask(clockRequest("8E", yesterday)), requestFrame("8EF0"));
     for (const bool end : {false, true}) {
         const QByteArray request = requestFrame(end ? "0101" : "8000"),
                          reply = requestFrame(end ? "01FF" : "8000");

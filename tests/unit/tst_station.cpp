@@ -8,7 +8,6 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
-using namespace station;
 using Pieces = QList<MisbehavingPeer::Piece>;
 
 namespace {

@@ -3,8 +3,6 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
-using namespace station;
-
 // The judge of a panel's files must accept what a right panel writes and find every single wrong
 // byte.
 class TestStationFiles : public QObject {
