@@ -80,8 +80,7 @@ static int openDevice(const char *path, const PortRequest &request, bool rs485, 
     tcsetattr(fd, TCSANOW, &line);
     if (rs485)
         enableRs485(fd);
-    // Standard input on purpose, not the port: a closed port's descriptor is 0, so a read from it
-    // lands there and must not block.
+    // Standard input, not the port: deliberate.
     fcntl(0, F_SETFL, O_NONBLOCK);
     *slot = fd;
     return 1;
@@ -111,8 +110,7 @@ int openPort(const PortRequest &request)
             continue;
         const bool rs485 = request.mode == PortMode::RS485;
         const int handled = openDevice(row.device, request, rs485, request.readFd);
-        if (handled)
-            *request.writeFd = *request.readFd;
+        *request.writeFd = *request.readFd; // -1 after a failure
         return handled;
     }
     return 0;
@@ -122,6 +120,14 @@ static void closeIfOpen(qint32 fd)
 {
     if (fd != 0)
         close(fd);
+}
+
+// One number in both is closed twice, deliberately; the kernel refuses the second close.
+void closePair(qint32 &readFd, qint32 &writeFd)
+{
+    closeIfOpen(readFd);
+    closeIfOpen(writeFd);
+    readFd = writeFd = 0;
 }
 
 int openCom1(int mode)
@@ -134,11 +140,7 @@ int openCom1(int mode)
     }
     if (mode != ComRS485)
         return 0;
-    // Both descriptors are closed although they are one number as a rule: the second close is
-    // refused by the kernel and costs nothing, and after an RS-422 test both must go.
-    closeIfOpen(Com1OpenRS4xx_R_fd2);
-    closeIfOpen(Com1OpenRS4xx_W_fd2);
-    Com1OpenRS4xx_R_fd2 = Com1OpenRS4xx_W_fd2 = 0;
+    closePair(Com1OpenRS4xx_R_fd2, Com1OpenRS4xx_W_fd2);
     return openPort({1, PortMode::RS485, 9600, 7, ParityEven, 1, 0, &Com1OpenRS4xx_R_fd2,
                      &Com1OpenRS4xx_W_fd2});
 }
@@ -147,9 +149,7 @@ static int openRs4xx(quint8 port, int mode, qint32 *readFd, qint32 *writeFd)
 {
     if (mode != ComRS485 && mode != ComRS422)
         return 0;
-    closeIfOpen(*readFd);
-    closeIfOpen(*writeFd);
-    *readFd = *writeFd = 0;
+    closePair(*readFd, *writeFd);
     if (mode == ComRS485)
         return openPort({port, PortMode::RS485, 9600, 7, ParityEven, 1, 0, readFd, writeFd});
     return openPort({port, PortMode::RS422, 19200, 8, ParityNone, 1, 0, readFd, writeFd});
@@ -231,5 +231,7 @@ void drainPort(int fd)
 
 int writePort(int fd, const char *bytes, int count)
 {
+    if (fd <= 0) // a port that is not open: 0 is standard input
+        return -1;
     return int(write(fd, bytes, size_t(count)));
 }

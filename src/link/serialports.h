@@ -11,7 +11,8 @@ constexpr int ComRS422 = 2; // COM2, COM3
 
 // Each closes the descriptors of its mode first, then opens the port into them. 1 when the request
 // was handled, 0 when port or mode are unknown or the device could not be opened (printed on
-// standard output; the descriptor is -1 then). The panel has no third UART: openCom3() is always 0.
+// standard output; its descriptors are -1 then). The panel has no third UART: openCom3() is always
+// 0.
 int openCom1(int mode);
 int openCom2(int mode);
 int openCom3(int mode);
@@ -27,6 +28,9 @@ void openUsbGadget(); // /dev/ttyGS0 -> ttyGS0_fd
 void closeUsbHost();
 void closeUsbGadget();
 
+// Closes both, if open, and zeroes them.
+void closePair(qint32 &readFd, qint32 &writeFd);
+
 // Closes `readFd` and zeroes both. The write descriptor is forgotten, not closed: where the two
 // differ, the next opener starts from zero and the old descriptor stays with the process.
 void dropPort(qint32 &readFd, qint32 &writeFd);
@@ -38,5 +42,5 @@ int readExactly(int fd, char *buffer, int count);
 // Reads up to 30 waiting bytes away. Costs about 20 ms on a silent line.
 void drainPort(int fd);
 
-// What write() returns.
+// What write() returns; -1 for the 0 or -1 of a port that is not open, which is never written to.
 int writePort(int fd, const char *bytes, int count);

@@ -2,6 +2,7 @@
 #include "link/frame.h"
 #include "link/linesettings.h"
 #include "link/serialports.h"
+#include "state/teststate.h"
 
 #include <QElapsedTimer>
 #include <QTest>
@@ -21,6 +22,7 @@ private slots:
     void speeds();
     void readsExactly();
     void drainsOneBlock();
+    void portsThatAreNotThere();
 };
 
 void LinkTest::requests()
@@ -193,6 +195,18 @@ void LinkTest::drainsOneBlock()
     char rest[30] = {};
     QCOMPARE(readExactly(line.slave, rest, 3), 0);
     QCOMPARE(QByteArray(rest), QByteArray("xx"));
+}
+
+// This machine has none of the panel's. What would go to standard input here succeeds.
+void LinkTest::portsThatAreNotThere()
+{
+    QCOMPARE(dup2(open("/dev/null", O_WRONLY), 0), 0);
+    QCOMPARE(openCom1(ComRS485) + openCom2(ComRS485) + openCom3(ComRS485), 0);
+    for (const qint32 fd :
+         {Com1OpenRS4xx_R_fd2, Com1OpenRS4xx_W_fd2, Com2OpenRS4xx_R_fd2, Com2OpenRS4xx_W_fd2})
+        QCOMPARE(fd, -1);
+    for (const int fd : {Com2OpenRS4xx_W_fd2, Com3OpenRS4xx_W_fd2})
+        QCOMPARE(writePort(fd, "x", 1), -1);
 }
 
 QTEST_GUILESS_MAIN(LinkTest)
