@@ -5,9 +5,11 @@
 #include "mainwindow.h"
 #include "probe.h"
 #include "state/itemrecord.h"
+#include "system/files.h"
 #include "system/inputevent.h"
 
 #include <fcntl.h>
+#include <optional>
 
 constexpr ItemIndex BuzzerItem = {8, 9, -1, 9};
 
@@ -22,10 +24,14 @@ constexpr int LongToneCut = 17, SilenceCut = 17, ShortToneCut = 16;
 constexpr char ToneHeard[] = "Buzzer Test PASS";
 constexpr char SilenceHeard[] = "Bzr_Silent_PASS\r\n";
 
-// The device stays open on purpose: a tone ends by its event, never by a close.
-static int openBuzzer()
+// The device. A test leaves it open, on purpose: a tone ends by its event, never by a close. The
+// next test closes what the last one left.
+static std::optional<File> buzzer;
+
+static bool openBuzzer()
 {
-    return open(BuzzerDevice, O_RDWR | O_CLOEXEC);
+    buzzer.emplace(BuzzerDevice, O_RDWR);
+    return buzzer->isOpen();
 }
 
 static void startProbe(const char *sentence)
@@ -46,15 +52,14 @@ void MainWindow::testBuzzerSound()
     if (item < 0)
         return;
     setAndRecordItem(item, ItemRunning);
-    const int buzzer = openBuzzer();
-    if (buzzer < 0) {
+    if (!openBuzzer()) {
         sendReply("92F1");
         return;
     }
-    buzzerOn(buzzer);
+    buzzerOn(buzzer->fd());
     startProbe("Buzzer Test !!\r\n");
     waitMs(LongToneMs);
-    buzzerOff(buzzer);
+    buzzerOff(buzzer->fd());
     if (probeAnswers(ToneHeard, LongToneCut)) {
         sendReply("9201");
         setAndRecordItem(item, ItemPassed);
@@ -75,15 +80,14 @@ void MainWindow::testBuzzerSilent()
         sendReply("92F3");
         return;
     }
-    const int buzzer = openBuzzer();
-    if (buzzer < 0) {
+    if (!openBuzzer()) {
         sendReply("92F2");
         return;
     }
-    buzzerOn(buzzer);
+    buzzerOn(buzzer->fd());
     sendSentence(Com2OpenRS4xx_W_fd2, "Buzzer 1s Test\r\n");
     waitMs(ShortToneMs);
-    buzzerOff(buzzer);
+    buzzerOff(buzzer->fd());
     if (probeAnswers(ToneHeard, ShortToneCut)) {
         sendReply("9202");
         setAndRecordItem(item, ItemPassed);

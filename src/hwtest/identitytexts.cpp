@@ -37,8 +37,9 @@ static QByteArray versionText()
 static void sendToolVersion()
 {
     char version[] = "ToolVer=0.00\r\n";
-    // The COM2 descriptors stand for the same line meanwhile, so what they held is closed first.
-    dropPort(Com2OpenRS4xx_R_fd2, Com2OpenRS4xx_W_fd2);
+    // The COM2 descriptors stand for the same line meanwhile, so what they held is closed first:
+    // the two of an RS-422 test too.
+    closePair(Com2OpenRS4xx_R_fd2, Com2OpenRS4xx_W_fd2);
     openCom1(ComRS485);
     Com2OpenRS4xx_R_fd2 = Com1OpenRS4xx_R_fd2;
     Com2OpenRS4xx_W_fd2 = Com1OpenRS4xx_W_fd2;

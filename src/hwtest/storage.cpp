@@ -3,10 +3,12 @@
 #include "mainwindow.h"
 #include "selfcheck.h"
 #include "state/itemrecord.h"
+#include "system/files.h"
 
 #include <QProcess>
 #include <cstring>
 #include <fcntl.h>
+#include <optional>
 #include <unistd.h>
 
 constexpr ItemIndex PresenceItem = {3, 3, -1, 3};
@@ -68,27 +70,25 @@ constexpr int UsbPatternSize = int(sizeof UsbPattern - 1);
 // Neither file is created: that one is there shows that the medium is.
 static bool writeUsbPattern()
 {
-    const int fd = open("/media/sda/HMI_ICT_Test.txt", O_RDWR | O_CLOEXEC);
-    if (fd < 0)
+    File file("/media/sda/HMI_ICT_Test.txt", O_RDWR);
+    if (!file.isOpen())
         return false;
-    const ssize_t written = write(fd, UsbPattern, UsbPatternSize);
-    Q_UNUSED(written)
+    file.write(UsbPattern, UsbPatternSize);
     sync();
-    close(fd);
     return true;
 }
 
-// The ram disk is the medium's other end, through the fixture.
+// The ram disk is the medium's other end, through the fixture. Other bytes leave its file open, on
+// purpose, until the next test.
 static bool readUsbPatternBack()
 {
-    const int fd = open("/mnt/ramdisk/HMI_ICT_Test.txt", O_RDWR | O_CLOEXEC);
-    if (fd < 0)
-        return false;
+    static std::optional<File> file;
+    file.emplace("/mnt/ramdisk/HMI_ICT_Test.txt", O_RDWR);
     char bytes[UsbPatternSize] = {};
-    const ssize_t got = read(fd, bytes, UsbPatternSize);
-    if (got != UsbPatternSize || memcmp(bytes, UsbPattern, UsbPatternSize) != 0)
-        return false; // left open on purpose: only a test that passes lets go of the medium
-    close(fd);
+    if (!file->isOpen() || file->read(bytes, UsbPatternSize) != UsbPatternSize
+        || memcmp(bytes, UsbPattern, UsbPatternSize) != 0)
+        return false;
+    file.reset();
     return true;
 }
 

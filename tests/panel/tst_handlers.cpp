@@ -16,6 +16,7 @@ private slots:
     void colours();
     void crcLineOfAnyLength();
     void toneOfTheBuzzer();
+    void descriptorsLeftOpen();
     void exports();
     void usbPortSwitchesUnanswered();
 
@@ -227,6 +228,33 @@ void TstHandlers::toneOfTheBuzzer()
     double seconds;
     QCOMPARE(toneEvents(panel.panel, &seconds), QByteArray("18 3 99, 18 2 1000, 18 2 0"));
     QVERIFY(qAbs(seconds - 3) < 0.5);
+}
+
+// A second round closes what the first one left: RS-422's two, the buzzer, the stick's other end.
+void TstHandlers::descriptorsLeftOpen()
+{
+    AgentPanel &panel = at("ICT");
+    QCOMPARE(panel.fixture.setFault("com2-422:open"), QString());
+    QCOMPARE(panel.fixture.setFault("usb:other"), QString());
+    const auto descriptors = [&] {
+        const QDir open(QString("/proc/%1/fd").arg(panel.panel.agentPid()));
+        QStringList targets;
+        for (const QFileInfo &entry : open.entryInfoList(QDir::AllEntries | QDir::System))
+            targets << entry.symLinkTarget();
+        return targets.filter(QRegularExpression("pts/|tty|event1|ICT_Test")).size();
+    };
+    int before = 0;
+    for (int round = 0; round < 2; ++round) {
+        before = descriptors();
+        QCOMPARE(panel.ask(requestFrame("8107"), 11, 20000), requestFrame("81F7"));
+        QCOMPARE(panel.ask(requestFrame("FF01"), 14, 20000).left(8), QByteArray("ToolVer="));
+        QCOMPARE(panel.ask(requestFrame("9202"), 11, 20000), requestFrame("9202"));
+        QCOMPARE(panel.ask(requestFrame("A200"), 11, 20000), requestFrame("A2F0"));
+        QCOMPARE(panel.ask(requestFrame("8000"), 11, 20000), requestFrame("8000"));
+    }
+    QCOMPARE(descriptors(), before);
+    panel.fixture.clearFault("com2-422");
+    panel.fixture.clearFault("usb");
 }
 
 void TstHandlers::exports()
