@@ -96,6 +96,7 @@ private slots:
 public: // command handlers, named in the command tables
     // ict/
     void levelEndCheck(int item);
+    void receiveForcedChange();
 
     // hwtest/serialloopback
     void testAllPorts();
@@ -147,9 +148,6 @@ private:
     void makeScreen();
     bool dispatchLongRequest(bool *handled);
     void leavePattern();
-    void receiveForcedChange();
-    void forcedLevelChange(int position);
-    void refuseForcedChange();
 
     // screen/
     void paintPattern(QPainter &painter) const;

@@ -1,17 +1,13 @@
 #include "dispatcher.h"
 
-#include "link/factorylog.h"
 #include "link/frame.h"
 #include "link/reply.h"
 #include "link/serialports.h"
 #include "mainwindow.h"
-#include "resumelog.h"
-#include "system/command.h"
 
 #include <cstring>
 
 constexpr int LastTextByte = LinkBufferSize - 1; // index of the NUL of a full buffer
-constexpr char ModelPrefix[] = "Model=";
 
 static void clearRequest()
 {
@@ -88,45 +84,6 @@ struct LongRequest {
     Reading (*readRest)();
     void (MainWindow::*run)();
 };
-
-// --- Forced level change -------------------------------------------------------------------------
-
-// Reads on until the line goes quiet. What does not fit the buffer is read to its end all the same,
-// so that its tail is not taken for the next request.
-static bool readForcedChangeLine()
-{
-    int length = ShortFrameSize;
-    char byte;
-    while (readExactly(linkReadFd(), &byte, 1)) {
-        if (length < LastTextByte)
-            UART_Buffer[length] = byte;
-        ++length;
-    }
-    return length <= LastTextByte;
-}
-
-// Index of the first character after the line's model name and '-', 0 if the model is not this
-// panel's. The line is compared by prefix: a shorter model name of the same family matches.
-static int forcedChangeTarget()
-{
-    const char *dash = strchr(UART_Buffer + 4, '-');
-    if (!dash)
-        return 0;
-    const int nameLength = int(dash - UART_Buffer);
-    const char *model = HMIAppModel + strlen(ModelPrefix);
-    return strncmp(UART_Buffer, model, size_t(nameLength)) == 0 ? nameLength + 1 : 0;
-}
-
-void MainWindow::receiveForcedChange()
-{
-    appendToResumeLog("echo ++++++++ Receive Forcibly Goto Command ++++++++" TO_RESUME_LOG);
-    const int target = readForcedChangeLine() ? forcedChangeTarget() : 0;
-    if (target)
-        forcedLevelChange(target);
-    else
-        refuseForcedChange();
-    factoryLog(nullptr); // which keeps no traffic at BI
-}
 
 // --- The tick ------------------------------------------------------------------------------------
 

@@ -15,9 +15,17 @@
 
 constexpr int T1EndItem = T1ItemCount - 1;
 
-void removeFlagFile(const char *path)
+// In this order: a cut of power leaves the old level, at worst without its results, or the new one
+// without old results. Never an empty file, and never a level with the results of an earlier pass.
+bool changeLevel(const char *text, std::initializer_list<const Level *> restarted)
 {
-    runShell(QByteArray("rm ").append(path).constData());
+    File file(LevelFilePath, O_RDWR | O_CREAT);
+    if (!file.isOpen())
+        return false;
+    for (const Level *level : restarted)
+        runShell(QByteArray("rm ").append(level->flagFile).constData());
+    sync();
+    return file.replaceBy(text);
 }
 
 static bool allPassedButLast()
@@ -35,22 +43,18 @@ static void replyEndCheckFailed()
         sendReply(QByteArray(level->wireCode) + "F0");
 }
 
-// Writes the next level into the level file. False if the file cannot be opened. At a level outside
-// the table the file is left empty: it is truncated before the level is looked at, and the next
-// boot takes an empty file for ICT.
+// At a level outside the table there is no next one and nothing to say.
 static bool promote(bool extended)
 {
-    File file(LevelFilePath, O_RDWR | O_CREAT | O_TRUNC);
-    if (!file.isOpen())
+    const Level *level = findLevel(g_uiHMI_TEST_LEVEL);
+    if (!level)
+        return changeLevel(NoLevelText, {});
+    const char *next = extended ? HmiLevelText : level->next;
+    const bool isHmi = strcmp(next, HmiLevelText) == 0;
+    if (!(isHmi ? changeLevel(next, {}) : changeLevel(next, {&levels[levelOfFileText(next)]})))
         return false;
-    if (const Level *level = findLevel(g_uiHMI_TEST_LEVEL)) {
-        const char *next = extended ? HmiLevelText : level->next;
-        if (strcmp(next, HmiLevelText) != 0)
-            removeFlagFile(levels[levelOfFileText(next)].flagFile);
-        file.write(next, qint64(strlen(next)));
-        sendReply(QByteArray(level->wireCode) + (extended ? "01" : "00"));
-        gb_ShowT1ExternItem |= extended;
-    }
+    sendReply(QByteArray(level->wireCode) + (extended ? "01" : "00"));
+    gb_ShowT1ExternItem |= extended;
     sync();
     return true;
 }
@@ -106,59 +110,12 @@ void MainWindow::levelEndCheck(int item)
     closeEndCheck(endItem);
 }
 
-// Writes the level file's line, says so in the resume log and to the station.
-static void forceLevel(File &levelFile, const char *levelName, const char *fileText)
+bool goBackToT1()
 {
-    levelFile.write(fileText, qint64(strlen(fileText)));
-    appendToResumeLog(QByteArray("echo QZ! ===== Forcibly Goto ")
-                          .append(levelName)
-                          .append(" Pass!! ===== " TO_RESUME_LOG)
-                          .constData());
-    sendRaw(QByteArray("FORCIBLY_GOTO_") + levelName + "_PASS");
-}
-
-void MainWindow::refuseForcedChange()
-{
-    appendToResumeLog("echo =.=Forcibly Goto Fail=.= " TO_RESUME_LOG);
-    sendRaw("FORCIBLY_GOTO_FAIL");
-}
-
-void MainWindow::forcedLevelChange(int position)
-{
-    setLinkBuffer(UART_Buffer_ShowInInfo, UART_Buffer);
-    File file(LevelFilePath, O_RDWR | O_CREAT | O_TRUNC);
-    if (!file.isOpen()) {
-        refuseForcedChange();
-        return;
-    }
-    // Unknown digits leave the file empty, which the next boot reads as ICT, and are not answered.
-    const char *digits = UART_Buffer + position;
-    for (const Level &level : levels) {
-        if (strncmp(digits, level.wireCode, 2) != 0)
-            continue;
-        removeFlagFile(level.flagFile);
-        forceLevel(file, level.name, level.fileText);
-    }
-    if (strncmp(digits, HmiWireCode, 2) == 0)
-        forceLevel(file, "HMI", HmiLevelText);
+    const Level &t1 = levels[LevelT1];
+    if (!changeLevel(t1.fileText, {&t1, &levels[LevelT2]}))
+        return false;
+    appendToResumeLog("echo QZ! ===== HMI-Warden Goto T1 Pass!! ===== " TO_RESUME_LOG);
     sync();
-}
-
-void MainWindow::GotoT1Button()
-{
-    if (!g_bGotoT1ModeAllow) {
-        showButtons({SlaveGotoT1Button, SlaveStartButton}, false);
-        File file(LevelFilePath, O_RDWR | O_CREAT | O_TRUNC);
-        if (file.isOpen()) {
-            const Level &t1 = levels[LevelT1];
-            g_bGotoT1ModeAllow = true;
-            removeFlagFile(t1.flagFile);
-            removeFlagFile(levels[LevelT2].flagFile);
-            file.write(t1.fileText, qint64(strlen(t1.fileText)));
-            sync();
-            appendToResumeLog("echo QZ! ===== HMI-Warden Goto T1 Pass!! ===== " TO_RESUME_LOG);
-            sync();
-        }
-    }
-    repaint();
+    return true;
 }

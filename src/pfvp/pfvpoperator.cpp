@@ -1,5 +1,6 @@
 // What the operator's buttons of the PFVP window do. Reset and END want a second press; a start
 // button takes the first one back.
+#include "ict/levelflow.h"
 #include "mainwindow.h"
 #include "state/teststate.h"
 
@@ -156,6 +157,16 @@ void MainWindow::StartSlaveModeButton()
     if (!g_bSlaveModeAllow) {
         g_bSlaveModeAllow = true;
         showButtons({SlaveStartButton, SlaveGotoT1Button}, false);
+    }
+    repaint();
+}
+
+// The way back into production, for a panel that has been through an environmental test.
+void MainWindow::GotoT1Button()
+{
+    if (!g_bGotoT1ModeAllow) {
+        showButtons({SlaveGotoT1Button, SlaveStartButton}, false);
+        g_bGotoT1ModeAllow = goBackToT1();
     }
     repaint();
 }
