@@ -1,4 +1,4 @@
-#include "station/bus.h"
+#include "panel/burninbus.h"
 #include "commands/commands.h"
 #include "commands/interrupt.h"
 

@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <poll.h>
 #include <pty.h>
 #include <sys/inotify.h>
 #include <sys/ioctl.h>
@@ -42,15 +43,17 @@ const SpeedCode speeds[] = {
     {B38400, 38400}, {B57600, 57600}, {B115200, 115200},
 };
 
-// How many descriptors of a process are open on a file.
-int countOpen(qint64 pid, const QString &path)
+// How many descriptors this machine's processes have open on a file, as far as this user may see.
+int countOpen(const QString &path)
 {
     int count = 0;
-    const QDir fds(QString("/proc/%1/fd").arg(pid));
-    for (const QString &fd : fds.entryList(QDir::Files | QDir::System)) {
-        char target[64] = "";
-        count += readlink(QFile::encodeName(fds.filePath(fd)), target, sizeof target - 1) > 0
-            && path == target;
+    for (const QString &pid : QDir("/proc").entryList({"[0-9]*"}, QDir::Dirs)) {
+        const QDir fds("/proc/" + pid + "/fd");
+        for (const QString &fd : fds.entryList(QDir::Files | QDir::System)) {
+            char target[64] = "";
+            count += readlink(QFile::encodeName(fds.filePath(fd)), target, sizeof target - 1) > 0
+                && path == target;
+        }
     }
     return count;
 }
@@ -69,7 +72,7 @@ qint64 monotonicNs()
     return qint64(now.tv_sec) * 1000000000 + now.tv_nsec;
 }
 
-PtyPort::Pty PtyPort::openPty()
+Pty openPty()
 {
     Pty pty;
     char path[64];
@@ -91,13 +94,10 @@ PtyPort::Pty PtyPort::openPty()
 
 PtyPort::PtyPort(Port id)
     : id_(id)
-    , panel_(openPty())
-    , outside_(openPty())
+    , outside_(openPty()) // its slave stays open here: a station that ends is no hang-up
     , watch_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC))
     , pace_(new QTimer(this))
 {
-    // Both slaves stay open here, so that a restart of the agent or of a station is no hang-up.
-    watchPanel();
     auto *outside = new QSocketNotifier(outside_.master, QSocketNotifier::Read, this);
     connect(outside, &QSocketNotifier::activated, this, &PtyPort::readOutside);
     outsideWatch_ = inotify_add_watch(watch_, QFile::encodeName(outside_.path), IN_OPEN | IN_CLOSE);
@@ -106,22 +106,15 @@ PtyPort::PtyPort(Port id)
     pace_->setInterval(1);
     pace_->setTimerType(Qt::PreciseTimer);
     connect(pace_, &QTimer::timeout, this, &PtyPort::pump);
+    setPlugged(true);
 }
 
 PtyPort::~PtyPort()
 {
     cut();
-    for (int fd : {panel_.master, panel_.slave, outside_.master, outside_.slave, watch_}) {
-        if (fd >= 0)
-            ::close(fd);
-    }
-}
-
-void PtyPort::watchPanel()
-{
-    inotify_add_watch(watch_, QFile::encodeName(panel_.path), IN_OPEN | IN_CLOSE);
-    fromPanel_ = new QSocketNotifier(panel_.master, QSocketNotifier::Read, this);
-    connect(fromPanel_, &QSocketNotifier::activated, this, &PtyPort::readPanel);
+    setPlugged(false);
+    for (int fd : {outside_.master, outside_.slave, watch_})
+        ::close(fd);
 }
 
 void PtyPort::setPlugged(bool plugged)
@@ -134,15 +127,20 @@ void PtyPort::setPlugged(bool plugged)
     if (plugged == (panel_.master >= 0))
         return;
     QMutexLocker lock(&mutex_);
-    if (plugged) {
-        panel_ = openPty();
-        watchPanel();
+    if (!plugged) {
+        delete fromPanel_;
+        fromPanel_ = nullptr;
+        line_.clear();
+        ::close(panel_.master);
+        panel_ = Pty();
         return;
     }
-    delete fromPanel_;
-    for (int fd : {panel_.master, panel_.slave})
-        ::close(fd);
-    panel_ = Pty();
+    panel_ = openPty();
+    ::close(panel_.slave); // the master then hangs up whenever nobody on the panel has it open
+    unread_ = false;
+    inotify_add_watch(watch_, QFile::encodeName(panel_.path), IN_OPEN | IN_CLOSE);
+    fromPanel_ = new QSocketNotifier(panel_.master, QSocketNotifier::Read, this);
+    connect(fromPanel_, &QSocketNotifier::activated, this, &PtyPort::readPanel);
 }
 
 QString PtyPort::panelPath() const
@@ -155,7 +153,7 @@ int PtyPort::lineSpeed() const
 {
     QMutexLocker lock(&mutex_);
     termios settings;
-    if (tcgetattr(panel_.slave, &settings) != 0)
+    if (tcgetattr(panel_.master, &settings) != 0)
         return 0;
     for (const SpeedCode &speed : speeds) {
         if (speed.code == cfgetospeed(&settings))
@@ -166,11 +164,9 @@ int PtyPort::lineSpeed() const
 
 bool PtyPort::isOpenOnPanel() const
 {
-    const qint64 agent = agent_;
-    const QString path = panelPath();
-    if (!agent || path.isEmpty())
-        return false;
-    return countOpen(agent, path) > 0;
+    QMutexLocker lock(&mutex_);
+    pollfd master{panel_.master, 0, 0};
+    return panel_.master >= 0 && ::poll(&master, 1, 0) == 0;
 }
 
 void PtyPort::send(const QByteArray &bytes)
@@ -178,36 +174,29 @@ void PtyPort::send(const QByteArray &bytes)
     QMetaObject::invokeMethod(this, [this, bytes] { queue(bytes); });
 }
 
-void PtyPort::cable(PtyPort *a, PtyPort *b)
+void PtyPort::join(const QVector<PtyPort *> &line)
 {
-    a->cut();
-    b->cut();
-    a->far_ = b;
-    b->far_ = a;
-    for (auto [from, to] : {std::pair(a, b), std::pair(b, a)})
-        from->cable_ = {connect(from, &PtyPort::fromPanel, to,
-                                [to = to](const QByteArray &bytes) { to->queue(bytes); })};
+    for (PtyPort *port : line)
+        port->cut();
+    for (PtyPort *from : line) {
+        for (PtyPort *to : line) {
+            if (from == to)
+                continue;
+            from->others_ << to;
+            connect(from, &PtyPort::fromPanel, to, &PtyPort::hear);
+            connect(from, &PtyPort::fromOutside, to, &PtyPort::queue);
+        }
+    }
 }
 
 void PtyPort::cut()
 {
-    for (PtyPort *end : {far_, this}) {
-        if (!end)
-            continue;
-        for (const auto &connection : qAsConst(end->cable_))
-            disconnect(connection);
-        end->cable_.clear();
-        end->far_ = nullptr;
+    for (PtyPort *other : qAsConst(others_)) {
+        disconnect(this, nullptr, other, nullptr);
+        disconnect(other, nullptr, this, nullptr);
+        other->others_.removeOne(this);
     }
-}
-
-void PtyPort::setPower(qint64 agent)
-{
-    agent_ = agent;
-    QMutexLocker lock(&mutex_);
-    // Nothing of the last power-up is left on the line, nor the lock of a program that was killed.
-    tcflush(panel_.slave, TCIOFLUSH);
-    ioctl(panel_.slave, TIOCNXCL);
+    others_.clear();
 }
 
 void PtyPort::readPanel()
@@ -215,21 +204,39 @@ void PtyPort::readPanel()
     watchDevices();
     char bytes[4096];
     const ssize_t n = ::read(panel_.master, bytes, sizeof bytes);
-    if (n <= 0)
+    if (n <= 0) {
+        fromPanel_->setEnabled(errno != EIO); // hung up; watchDevices() hears of the next opening
         return;
+    }
     const QByteArray data(bytes, int(n));
-    const qint64 now = monotonicNs();
-    if (attached_ && ::write(outside_.master, bytes, size_t(n)) != n)
+    toOutside(data);
+    emit fromPanel(data, monotonicNs());
+}
+
+void PtyPort::toOutside(const QByteArray &bytes)
+{
+    watchDevices();
+    if (attached_
+        && ::write(outside_.master, bytes.constData(), size_t(bytes.size())) != bytes.size())
         qWarning("%s: the program outside does not read; bytes lost", portName(id_));
-    emit fromPanel(data, now);
+}
+
+// Another panel on the same line speaks.
+void PtyPort::hear(const QByteArray &bytes)
+{
+    toOutside(bytes);
+    queue(bytes);
 }
 
 void PtyPort::readOutside()
 {
     char bytes[4096];
     const ssize_t n = ::read(outside_.master, bytes, sizeof bytes);
-    if (n > 0)
-        queue(QByteArray(bytes, int(n)));
+    if (n <= 0)
+        return;
+    const QByteArray data(bytes, int(n));
+    queue(data);
+    emit fromOutside(data);
 }
 
 // One inotify for both devices: a machine allows few of them (128 as a rule), and a bus of panels
@@ -238,54 +245,40 @@ void PtyPort::watchDevices()
 {
     alignas(inotify_event) char buffer[4096];
     const ssize_t n = ::read(watch_, buffer, sizeof buffer);
-    QVector<quint32> outside, panel;
+    bool left = false, closed = false, reopened = false;
     for (ssize_t at = 0; at < n;) {
         const auto *event = reinterpret_cast<const inotify_event *>(buffer + at);
         at += ssize_t(sizeof *event + event->len);
-        (event->wd == outsideWatch_ ? outside : panel) << event->mask;
+        const bool close = event->mask & IN_CLOSE;
+        if (event->wd == outsideWatch_) {
+            attached_ = true;
+            left = left || close;
+        } else {
+            reopened = reopened || (closed && !close);
+            closed = closed || close;
+        }
     }
-    usersChanged(outside);
-    holdersChanged(panel);
-}
-
-// What the panel says while no program is attached is not kept for the next one, and a program that
-// was killed does not keep others out, as it would with its exclusive lock.
-void PtyPort::usersChanged(const QVector<quint32> &events)
-{
-    for (quint32 event : events) {
-        attached_ = true;
-        if (!(event & IN_CLOSE))
-            continue;
+    // What the panel says while no program is attached is not kept for the next one, and a program
+    // that was killed does not keep others out, as it would with its exclusive lock.
+    if (left) {
         ioctl(outside_.slave, TIOCNXCL);
-        // Events of the same kind may come as one, so that counting them would not do.
-        int holders = -1; // this object itself
-        for (const QString &pid : QDir("/proc").entryList({"[0-9]*"}, QDir::Dirs))
-            holders += countOpen(pid.toLongLong(), outside_.path);
-        attached_ = holders > 0;
+        attached_ = countOpen(outside_.path) > 1; // one is this object
     }
+    if (reopened || (closed && !isOpenOnPanel()))
+        emptyReceiver();
+    if (n > 0 && fromPanel_)
+        fromPanel_->setEnabled(true);
 }
 
-// The last close of a serial device empties its receive buffer. This object keeps the panel's slave
-// open, so it has to do that itself: a moment later, but before anything that comes after the next
-// opening.
-void PtyPort::holdersChanged(const QVector<quint32> &events)
+// The last close of a serial device empties its receive buffer; that of a pty does not.
+void PtyPort::emptyReceiver()
 {
-    if (events.isEmpty())
+    if (!unread_) // which also keeps this from hearing itself again and again
         return;
-    bool none = false;
-    for (quint32 event : events) {
-        holders_ += event & IN_OPEN ? 1 : event & IN_CLOSE ? -1 : 0;
-        none = none || holders_ <= 0;
-    }
-    QMutexLocker lock(&mutex_);
-    if (none && panel_.slave >= 0)
-        tcflush(panel_.slave, TCIFLUSH);
-    // Events of the same kind may come as one, so the count has to be set right, and a moment
-    // later: an opening is heard before its descriptor is there.
-    QTimer::singleShot(1, this, [this] {
-        watchDevices();
-        holders_ = countOpen(agent_, panelPath());
-    });
+    unread_ = false;
+    const int slave = ::open(QFile::encodeName(panel_.path), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    tcflush(slave, TCIFLUSH);
+    ::close(slave);
 }
 
 qint64 PtyPort::byteTime() const
@@ -311,15 +304,13 @@ void PtyPort::pump()
         at += step;
     if (n > 0 && n >= qMin(line_.size(), fifoSize)) {
         arrived_ += n * step;
-        if (now - openAt_ > 10000000) {
-            open_ = isOpenOnPanel();
-            openAt_ = now;
-        }
         const QByteArray bytes = line_.left(n);
         line_.remove(0, n);
         // What does not fit any more is lost, as in a UART whose reader is late.
-        if (open_ && ::write(panel_.master, bytes.constData(), size_t(n)) > 0)
+        if (isOpenOnPanel() && ::write(panel_.master, bytes.constData(), size_t(n)) > 0) {
+            unread_ = true;
             emit intoPanel(bytes, now);
+        }
     }
     if (line_.isEmpty())
         pace_->stop();

@@ -6,8 +6,6 @@
 #include <QString>
 #include <QVector>
 
-#include <atomic>
-
 class QSocketNotifier;
 class QTimer;
 
@@ -16,13 +14,20 @@ enum class Port { ttyO1, ttyO3, ttyO4, ttyUSB0, ttyGS0 };
 constexpr int portCount = 5;
 const char *portName(Port port);
 
+// A raw pseudo terminal with both ends open, reading the master does not block. The caller closes
+// them. Throws BenchError when the machine has none left.
+struct Pty {
+    int master = -1, slave = -1;
+    QString path;
+};
+Pty openPty();
+
 // One serial port of a panel: a pty whose slave is the panel's device, and a second pty whose slave
 // any program of this machine can open as the far end of the cable (outsidePath()).
 //
 // Bytes towards the panel arrive at the pace of the line speed that the panel has set, and are lost
 // while nobody on the panel has the port open, as on a UART. Bytes from the panel go, at once, to
-// whoever listens: the signal, the program on the outside pty, the port at the other end of a
-// cable.
+// whoever listens: the signal, the program on the outside pty, the other ports of its line.
 //
 // The object lives in its panel's I/O thread, so that the traffic flows while the caller blocks.
 // All functions may be called from any thread; the signals are emitted in the I/O thread.
@@ -51,55 +56,43 @@ public:
     bool isOpenOnPanel() const;
     // Puts bytes on the line to the panel.
     void send(const QByteArray &bytes);
-    // Lays a cable: what either panel sends, the other receives. Cutting one end cuts both.
-    static void cable(PtyPort *a, PtyPort *b);
+    // Wires ports together, two by a cable or any number on a bus: what one's panel or outside
+    // program says, the others' hear. cut() takes one off its line.
+    static void join(const QVector<PtyPort *> &line);
     void cut();
 
     // For VirtualPanel. A port that is unplugged hangs up on the panel's programs that have it open
-    // and has another panelPath() when it is plugged again.
+    // and has another panelPath() when it is plugged again, with nothing left on its line.
     void setPlugged(bool plugged);
-    // `agent` is the process that may hold the port open, 0 when the panel is
-    // off.
-    void setPower(qint64 agent);
 
 signals:
     // Bytes as they left the panel or were delivered to it; `ns` is CLOCK_MONOTONIC.
     void fromPanel(const QByteArray &bytes, qint64 ns);
     void intoPanel(const QByteArray &bytes, qint64 ns);
+    void fromOutside(const QByteArray &bytes);
 
 private:
-    struct Pty {
-        int master = -1, slave = -1;
-        QString path;
-    };
-    static Pty openPty();
     void readPanel();
     void readOutside();
     void watchDevices();
-    void usersChanged(const QVector<quint32> &events);
-    void holdersChanged(const QVector<quint32> &events);
+    void emptyReceiver();
+    void toOutside(const QByteArray &bytes);
+    void hear(const QByteArray &bytes);
     void queue(const QByteArray &bytes);
     void pump();
     qint64 byteTime() const;
-
-    void watchPanel();
 
     const Port id_;
     mutable QMutex mutex_; // guards panel_, which is replaced when the port is plugged
     Pty panel_, outside_;
     QSocketNotifier *fromPanel_ = nullptr;
-    std::atomic<qint64> agent_{0};
-    int watch_; // inotify of both devices
-    int outsideWatch_ = -1;
+    int watch_, outsideWatch_ = -1; // inotify of both devices
     bool attached_ = false; // a program has the outside device open
-    int holders_ = 0; // descriptors that the panel has open on it, as far as heard
+    bool unread_ = false; // bytes were delivered to the panel since its receiver was emptied
     QTimer *pace_;
     QByteArray line_; // bytes on their way to the panel
     qint64 arrived_ = 0; // when the last byte before them arrived, CLOCK_MONOTONIC in ns
-    bool open_ = false; // what isOpenOnPanel() said at openAt_; looked up anew every few bytes
-    qint64 openAt_ = 0;
-    QList<QMetaObject::Connection> cable_;
-    PtyPort *far_ = nullptr;
+    QVector<PtyPort *> others_; // on the same line
 };
 
 // CLOCK_MONOTONIC in nanoseconds, the time base of all of the bench's time stamps.

@@ -105,11 +105,14 @@ void VirtualPanel::powerOn(const QStringList &agentArgs)
     clearVolatile(root_);
     setAttribute(attribute::backlight, "100");
     clock_->powerOn();
-    // Held open by bench and kernel, the ports' ptys outlive a boot; their names do not.
+    // Each with a pty of its own: nothing of the last power-up is left on the line.
+    setPlugged(Port::ttyUSB0, !port(Port::ttyUSB0)->panelPath().isEmpty());
     setPlugged(Port::ttyGS0, true);
-    for (Port uart : {Port::ttyO1, Port::ttyO3, Port::ttyO4})
+    for (Port uart : {Port::ttyO1, Port::ttyO3, Port::ttyO4}) {
+        port(uart)->setPlugged(false);
+        port(uart)->setPlugged(true);
         linkPort(uart, "/dev/", "pts/");
-    setPortPower(0);
+    }
     outputStart_ = QFileInfo(folder_ + "/agent.log").size();
     errorStart_ = QFileInfo(folder_ + "/agent.err").size();
     exitStatus_ = -1;
@@ -120,7 +123,6 @@ void VirtualPanel::powerOn(const QStringList &agentArgs)
     sandbox_.setStandardErrorFile(folder_ + "/agent.err", QIODevice::Append);
     sandbox_.start("bwrap", args);
     awaitBoot();
-    setPortPower(agentPid());
     emit powered(true);
 }
 
@@ -158,7 +160,6 @@ void VirtualPanel::powerOff()
 void VirtualPanel::ended(int code)
 {
     exitStatus_ = code;
-    setPortPower(0);
     screen_->disconnect();
     emit powered(false);
 }
@@ -198,21 +199,16 @@ QByteArray VirtualPanel::sinceBoot(const char *file, qint64 start) const
     return readWhole(folder_ + file).mid(int(start));
 }
 
-void VirtualPanel::setPortPower(qint64 agent)
-{
-    for (PtyPort *port : ports_)
-        port->setPower(agent);
-}
-
 void VirtualPanel::setPlugged(Port id, bool plugged)
 {
+    port(id)->setPlugged(false);
     port(id)->setPlugged(plugged);
     linkPort(id, "/dev/plugged/", "../pts/");
 }
 
 void VirtualPanel::cable(VirtualPanel &a, Port ofA, VirtualPanel &b, Port ofB)
 {
-    PtyPort::cable(a.port(ofA), b.port(ofB));
+    PtyPort::join({a.port(ofA), b.port(ofB)});
     if (ofA == Port::ttyGS0)
         b.followGadget(a);
     if (ofB == Port::ttyGS0)
@@ -227,10 +223,8 @@ void VirtualPanel::followGadget(VirtualPanel &peer)
     connect(&peer, &VirtualPanel::powered, this,
             [this](bool on) { setPlugged(Port::ttyUSB0, on); });
     connect(this, &VirtualPanel::powered, &peer, [&peer](bool on) {
-        if (!on && peer.isOn()) {
-            peer.setPlugged(Port::ttyGS0, false);
+        if (!on && peer.isOn())
             peer.setPlugged(Port::ttyGS0, true);
-        }
     });
 }
 

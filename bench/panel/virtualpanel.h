@@ -117,7 +117,7 @@ public:
     {
         return port(id)->outsidePath();
     }
-    // Unplugging hangs up; plugged is ttyGS0 from the start, ttyUSB0 not.
+    // Hangs up, and plugs the port in again or not; plugged is ttyGS0 from the start, ttyUSB0 not.
     void setPlugged(Port id, bool plugged);
     // Lays a cable between two panels, which must both outlive it (PtyPort::cut() removes it). A
     // USB host port is plugged while the panel at the gadget's end is on.
@@ -186,7 +186,6 @@ signals:
 private:
     void ended(int code);
     void awaitBoot();
-    void setPortPower(qint64 agent);
     void followGadget(VirtualPanel &peer);
     void linkPort(Port id, const QString &folder, const QString &ptys);
     QByteArray sinceBoot(const char *file, qint64 start) const;

@@ -1,4 +1,4 @@
-#include "station/bus.h"
+#include "panel/burninbus.h"
 #include "station/codec.h"
 #include "station/link.h"
 

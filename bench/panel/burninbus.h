@@ -2,9 +2,7 @@
 
 #include "panel/virtualpanel.h"
 
-#include <atomic>
 #include <memory>
-#include <thread>
 #include <vector>
 
 // Virtual panels at burn-in on one RS-485 bus: what one sends, the station and every other panel
@@ -14,12 +12,11 @@ public:
     // Makes `count` panels with the station numbers 1, 2, ... and switches them on. Throws
     // BenchError.
     explicit BurnInBus(int count);
-    ~BurnInBus();
 
     // The station's end of the bus, to be opened like a serial port.
-    QString path() const
+    QString path()
     {
-        return path_;
+        return panel(1).linkPath(Port::ttyO3);
     }
     VirtualPanel &panel(int number)
     {
@@ -27,11 +24,5 @@ public:
     }
 
 private:
-    void fromStation();
-
     std::vector<std::unique_ptr<VirtualPanel>> panels_;
-    int master_ = -1, slave_ = -1;
-    QString path_;
-    std::atomic<bool> stop_{false};
-    std::thread thread_;
 };
