@@ -8,32 +8,14 @@ cd "$(dirname "$0")/.."
 
 root=build/arm-root
 
-# The archive as this machine's own apt knows it, so that mirrors and proxies set up here are used.
-archive() {
-    # shellcheck disable=SC2016 # apt's own placeholders
-    apt-get indextargets --format 'deb $(REPO_URI) $(RELEASE) $(COMPONENT)' \
-        'Created-By: Packages' 'Origin: Debian' 'Codename: bookworm' 'Component: main' | sort -u
-}
-
-# The packages are unpacked, not installed: nothing of ARM runs, nobody has to be root. Kept are the
-# folders a compiler and an emulated program look into; /etc and the rest stay the panel's.
-# Left out is what only 3D drivers use, a third of the size.
+# Kept are the folders a compiler and an emulated program look into; /etc and the rest stay the
+# panel's.
 make_root() {
-    local sources
-    sources=$(archive)
-    [ -n "$sources" ] \
-        || die "apt on this machine has no Debian 12 archive: add it to its sources, run apt-get update"
     say "Making the armhf root in $root"
     rm -rf "$root" "$root.new"
     mkdir -p "$root.new"
-    nice mmdebstrap --mode=chrootless --quiet --architectures=armhf --variant=extract --format=tar \
-        --include=libc6-dev,libstdc++-12-dev,qtbase5-dev,libfaketime,libeatmydata1 \
-        bookworm - - <<<"$sources" \
-        | {
-            tar -x -C "$root.new" --no-same-owner --exclude='*/dri' --exclude='libLLVM*' \
-                ./lib ./usr/lib ./usr/include
-            cat >/dev/null # the padding; mmdebstrap hangs up on us if nobody reads it
-        }
+    unpack_armhf libc6-dev,libstdc++-12-dev,qtbase5-dev,libfaketime,libeatmydata1 "$root.new" \
+        ./lib ./usr/lib ./usr/include
     arm-linux-gnueabihf-gcc -shared -fPIC -O2 -o "$root.new/usr/lib/libnopidfd.so" tools/arm-nopidfd.c
     mkdir "$root.new/etc"
     echo /usr/lib/libnopidfd.so >"$root.new/etc/ld.so.preload"

@@ -46,3 +46,26 @@ build() {
     fi
     cmake --build "build/$1" "${@:2}"
 }
+
+# The archive as this machine's own apt knows it, so that mirrors and proxies set up here are used.
+archive() {
+    # shellcheck disable=SC2016 # apt's own placeholders
+    apt-get indextargets --format 'deb $(REPO_URI) $(RELEASE) $(COMPONENT)' \
+        'Created-By: Packages' 'Origin: Debian' 'Codename: bookworm' 'Component: main' | sort -u
+}
+
+# Unpacks of the Debian 12 armhf packages $1 (with commas) and all they need the folders $3... into
+# $2. Not installed: nothing of ARM runs, nobody has to be root. Left out is what only 3D drivers
+# use, a third of the size.
+unpack_armhf() {
+    local sources
+    sources=$(archive)
+    [ -n "$sources" ] \
+        || die "apt on this machine has no Debian 12 archive: add it to its sources, run apt-get update"
+    nice mmdebstrap --mode=chrootless --quiet --architectures=armhf --variant=extract --format=tar \
+        --include="$1" bookworm - - <<<"$sources" \
+        | {
+            tar -x -C "$2" --no-same-owner --exclude='*/dri' --exclude='libLLVM*' "${@:3}"
+            cat >/dev/null # the padding; mmdebstrap hangs up on us if nobody reads it
+        }
+}
