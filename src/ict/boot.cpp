@@ -22,6 +22,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <unistd.h>
 
 constexpr int TickMs = 100;
 
@@ -82,33 +83,41 @@ static void readApplicationInfo()
 
 // --- Files that make or end the boot ------------------------------------------------------------
 
-// Opens a file of the boot read-write, or creates it with `initial`. On return `text` holds its
-// first `length` bytes at most. False when it can neither be opened nor created.
-static bool openOrCreate(const char *path, const QByteArray &initial, int length, QByteArray *text)
+enum class BootFile { Found, Created, Unusable };
+
+// Opens a file of the boot read-write: its first `length` bytes at most are in `text` then. Or
+// creates it with `initial`, which is in `text` then. Where neither works the boot ends and no
+// station gets an answer, so standard output says why.
+static BootFile openOrCreate(const char *path, const QByteArray &initial, int length,
+                             QByteArray *text)
 {
     File file(path, O_RDWR);
-    const bool missing = !file.isOpen() && errno == ENOENT;
     if (file.isOpen()) {
         text->fill('\0', length);
         text->resize(int(file.read(text->data(), length)));
-        return true;
+        return BootFile::Found;
     }
-    *text = initial.left(length);
-    if (!missing)
-        return false;
-    File created(path, O_RDWR | O_CREAT);
-    if (created.isOpen())
-        created.replaceBy(initial); // on a full medium the panel boots all the same
-    return created.isOpen();
+    if (errno == ENOENT) {
+        File created(path, O_RDWR | O_CREAT);
+        if (created.isOpen()) {
+            created.replaceBy(initial); // on a full medium the panel boots all the same
+            *text = initial;
+            return BootFile::Created;
+        }
+    }
+    printf("Boot ends without a PC link, %s: %s\n", path, strerror(errno));
+    return BootFile::Unusable;
 }
 
 static bool readLevel()
 {
     QByteArray text;
-    if (!openOrCreate(LevelFilePath, levels[LevelICT].fileText, 3, &text))
+    const BootFile file = openOrCreate(LevelFilePath, levels[LevelICT].fileText, 3, &text);
+    if (file == BootFile::Unusable)
         return false;
-    memset(gc_LEVEL, 0, sizeof gc_LEVEL);
-    memcpy(gc_LEVEL, text.constData(), size_t(qMin(text.size(), 2)));
+    if (file == BootFile::Found)
+        text.truncate(2); // enough to tell the levels apart
+    qstrncpy(gc_LEVEL, text.constData(), sizeof gc_LEVEL);
     g_uiHMI_TEST_LEVEL = levelOfFileText(gc_LEVEL);
     return true;
 }
@@ -125,11 +134,30 @@ static QByteArray newFlagFile()
     return records;
 }
 
-static bool readItems()
+// A cut of power or a full medium can leave records out, or without their text. Their items would
+// pass and never be recorded, on this and all later boots: they are written anew, as not passed.
+static QByteArray completed(const QByteArray &found, const QByteArray &fresh)
 {
     QByteArray records;
-    if (!openOrCreate(g_HMI_TEST_File, newFlagFile(), TEST_ITEM * FlagRecordSize, &records))
+    for (int start = 0; start < fresh.size(); start += FlagRecordSize) {
+        const bool whole = found.size() >= start + FlagRecordSize && found[start] != '\0';
+        records += (whole ? found : fresh).mid(start, FlagRecordSize);
+    }
+    if (records != found) {
+        File file(g_HMI_TEST_File, O_RDWR);
+        file.write(records.constData(), records.size());
+        sync();
+    }
+    return records;
+}
+
+static bool readItems()
+{
+    const QByteArray fresh = newFlagFile();
+    QByteArray found;
+    if (openOrCreate(g_HMI_TEST_File, fresh, fresh.size(), &found) == BootFile::Unusable)
         return false;
+    const QByteArray records = completed(found, fresh);
     for (int i = 0; i < TEST_ITEM; ++i) {
         const QByteArray record = records.mid(i * FlagRecordSize, FlagRecordSize);
         Item_Status[i] = isPassed(record) ? ItemPassed : ItemNotPassed;
@@ -140,7 +168,8 @@ static bool readItems()
 static bool readStation()
 {
     QByteArray digits("00");
-    if (g_uiHMI_TEST_LEVEL == LevelBI && !openOrCreate(StationFilePath, "00", 2, &digits))
+    if (g_uiHMI_TEST_LEVEL == LevelBI
+        && openOrCreate(StationFilePath, "00", 2, &digits) == BootFile::Unusable)
         return false;
     qstrncpy(gc_SN, digits.constData(), sizeof gc_SN);
     g_iSTATION_NUM = int(strtol(gc_SN, nullptr, 16));
@@ -150,7 +179,7 @@ static bool readStation()
 // --- Steps ---------------------------------------------------------------------------------------
 
 // Three full-height bands. Each starts on the last pixel column of the one before it, so they
-// overlap by a column; cameras on the fixtures are set up for these edges.
+// overlap by a column. Deliberate.
 static void makeBands()
 {
     const QSize desktop = screenSize();
@@ -241,7 +270,7 @@ void MainWindow::ICTMainWindow(QWidget *)
     openLink();
     if (!readStation())
         return;
-    startInBackground(QStringLiteral("/usr/local/ict/create_ramdisk.sh"));
+    startBeside(QStringLiteral("/usr/local/ict/create_ramdisk.sh"));
 
     m_hTimer = new QTimer(this);
     connect(m_hTimer, &QTimer::timeout, this, &MainWindow::ICTTestLoop);

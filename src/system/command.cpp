@@ -1,5 +1,6 @@
 #include "command.h"
 
+#include <QCoreApplication>
 #include <QProcess>
 #include <cstdlib>
 
@@ -70,9 +71,12 @@ int numberFrom(const QString &commandLine, int limitMs)
     return atoi(firstLineOf(commandLine, ValueLineLength, limitMs).constData());
 }
 
-void startInBackground(const QString &commandLine)
+void startBeside(const QString &commandLine)
 {
-    QProcess process;
-    if (setCommand(process, commandLine))
-        process.startDetached();
+    auto *process = new QProcess(QCoreApplication::instance());
+    process->setProcessChannelMode(QProcess::ForwardedChannels);
+    QObject::connect(process, qOverload<int, QProcess::ExitStatus>(&QProcess::finished), process,
+                     &QObject::deleteLater);
+    if (setCommand(*process, commandLine))
+        process->start(QIODevice::ReadOnly);
 }

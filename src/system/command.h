@@ -37,5 +37,6 @@ void startProcess(QProcess &process, const QString &commandLine);
 // empty if it could not be started.
 QByteArray awaitOutput(QProcess &process, int limitMs = NoTimeLimit);
 
-// Starts `commandLine` on its own: it outlives this program and nobody collects it.
-void startInBackground(const QString &commandLine);
+// Starts `commandLine` as a child that runs beside this program, printing where it prints; its end
+// is not waited for.
+void startBeside(const QString &commandLine);

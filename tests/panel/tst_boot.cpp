@@ -70,6 +70,7 @@ void TstBoot::order()
 {
     for (const QByteArray level : {"ICT", "T2"}) {
         AgentPanel at;
+        at.panel.toolHangs("create_ramdisk.sh"); // it runs beside the agent, as its child
         QVERIFY(at.boot(level));
         QStringList calls;
         bool checksRootfs = false;
@@ -91,6 +92,9 @@ void TstBoot::order()
         wanted += {"date", "date +%Y-%m-%d %H:%M:%S", "create_ramdisk.sh"};
         QCOMPARE(calls, wanted);
         QCOMPARE(checksRootfs, level == "ICT");
+        QFile children(QString("/proc/%1/task/%1/children").arg(at.panel.agentPid()));
+        QVERIFY(children.open(QIODevice::ReadOnly));
+        QVERIFY(level == "ICT" || children.readAll().count(' ') == 1);
     }
 }
 

@@ -64,9 +64,9 @@ void TstPanelFiles::damagedFiles()
         {"one letter of a level", levelFile, "T", true, fresh},
         {"noise for a level", levelFile, QByteArray(5000, '\xff'), true, fresh},
         {"unreadable level file", levelFile, {}, false, ""},
-        {"empty flag file", flagFile, "", true, ""},
-        {"flag file cut in the record", flagFile, QByteArray(3 * 64 + 20, '0'), true, "000"},
-        {"flag file of zero bytes", flagFile, QByteArray(16 * 64, '\0'), true, QByteArray(16, '?')},
+        {"empty flag file", flagFile, "", true, fresh},
+        {"flag file cut in a record", flagFile, QByteArray(180, '1'), true, "1101000000000000"},
+        {"flag file of zero bytes", flagFile, QByteArray(16 * 64, '\0'), true, fresh},
         {"flag file of noise", flagFile, QByteArray(16 * 64, 'x'), true, QByteArray(16, 'x')},
         {"flag file too long", flagFile, QByteArray(100 * 64, 'x'), true, QByteArray(100, 'x')},
         {"unreadable flag file", flagFile, {}, false, ""},
@@ -103,6 +103,8 @@ void TstPanelFiles::brokenDisks()
             }
             if (disk == IctDisk::readOnly) {
                 QVERIFY(isMute(at.panel));
+                const QByteArray said = "Boot ends without a PC link, /usr/local/ict/" + levelFile;
+                QVERIFY2(at.panel.output().contains(said), at.panel.output());
             } else {
                 QVERIFY(at.powerCycle());
                 QCOMPARE(at.ask(present), presentReply);
