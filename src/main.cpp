@@ -4,7 +4,6 @@
 #include "state/teststate.h"
 
 #include <QApplication>
-#include <QScreen>
 #include <cstdio>
 
 static int runWindow(quint32 mode)

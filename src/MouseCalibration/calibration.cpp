@@ -8,7 +8,6 @@
 
 #include <QGuiApplication>
 #include <QMouseEvent>
-#include <QScreen>
 #include <cstdio>
 
 constexpr int TouchPauseMs = 299; // up to this long after a release, presses and releases bounce

@@ -25,7 +25,7 @@ void writePointercal(const QByteArray &coefficients)
 void backUpPointercal()
 {
     runShell("cat /etc/pointercal > /usr/local/ict/pointercal");
-    sync();
+    runShell("sync");
 }
 
 // A backup without a byte, as a power cut leaves it, counts as missing: putting it back would cost
@@ -43,23 +43,23 @@ void backUpPointercalOnce()
 
 void startFromLastGood()
 {
-    if (isBackedUp()) {
+    if (isBackedUp())
         writeWithZero(readFile(PointercalBackup, StartLimit));
-        return;
-    }
-    runShell("cp /etc/pointercal /usr/local/ict/");
-    sync();
+    else
+        runShell("cp /etc/pointercal /usr/local/ict/");
+    runShell("sync");
 }
 
 void restoreLastGood()
 {
     writeWithZero(readFile(PointercalBackup, RestoreLimit));
+    runShell("sync");
 }
 
 void storeInBootLoader(const QByteArray &line)
 {
     runShell(("echo " + line + " | fw_setenv -s /dev/stdin").constData());
-    sync();
+    runShell("sync");
     runShell("/usr/local/ict/update_pointercal.sh &");
 }
 

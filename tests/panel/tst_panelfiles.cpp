@@ -127,6 +127,9 @@ void TstPanelFiles::noScreen()
     PcPort link(board.panel);
     QCOMPARE(link.ask(present), presentReply);
     QVERIFY(board.panel.isOn());
+    board.panel.powerCycle({"-platform", "linuxfb", "HMIAppCalibation"});
+    QCOMPARE(board.panel.waitForExit(20000), 255);
+    QVERIFY(board.panel.output().endsWith("there is no screen\n"));
 }
 
 QTEST_GUILESS_MAIN(TstPanelFiles)
