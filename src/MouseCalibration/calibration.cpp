@@ -124,7 +124,7 @@ void Calibration::mouseReleaseEvent(QMouseEvent *event)
 
 // --- End of the pass ----------------------------------------------------------------------------
 
-static void calibrate()
+static void storeFit()
 {
     float determinant;
     if (!fitCalibration(cal, &determinant)) {
@@ -140,7 +140,7 @@ static void calibrate()
                ga_PointCalibrationCheck[i].y());
 }
 
-static void check(const Targets &targets)
+static void judgeTouches(const Targets &targets)
 {
     const CheckVerdict verdict =
         checkTouches(ga_PointCalibrationCheck, targets, checkTolerance(g_uiHMI_TEST_LEVEL),
@@ -157,9 +157,9 @@ static void check(const Targets &targets)
 void Calibration::evaluate()
 {
     if (isCalibrateLevel(g_uiHMI_TEST_LEVEL))
-        calibrate();
+        storeFit();
     else if (isCheckLevel(g_uiHMI_TEST_LEVEL))
-        check(m_checkTargets);
+        judgeTouches(m_checkTargets);
 }
 
 // A hidden widget keeps its grab: without this, a touch that comes after a repeated request has

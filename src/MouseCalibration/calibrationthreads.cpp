@@ -1,7 +1,15 @@
+// The way of "9000", "9004" and "9001" from request to reply, top to bottom.
 #include "calibrationthreads.h"
 
 #include "calibration.h"
+#include "link/reply.h"
+#include "mainwindow.h"
 #include "pointercal.h"
+#include "state/itemrecord.h"
+
+constexpr int CalibrateItem = 11; // of T1: "12.TP Calibrate Test"
+constexpr int CheckItem = 10; // of T2: "11.TP Check Test"
+constexpr unsigned long PollUs = 1000;
 
 static void closeDialog(QPointer<Calibration> &dialog)
 {
@@ -31,13 +39,43 @@ static QString touchedLines()
     return QString::fromLatin1(lines);
 }
 
-// --- Calibration and check ----------------------------------------------------------------------
+// Short: a reset thread has nothing left to do.
+static void awaitEnd(const QThread &thread)
+{
+    while (thread.isRunning())
+        QThread::usleep(PollUs);
+}
+
+// The reply goes out before the item is recorded.
+static void reportPass(int item, bool passed, const char *passCode, const char *failCode)
+{
+    setItem(item, passed ? ItemPassed : ItemRunning);
+    sendReply(passed ? passCode : failCode);
+    recordItem(item);
+    gb_ShowCalibrationPoint = true;
+}
+
+// --- "9000", "9004": calibration and check ------------------------------------------------------
+
+void MainWindow::startCalibration(int checkAll)
+{
+    startFromLastGood();
+    if (m_calibrationThread) {
+        disconnect(m_calibrationThread, &TPCal_Thread::CAL_CHK_Done, nullptr, nullptr);
+        m_calibrationThread->reset(checkAll);
+        awaitEnd(*m_calibrationThread);
+    } else {
+        m_calibrationThread = new TPCal_Thread(checkAll, this);
+    }
+    connect(m_calibrationThread, &TPCal_Thread::CAL_CHK_Done, this,
+            &MainWindow::slt_HMI_ICT_TP_CAL_CHK_Done);
+    m_calibrationThread->start(QThread::InheritPriority);
+}
 
 TPCal_Thread::TPCal_Thread(bool checkAll, QWidget *window)
     : QThread(window)
     , m_checkAll(checkAll)
 {
-    connect(this, &TPCal_Thread::passStarted, this, &TPCal_Thread::calibrate);
 }
 
 TPCal_Thread::~TPCal_Thread()
@@ -56,15 +94,15 @@ void TPCal_Thread::reset(bool checkAll)
     quit();
 }
 
-// Touches no state: all of it belongs to the GUI thread, where calibrate() goes on. quit() ends the
+// Touches no state: all of it belongs to the GUI thread, which goes on from here. quit() ends the
 // loop also when it comes first.
 void TPCal_Thread::run()
 {
-    emit passStarted();
+    QMetaObject::invokeMethod(this, &TPCal_Thread::openCalibration, Qt::QueuedConnection);
     exec();
 }
 
-void TPCal_Thread::calibrate()
+void TPCal_Thread::openCalibration()
 {
     g_uiHMI_TEST_LEVEL = LevelT1;
     g_bCalibrationCheckAll = true;
@@ -94,12 +132,33 @@ void TPCal_Thread::sltChkWorkDone()
     quit();
 }
 
-// --- Check alone --------------------------------------------------------------------------------
+void MainWindow::slt_HMI_ICT_TP_CAL_CHK_Done(int result)
+{
+    if (m_calibrationThread->checkAll())
+        reportPass(CalibrateItem, result, "9000", "90F0");
+    else
+        reportPass(CalibrateItem, result, "9004", "90F4");
+    repaint();
+}
+
+// --- "9001": check alone ------------------------------------------------------------------------
+
+void MainWindow::startCalibrationCheck()
+{
+    if (m_checkThread) {
+        disconnect(m_checkThread, &TPChk_Thread::CHK_Done, nullptr, nullptr);
+        m_checkThread->reset();
+        awaitEnd(*m_checkThread);
+    } else {
+        m_checkThread = new TPChk_Thread(this);
+    }
+    connect(m_checkThread, &TPChk_Thread::CHK_Done, this, &MainWindow::slt_HMI_ICT_TP_CHK_Done);
+    m_checkThread->start(QThread::InheritPriority);
+}
 
 TPChk_Thread::TPChk_Thread(QWidget *window)
     : QThread(window)
 {
-    connect(this, &TPChk_Thread::passStarted, this, &TPChk_Thread::check);
 }
 
 TPChk_Thread::~TPChk_Thread()
@@ -118,12 +177,12 @@ void TPChk_Thread::reset()
 
 void TPChk_Thread::run()
 {
-    emit passStarted();
+    QMetaObject::invokeMethod(this, &TPChk_Thread::openCheck, Qt::QueuedConnection);
     exec();
 }
 
 // At the level the program is at: T2 has its own tolerance and leaves the file alone.
-void TPChk_Thread::check()
+void TPChk_Thread::openCheck()
 {
     g_bCalibrationCheckAll = true;
     openDialog(m_check, this, &TPChk_Thread::sltChkWorkDone);
@@ -136,4 +195,10 @@ void TPChk_Thread::sltChkWorkDone()
     m_result = g_bCalibration_Result;
     emit CHK_Done(m_result);
     quit();
+}
+
+void MainWindow::slt_HMI_ICT_TP_CHK_Done(int result)
+{
+    reportPass(CheckItem, result, "9001", "90F1");
+    repaint();
 }

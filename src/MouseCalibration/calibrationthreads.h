@@ -34,7 +34,6 @@ public:
 signals:
     // Once for each start() that was not reset: 1 when the check passed.
     void CAL_CHK_Done(int result);
-    void passStarted(); // from run() to the GUI thread
 
 public slots:
     void sltCalWorkDone();
@@ -44,7 +43,7 @@ protected:
     void run() override;
 
 private:
-    void calibrate();
+    void openCalibration();
 
     bool m_checkAll;
     bool m_result = false;
@@ -63,7 +62,6 @@ public:
 
 signals:
     void CHK_Done(int result); // as above
-    void passStarted();
 
 public slots:
     void sltChkWorkDone();
@@ -72,7 +70,7 @@ protected:
     void run() override;
 
 private:
-    void check();
+    void openCheck();
 
     bool m_result = false;
     QString m_text;
