@@ -1,7 +1,7 @@
 #include "commands/commands.h"
 #include "fixture/faults.h"
-#include "fixture/faultsocket.h"
 #include "panel/bencherror.h"
+#include "panel/control.h"
 
 #include <QCommandLineParser>
 
@@ -55,11 +55,11 @@ int runFault(const QStringList &args)
     if (action == "set" && words.size() < 2)
         throw BenchError("set which fault? `bench fault list` shows them all");
     if (words.size() < 2) {
-        const QString answer = FaultSocket::send(folder, action);
-        printf("%s\n", answer.isEmpty() ? "no fault is set" : qPrintable(answer));
+        const QString answer = PanelControl::send(folder, "fault " + action);
+        printf("%s\n", qPrintable(answer));
     }
     for (const QString &fault : words.mid(1))
         printf("%s %s: %s\n", qPrintable(action), qPrintable(fault),
-               qPrintable(FaultSocket::send(folder, action + ' ' + fault)));
+               qPrintable(PanelControl::send(folder, "fault " + action + ' ' + fault)));
     return 0;
 }

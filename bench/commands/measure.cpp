@@ -214,7 +214,7 @@ int runMeasure(const QStringList &args)
         "Measures speed and size of the agent on a virtual panel and prints the figures with "
         "their\n"
         "limits. The machine should be idle otherwise. Exits 0 if every limit is kept.");
-    const QCommandLineOption help = parser.addHelpOption();
+    parser.addHelpOption();
     parser.addOptions({
         {"requests", "Requests for the latency (default 200; 0 leaves it out).", "count", "200"},
         {"idle", "Seconds to watch the idle agent (default 30; 0 leaves it out).", "seconds", "30"},

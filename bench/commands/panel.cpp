@@ -1,8 +1,8 @@
 #include "commands/commands.h"
 #include "commands/interrupt.h"
 #include "commands/traffic.h"
-#include "fixture/faultsocket.h"
 #include "fixture/fixture.h"
+#include "panel/control.h"
 #include "panel/virtualpanel.h"
 
 #include <QCommandLineParser>
@@ -16,10 +16,6 @@
 #include <vector>
 
 namespace {
-
-// What the level file says for each level; four bytes each.
-const QHash<QString, QByteArray> levelLines{
-    {"ict", "ICT\n"}, {"t1", "T1 \n"}, {"bi", "BI \n"}, {"t2", "T2 \n"}, {"hmi", "HMI\n"}};
 
 const char levelFile[] = "/usr/local/ict/HMI_TEST_LEVEL.txt";
 
@@ -41,7 +37,7 @@ void printHowTo(VirtualPanel &panel)
            burnIn ? "9600 7E1, RS-485" : "9600 8E1, RTS/CTS", panel.vncPort(),
            qPrintable(panel.folder()));
     printf("Attach\n"
-           "  a terminal   socat STDIO %s,raw,echo=0\n"
+           "  a terminal   socat STDIO %s,raw,echo=0,crnl\n"
            "  a station    let it open %s as its serial port\n"
            "  a viewer     vncviewer 127.0.0.1::%u\n"
            "  a fault      bench fault set NAME --panel %s\n\nOther ports:\n",
@@ -54,72 +50,68 @@ void printHowTo(VirtualPanel &panel)
     fflush(stdout);
 }
 
-} // namespace
-
-int runPanel(const QStringList &args)
+PanelOptions optionsOf(const QCommandLineParser &parser)
 {
-    QCommandLineParser parser;
-    parser.setApplicationDescription(
-        "Starts a virtual panel and leaves it on until Ctrl-C, for any station software, terminal "
-        "or\n"
-        "VNC viewer of this machine. With --folder the panel keeps its files for the next time.");
-    const QCommandLineOption help = parser.addHelpOption();
-    parser.addOptions({
-        {"folder", "The panel's persistent files (default: a temporary folder).", "path"},
-        {"factory-new", "Empty the folder first."},
-        {"level", "Start at this level: ict, t1, bi, t2, hmi.", "level"},
-        {"vnc-port", "TCP port for viewers (default: a free one).", "port", "0"},
-        {"agent", "The agent's executable (default: this build's).", "path"},
-        {"agent-args", "Arguments for the agent, for example PFVP_EMS.", "args"},
-        {"fault", "Start with this fault (repeatable; see `bench fault list`).", "name"},
-        {"traffic", "Show what goes over the serial ports, decoded, with times in seconds."},
-        {"record", "Write the same to a file, for `bench replay`.", "file"},
-        {"no-fixture", "Leave the other ports free: no probes on them, no media in the slots."},
-    });
-    parser.process(args);
-
     PanelOptions options;
     options.folder = parser.value("folder");
     options.agent = parser.value("agent");
-    options.vncPort = quint16(parser.value("vnc-port").toUInt());
+    bool number = false;
+    options.vncPort = parser.value("vnc-port").toUShort(&number);
+    if (!number)
+        throw BenchError(
+            QString("--vnc-port %1: a TCP port is 1 to 65535").arg(parser.value("vnc-port")));
+    return options;
+}
+
+// The panel's files, before it is switched on.
+void prepare(VirtualPanel &panel, const QCommandLineParser &parser)
+{
     const QString level = parser.value("level").toLower();
-    if (parser.isSet("level") && !levelLines.contains(level))
+    if (parser.isSet("level") && !QStringList{"ict", "t1", "bi", "t2", "hmi"}.contains(level))
         throw BenchError(
             QString("there is no level \"%1\": use ict, t1, bi, t2 or hmi").arg(level));
-
-    quitOnInterrupt();
-    VirtualPanel panel(options);
     if (parser.isSet("factory-new"))
         panel.factoryNew();
-    if (parser.isSet("level"))
-        panel.writeFile(levelFile, levelLines[level]);
-    std::unique_ptr<Fixture> fixture;
-    std::unique_ptr<FaultSocket> switches;
-    if (!parser.isSet("no-fixture")) {
-        fixture = std::make_unique<Fixture>(panel);
-        switches = std::make_unique<FaultSocket>(*fixture, panel.folder());
-    } else if (parser.isSet("fault")) {
-        throw BenchError("--fault needs the fixture: leave --no-fixture out");
+    if (parser.isSet("level")) // four bytes each
+        panel.writeFile(levelFile, level.toUpper().leftJustified(3, ' ').toLatin1() + '\n');
+}
+
+// Null without a fixture.
+std::unique_ptr<Fixture> makeFixture(VirtualPanel &panel, const QCommandLineParser &parser)
+{
+    if (parser.isSet("no-fixture")) {
+        if (parser.isSet("fault"))
+            throw BenchError("--fault needs the fixture: leave --no-fixture out");
+        return nullptr;
     }
+    auto fixture = std::make_unique<Fixture>(panel);
     for (const QString &fault : parser.values("fault")) {
         const QString wrong = fixture->setFault(fault);
         if (!wrong.isEmpty())
             throw BenchError(wrong);
     }
-    const QStringList agentArgs = parser.value("agent-args").split(' ', Qt::SkipEmptyParts);
-    const std::unique_ptr<FILE, int (*)(FILE *)> record(
-        parser.isSet("record") ? fopen(qPrintable(parser.value("record")), "w") : nullptr,
-        [](FILE *file) { return file ? fclose(file) : 0; });
-    if (parser.isSet("record") && !record)
-        throw BenchError("cannot write " + parser.value("record") + ": " + strerror(errno));
-    const Traffic::Sinks sinks = {parser.isSet("traffic") ? stdout : nullptr, record.get()};
-    std::vector<std::unique_ptr<Traffic>> traffic;
-    for (int i = 0; i < portCount && (sinks.screen || sinks.record); ++i)
-        traffic.push_back(std::make_unique<Traffic>(panel.port(Port(i)), sinks));
-    panel.powerOn(agentArgs);
-    printHowTo(panel);
+    return fixture;
+}
 
-    // A station that changes the level needs a hand at the power switch.
+// What another program asks of the running panel.
+QString obey(Fixture *fixture, const QString &verb, const QString &argument)
+{
+    if (!fixture)
+        throw BenchError("this panel runs without its fixture");
+    if (verb == "fault" && argument == "show") {
+        const QStringList faults = fixture->faults();
+        return faults.isEmpty() ? "no fault is set" : faults.join(' ');
+    }
+    const QString wrong = fixture->act(verb, argument);
+    if (!wrong.isEmpty())
+        throw BenchError(wrong);
+    return {};
+}
+
+// Until Ctrl-C or the agent's end. Enter cycles the power: a station that changes the level needs a
+// hand at the switch.
+void leaveOn(VirtualPanel &panel, const QStringList &agentArgs)
+{
     bool cycling = false;
     QSocketNotifier enter(STDIN_FILENO, QSocketNotifier::Read);
     QObject::connect(&enter, &QSocketNotifier::activated, [&] {
@@ -133,11 +125,57 @@ int runPanel(const QStringList &args)
         cycling = false;
         printHowTo(panel);
     });
-    QObject::connect(&panel, &VirtualPanel::powered, [&](bool on) {
+    const auto off = QObject::connect(&panel, &VirtualPanel::powered, [&](bool on) {
         if (!on && !cycling)
             QCoreApplication::quit();
     });
     QCoreApplication::exec();
+    QObject::disconnect(off);
+}
+
+} // namespace
+
+int runPanel(const QStringList &args)
+{
+    QCommandLineParser parser;
+    parser.setApplicationDescription(
+        "Starts a virtual panel and leaves it on until Ctrl-C, for any station software, terminal "
+        "or\n"
+        "VNC viewer of this machine. With --folder the panel keeps its files for the next time.");
+    parser.addHelpOption();
+    parser.addOptions({
+        {"folder", "The panel's persistent files (default: a temporary folder).", "path"},
+        {"factory-new", "Empty the folder first."},
+        {"level", "Start at this level: ict, t1, bi, t2, hmi.", "level"},
+        {"vnc-port", "TCP port for viewers (default: a free one).", "port", "0"},
+        {"agent", "The agent's executable (default: this build's).", "path"},
+        {"agent-args", "Arguments for the agent, for example PFVP_EMS.", "args"},
+        {"fault", "Start with this fault (repeatable; see `bench fault list`).", "name"},
+        {"traffic", "Show what goes over the serial ports, decoded, with times in seconds."},
+        {"record", "Write the same to a file, for `bench replay`.", "file"},
+        {"no-fixture", "Leave the other ports free: no probes on them, no media in the slots."},
+    });
+    parser.process(args);
+    quitOnInterrupt();
+    VirtualPanel panel(optionsOf(parser));
+    prepare(panel, parser);
+    const std::unique_ptr<Fixture> fixture = makeFixture(panel, parser);
+    const PanelControl control(panel.folder(), [&](const QString &verb, const QString &argument) {
+        return obey(fixture.get(), verb, argument);
+    });
+    const std::unique_ptr<FILE, int (*)(FILE *)> record(
+        parser.isSet("record") ? fopen(qPrintable(parser.value("record")), "w") : nullptr,
+        [](FILE *file) { return file ? fclose(file) : 0; });
+    if (parser.isSet("record") && !record)
+        throw BenchError("cannot write " + parser.value("record") + ": " + strerror(errno));
+    const Traffic::Sinks sinks = {parser.isSet("traffic") ? stdout : nullptr, record.get()};
+    std::vector<std::unique_ptr<Traffic>> traffic;
+    for (int i = 0; i < portCount && (sinks.screen || sinks.record); ++i)
+        traffic.push_back(std::make_unique<Traffic>(panel.port(Port(i)), sinks));
+    const QStringList agentArgs = parser.value("agent-args").split(' ', Qt::SkipEmptyParts);
+    panel.powerOn(agentArgs);
+    printHowTo(panel);
+    leaveOn(panel, agentArgs);
     if (interrupted())
         return 0;
     printf("The agent ended with status %d.\n%s", panel.waitForExit(0),

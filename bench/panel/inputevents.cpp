@@ -69,10 +69,7 @@ void InputEvents::readFifo()
                                qFromLittleEndian<quint16>(raw + 10),
                                qFromLittleEndian<qint32>(raw + 12)};
         partial_.remove(0, eventSize);
-        {
-            QMutexLocker lock(&mutex_);
-            events_.append(event);
-        }
-        emit received(event);
+        QMutexLocker lock(&mutex_);
+        events_.append(event);
     }
 }

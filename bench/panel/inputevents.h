@@ -15,8 +15,6 @@ struct InputEvent {
 
 // The panel's buzzer device: a FIFO, decoded. Lives in the panel's I/O thread; thread-safe.
 class InputEvents : public QObject {
-    Q_OBJECT
-
 public:
     // Opens the FIFO at `path`, which must exist; the events that arrive are kept from then on.
     explicit InputEvents(const QString &path);
@@ -26,9 +24,6 @@ public:
     void clear();
     // The tone's frequency in hertz at a moment, 0 for silence: what a microphone would hear.
     int toneAt(qint64 ns) const;
-
-signals:
-    void received(InputEvent event); // emitted in the I/O thread
 
 private:
     void readFifo();

@@ -36,8 +36,7 @@ double PanelClock::read(const char *name) const
 
 void PanelClock::write(const char *name, double seconds) const
 {
-    writeInPlace(folder_ + '/' + name,
-                 QByteArray::fromStdString(QString::asprintf(layout, seconds).toStdString()));
+    writeInPlace(folder_ + '/' + name, QString::asprintf(layout, seconds).toLatin1());
 }
 
 QDateTime PanelClock::systemTime() const
@@ -49,11 +48,6 @@ QDateTime PanelClock::rtcTime() const
 {
     return QDateTime::currentDateTime().addMSecs(
         qint64(std::llround((read("rtc") + read("fault")) * 1000)));
-}
-
-void PanelClock::setRtc(const QDateTime &time)
-{
-    write("rtc", QDateTime::currentDateTime().msecsTo(time) / 1000.0);
 }
 
 void PanelClock::setRtcFault(double seconds)

@@ -15,15 +15,8 @@ public:
     // `folder` holds the clocks' files; `attribute` is the RTC's since_epoch file. Both must exist.
     PanelClock(const QString &folder, const QString &attribute);
 
-    // The system clock that libfaketime reads.
-    static QString systemFile(const QString &folder)
-    {
-        return folder + "/system";
-    }
-
     QDateTime systemTime() const;
     QDateTime rtcTime() const; // as the panel reads it, fault included
-    void setRtc(const QDateTime &time);
     // Makes every reading of the RTC wrong by so many seconds; 0 repairs it.
     void setRtcFault(double seconds);
 

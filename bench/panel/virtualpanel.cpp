@@ -54,6 +54,21 @@ VirtualPanel::VirtualPanel(const PanelOptions &options, QObject *parent)
     }
     folder_ = QFileInfo(folder_).absoluteFilePath();
     root_ = folder_ + "/root";
+    QDir().mkpath(folder_);
+    lock_ = std::make_unique<QLockFile>(folder_ + "/lock");
+    lock_->setStaleLockTime(0); // but of a process that is no more it is taken over
+    if (!lock_->tryLock()) {
+        qint64 pid = 0;
+        QString host, program;
+        lock_->getLockInfo(&pid, &host, &program);
+        throw BenchError(pid ? QString("A panel runs in %1 already (process %2): end it or take "
+                                       "another folder")
+                                   .arg(folder_)
+                                   .arg(pid)
+                             : QString("The panel's folder %1 cannot be written: check that it is "
+                                       "yours")
+                                   .arg(folder_));
+    }
     const QString socket = hostPath("/run/bench/vnc");
     if (socket.size() > 100) // a socket's path has 108 bytes
         throw BenchError(QString("The panel's folder %1 has too long a path: choose a shorter one")

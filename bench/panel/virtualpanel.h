@@ -8,6 +8,7 @@
 #include "panel/vncscreen.h"
 #include "panel/wait.h"
 
+#include <QLockFile>
 #include <QObject>
 #include <QProcess>
 #include <QStringList>
@@ -194,6 +195,7 @@ private:
     PanelOptions options_;
     std::unique_ptr<QTemporaryDir> temporary_;
     QString folder_, root_;
+    std::unique_ptr<QLockFile> lock_; // of the folder
     QProcess sandbox_;
     int exitStatus_ = -1;
     qint64 outputStart_ = 0, errorStart_ = 0; // where this boot's part of the logs begins

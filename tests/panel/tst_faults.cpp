@@ -53,6 +53,22 @@ void TstFaults::ofARunningPanel()
     QCOMPARE(run({"fault", "clear"}), QString("0 ok\n"));
     QCOMPARE(run({"fault", "show"}), QString("0 no fault is set\n"));
     QVERIFY(run(battery).contains(":000309F4\\r"));
+    // A person's terminal, as the panel's own hint has it: Enter ends a request.
+    const auto hint = QRegularExpression("socat (STDIO) (\\S+)").match(panel.peek(2000));
+    QProcess terminal;
+    terminal.start("socat", {hint.captured(1), hint.captured(2)});
+    QByteArray shown;
+    QVERIFY(waitFor(
+        [&] {
+            terminal.write(":00800080\n");
+            terminal.waitForReadyRead(1000);
+            return (shown += terminal.readAll()).contains(":00800080\n");
+        },
+        20000));
+    terminal.kill();
+    terminal.waitForFinished();
+    QVERIFY(run({"panel", "--folder", folder.path()}).contains("A panel runs in"));
+    QVERIFY(run({"panel", "--vnc-port", "99999"}).startsWith("2 bench panel: --vnc-port 99999"));
     panel.terminate();
     QVERIFY(panel.waitForFinished());
     QVERIFY(run({"fault", "show"}).startsWith("2 bench fault: No `bench panel` runs in"));
