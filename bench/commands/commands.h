@@ -6,6 +6,7 @@
 // program's arguments do; the result is the exit status. They throw BenchError.
 int runMeasure(const QStringList &args);
 int runPanel(const QStringList &args);
+int runEffects(const QStringList &args);
 int runFault(const QStringList &args);
 int runProduce(const QStringList &args);
 int runStation(const QStringList &args);

@@ -1,0 +1,274 @@
+#include "effects/session.h"
+#include "fixture/finger.h"
+#include "fixture/fixture.h"
+#include "panel/virtualpanel.h"
+#include "station/codec.h"
+#include "station/plan.h"
+#include "station/protocol.h"
+
+#include <QProcess>
+#include <QRegularExpression>
+#include <QStandardPaths>
+
+namespace {
+
+constexpr char trace[] = "/run/bench/trace", ioctls[] = "/run/bench/ioctls.so";
+constexpr int deadlineMs = 120000, idleTurns = 2;
+
+PanelOptions tracedOptions()
+{
+    if (QStandardPaths::findExecutable("strace").isEmpty())
+        throw BenchError("strace is not installed: apt-get install strace");
+    PanelOptions options;
+    // Without libeatmydata, which would hide the syncs from the tracer.
+    options.wrapper = traceCommand(trace)
+        << "-E" << QString("LD_PRELOAD=%1 /usr/$LIB/faketime/libfaketimeMT.so.1").arg(ioctls);
+    return options;
+}
+
+// Runs of blanks after the first word and at a wrapped line's start are for the eye.
+QString plain(const QString &line)
+{
+    static const QRegularExpression verb("^(\\S+)\\s+");
+    return QString(line.trimmed()).replace(verb, "\\1 ");
+}
+
+void addLine(EffectSection *section, const QString &line)
+{
+    QStringList &effects = section->effects;
+    if (line.startsWith("- "))
+        section->conditions << plain(line.mid(2));
+    else if (line[0].isSpace() && !effects.isEmpty())
+        effects.last() += ' ' + line.trimmed();
+    else
+        effects << plain(line);
+}
+
+} // namespace
+
+QVector<EffectSection> readEffects(const QString &file)
+{
+    QFile source(file);
+    if (!source.open(QIODevice::ReadOnly))
+        throw BenchError(QString("Cannot read %1: %2").arg(file, source.errorString()));
+    QVector<EffectSection> sections;
+    int number = 0;
+    for (const QString &line : QString::fromUtf8(source.readAll()).split('\n')) {
+        ++number;
+        if (line.trimmed().isEmpty() || line.startsWith('#'))
+            continue;
+        if (line.startsWith("= ")) {
+            sections.append({line.mid(2).trimmed(), {}, {}, number});
+            continue;
+        }
+        if (sections.isEmpty())
+            throw BenchError(
+                QString("%1:%2: a line before the first \"= REQUEST\"").arg(file).arg(number));
+        addLine(&sections.last(), line);
+    }
+    return sections;
+}
+
+QString effectDifference(const QStringList &expected, const QStringList &seen)
+{
+    if (expected == seen)
+        return {};
+    QTemporaryDir folder;
+    const QPair<QString, QStringList> sides[] = {{"expected", expected}, {"seen", seen}};
+    for (const auto &side : sides) {
+        QFile file(folder.filePath(side.first));
+        file.open(QIODevice::WriteOnly);
+        file.write(side.second.join('\n').toUtf8() + '\n');
+    }
+    QProcess diff;
+    diff.setWorkingDirectory(folder.path());
+    diff.start("diff", {"-U99", "--label", "expected", "--label", "seen", "expected", "seen"});
+    diff.waitForFinished();
+    return QString::fromUtf8(diff.readAll());
+}
+
+EffectSession::EffectSession()
+    : panel_(std::make_unique<VirtualPanel>(tracedOptions()))
+    , fixture_(std::make_unique<Fixture>(*panel_))
+{
+}
+
+EffectSession::~EffectSession() = default;
+
+void EffectSession::readTrace()
+{
+    QFile file(panel_->hostPath(trace));
+    if (!file.open(QIODevice::ReadOnly) || !file.seek(read_))
+        return;
+    const QByteArray text = file.readAll();
+    read_ += text.size();
+    for (const Operation &operation : reader_->read(text))
+        journal_->add(operation);
+}
+
+QStringList EffectSession::run(const EffectSection &section)
+{
+    QString until;
+    for (const QString &condition : section.conditions) {
+        if (condition.startsWith("until "))
+            until = condition.mid(6);
+        else
+            prepare(condition);
+    }
+    if (!journal_ && section.title != "boot")
+        boot({});
+    if (section.title == "boot")
+        boot(section);
+    else if (journal_->take(), section.title.startsWith("do "))
+        act(section.title.mid(3));
+    else
+        ask(section.title);
+    for (const QString &condition : section.conditions) {
+        if (condition.startsWith("during "))
+            act(condition.mid(7));
+    }
+    settle(until, section.title != "boot" && !section.title.startsWith("do "));
+    const QStringList lines = masked(section, journal_->take());
+    for (const QString &action : std::exchange(undo_, {}))
+        act(action);
+    return lines;
+}
+
+// What "- " lines ask for before the section begins.
+void EffectSession::prepare(const QString &condition)
+{
+    const QString verb = condition.section(' ', 0, 0), rest = condition.section(' ', 1);
+    if (verb == "during" || verb == "mask" || verb == "agent" || verb == "awaits")
+        return;
+    if (verb == "first") {
+        if (!journal_)
+            boot({});
+        ask(rest);
+        settle({}, true);
+        return;
+    }
+    act(condition);
+    if (verb == "fault")
+        undo_ << "mend " + rest;
+    if (verb == "absent")
+        undo_ << "present " + rest;
+}
+
+void EffectSession::act(const QString &action)
+{
+    const QString verb = action.section(' ', 0, 0), rest = action.section(' ', 1);
+    const QString path = rest.section(' ', 0, 0), value = rest.section(' ', 1);
+    const QPoint spot(path.toInt(), value.toInt());
+    QString wrong;
+    if (verb == "fault")
+        wrong = fixture_->setFault(rest);
+    else if (verb == "mend")
+        wrong = fixture_->clearFault(rest);
+    else if (verb == "plug" || verb == "unplug")
+        wrong = fixture_->act(verb, rest);
+    else if (verb == "absent" || verb == "present")
+        panel_->setPresent(rest, verb == "present");
+    else if (verb == "level")
+        panel_->writeFile("/usr/local/ict/HMI_TEST_LEVEL.txt",
+                          rest.toLatin1().leftJustified(3) + '\n');
+    else if (verb == "passed")
+        passAll(rest);
+    else if (verb == "file")
+        panel_->writeFile(path, unprintable(value.toLatin1()));
+    else if (verb == "remove")
+        QFile::remove(panel_->hostPath(rest));
+    else if (verb == "set")
+        panel_->setAttribute(path, value.toLatin1());
+    else if (verb == "new")
+        panel_->powerOff(), panel_->factoryNew();
+    else if (verb == "press")
+        panel_->touchPress(spot);
+    else if (verb == "release")
+        panel_->touchRelease();
+    else if (verb == "tap")
+        panel_->tap(spot);
+    else if (verb == "calibrate" || verb == "calibrate3")
+        wrong = Finger(*panel_).calibrate(verb == "calibrate");
+    else if (verb == "check")
+        wrong = Finger(*panel_).check();
+    else
+        wrong = "nobody knows how to \"" + action + '"';
+    if (!wrong.isEmpty())
+        throw BenchError(wrong);
+}
+
+// The flag file of a level, every item but the end check passed.
+void EffectSession::passAll(const QString &level)
+{
+    QByteArray flags;
+    const QStringList items = levelItems(levelByName(level));
+    for (int i = 0; i < items.size(); ++i) {
+        const QByteArray line = items[i].toLatin1() + (i + 1 < items.size() ? ": 1" : ": 0");
+        flags += line + QByteArray(62 - line.size(), '\0') + "\r\n";
+    }
+    panel_->writeFile("/usr/local/ict/HMI_" + level + "_TEST_Flag.txt", flags);
+}
+
+void EffectSession::boot(const EffectSection &section)
+{
+    panel_->powerOff();
+    QFile::remove(panel_->hostPath(trace));
+    QFile::remove(panel_->hostPath(ioctls));
+    QFile::copy(BENCH_IOCTLS, panel_->hostPath(ioctls));
+    read_ = 0;
+    reader_ = std::make_unique<TraceReader>();
+    journal_ = std::make_unique<Journal>();
+    const bool burnIn = panel_->readFile("/usr/local/ict/HMI_TEST_LEVEL.txt").startsWith("BI");
+    journal_->setLink(burnIn ? "/dev/ttyO3" : "/dev/ttyO1");
+    QStringList args;
+    for (const QString &condition : section.conditions) {
+        if (condition.startsWith("agent "))
+            args = condition.mid(6).split(' ');
+    }
+    panel_->powerOn(args);
+    if (section.title.isEmpty())
+        settle({}, false);
+}
+
+// A request as `bench send` takes it, CODE and ARGUMENT, or its bytes in quotes.
+void EffectSession::ask(const QString &request)
+{
+    const bool burnIn = panel_->readFile("/usr/local/ict/HMI_TEST_LEVEL.txt").startsWith("BI");
+    PtyPort *const port = panel_->port(burnIn ? Port::ttyO3 : Port::ttyO1);
+    if (request.startsWith('"')) {
+        port->send(unprintable(request.mid(1, request.lastIndexOf('"') - 1).toLatin1()));
+        return;
+    }
+    Step step;
+    step.code = request.section(' ', 0, 0).toLatin1();
+    step.argument = request.section(' ', 1);
+    port->send(requestOf(step, {{"model", "KLV-100"}}, 0));
+}
+
+void EffectSession::settle(const QString &until, bool request)
+{
+    const bool over = waitFor(
+        [&] {
+            readTrace();
+            if (!until.isEmpty())
+                return journal_->tells(until) || !panel_->isOn();
+            return (journal_->idleTurns() >= idleTurns && (!request || journal_->heard()))
+                || !panel_->isOn();
+        },
+        deadlineMs);
+    if (!over)
+        throw BenchError(until.isEmpty() ? QString("the agent does not come to rest")
+                                         : QString("no effect \"%1\" came").arg(until));
+    readTrace();
+}
+
+QStringList EffectSession::masked(const EffectSection &section, QStringList lines) const
+{
+    for (const QString &condition : section.conditions) {
+        if (!condition.startsWith("mask "))
+            continue;
+        const QString words = condition.mid(5);
+        lines.replaceInStrings(QRegularExpression(words.section(' ', 0, 0)), words.section(' ', 1));
+    }
+    return lines;
+}

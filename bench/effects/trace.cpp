@@ -1,0 +1,369 @@
+#include "effects/trace.h"
+
+#include <QStringList>
+
+#include <cstring>
+
+namespace {
+
+const QHash<QByteArray, Operation::Kind> &kinds()
+{
+    static const QHash<QByteArray, Operation::Kind> all{
+        {"open", Operation::Open},
+        {"openat", Operation::Open},
+        {"creat", Operation::Open},
+        {"close", Operation::Close},
+        {"read", Operation::Read},
+        {"pread64", Operation::Read},
+        {"write", Operation::Write},
+        {"pwrite64", Operation::Write},
+        {"ftruncate", Operation::Truncate},
+        {"truncate", Operation::Truncate},
+        {"rename", Operation::Rename},
+        {"renameat", Operation::Rename},
+        {"renameat2", Operation::Rename},
+        {"unlink", Operation::Remove},
+        {"unlinkat", Operation::Remove},
+        {"rmdir", Operation::Remove},
+        {"mkdir", Operation::MakeFolder},
+        {"mkdirat", Operation::MakeFolder},
+        {"link", Operation::Link},
+        {"linkat", Operation::Link},
+        {"symlink", Operation::Link},
+        {"symlinkat", Operation::Link},
+        {"sync", Operation::SyncAll},
+        {"syncfs", Operation::SyncAll},
+        {"fsync", Operation::SyncFile},
+        {"fdatasync", Operation::SyncFile},
+        {"ioctl", Operation::Control},
+        {"fcntl", Operation::Control},
+        {"clone", Operation::Start},
+        {"clone3", Operation::Start},
+        {"fork", Operation::Start},
+        {"vfork", Operation::Start},
+        {"execve", Operation::Program},
+        {"wait4", Operation::Reap},
+        {"waitid", Operation::Reap},
+        {"nanosleep", Operation::Pause},
+        {"clock_nanosleep", Operation::Pause},
+        {"poll", Operation::Poll},
+        {"exit_group", Operation::Exit},
+        {"lseek", Operation::Other},
+        {"dup", Operation::Other},
+        {"dup2", Operation::Other},
+        {"dup3", Operation::Other},
+        {"copy_file_range", Operation::Other},
+        {"sendfile", Operation::Other},
+        {"writev", Operation::Other},
+    };
+    return all;
+}
+
+// "\x41" to A; strace writes every byte of every text so.
+QByteArray decoded(const QByteArray &text)
+{
+    QByteArray bytes;
+    for (int i = 0; i < text.size(); ++i) {
+        if (text.mid(i, 2) == "\\x" && i + 3 < text.size()) {
+            bytes += QByteArray::fromHex(text.mid(i + 2, 2));
+            i += 3;
+        } else {
+            bytes += text[i];
+        }
+    }
+    return bytes;
+}
+
+// The end of the list that begins after the bracket before `from`.
+int closing(const QByteArray &text, int from)
+{
+    int depth = 0;
+    for (int i = from; i < text.size(); ++i) {
+        if (strchr("([{", text[i]))
+            ++depth;
+        else if (strchr(")]}", text[i]) && depth-- == 0)
+            return i;
+    }
+    return -1;
+}
+
+// The elements of a list, at its commas but not those inside brackets.
+QList<QByteArray> split(const QByteArray &list)
+{
+    QList<QByteArray> elements;
+    int depth = 0, from = 0;
+    for (int i = 0; i <= list.size(); ++i) {
+        const char c = i < list.size() ? list[i] : ',';
+        depth += strchr("([{", c) ? 1 : strchr(")]}", c) ? -1 : 0;
+        if (c == ',' && (depth == 0 || i == list.size())) {
+            elements << list.mid(from, i - from).trimmed();
+            from = i + 1;
+        }
+    }
+    return elements;
+}
+
+// The text between quotes; the path between the angle brackets of "6</dev/ttyO1>".
+QByteArray quoted(const QByteArray &arg)
+{
+    const int from = arg.indexOf('"'), to = arg.lastIndexOf('"');
+    return to > from ? decoded(arg.mid(from + 1, to - from - 1)) : QByteArray();
+}
+
+QByteArray annotated(const QByteArray &arg)
+{
+    const int from = arg.indexOf('<'), to = arg.lastIndexOf('>');
+    return to > from ? decoded(arg.mid(from + 1, to - from - 1)) : QByteArray();
+}
+
+qint64 numberIn(const QByteArray &text, const char *after)
+{
+    const int at = text.indexOf(after);
+    return at < 0 ? 0 : strtoll(text.constData() + at + strlen(after), nullptr, 0);
+}
+
+int descriptorIn(const QByteArray &arg)
+{
+    return int(strtol(arg.constData(), nullptr, 10));
+}
+
+} // namespace
+
+QStringList traceCommand(const QString &file)
+{
+    QStringList calls;
+    for (const QByteArray &name : kinds().keys())
+        calls << name;
+    calls.sort();
+    return {"strace",
+            "-D",
+            "-f",
+            "-qq",
+            "--seccomp-bpf",
+            "-y",
+            "-xx",
+            "-s",
+            "65536",
+            "-a1",
+            "-e",
+            "trace=" + calls.join(','),
+            "-e",
+            "abbrev=execve",
+            "-e",
+            "signal=none",
+            "-e",
+            "inject=sync,fsync,fdatasync,syncfs:retval=0",
+            "-o",
+            file};
+}
+
+QVector<Operation> TraceReader::read(const QByteArray &text)
+{
+    rest_ += text;
+    QVector<Operation> operations;
+    int from = 0;
+    for (int end; (end = rest_.indexOf('\n', from)) >= 0; from = end + 1) {
+        Operation operation;
+        if (!parse(rest_.mid(from, end - from), &operation))
+            continue;
+        resolve(&operation);
+        operations.append(operation);
+    }
+    rest_.remove(0, from);
+    return operations;
+}
+
+// False for what is no call, or has not ended yet.
+bool TraceReader::parse(QByteArray line, Operation *operation)
+{
+    const int blank = line.indexOf(' ');
+    const int thread = operation->thread = line.left(blank).toInt();
+    line = line.mid(blank).trimmed();
+    operation->process = processOf(thread).number;
+    if (line.endsWith("<unfinished ...>")) {
+        unfinished_[thread] = line.left(line.lastIndexOf('<')).trimmed();
+        return false;
+    }
+    if (line.startsWith("<... "))
+        line = unfinished_.take(thread) + line.mid(line.indexOf('>') + 1);
+    const int open = line.indexOf('('), close = closing(line, open + 1);
+    if (open <= 0 || close < 0)
+        return false;
+    operation->name = line.left(open);
+    operation->kind = kinds().value(operation->name, Operation::Other);
+    operation->args = split(line.mid(open + 1, close - open - 1));
+    const QByteArray result = line.mid(line.indexOf("= ", close) + 2);
+    operation->result = strtoll(result.constData(), nullptr, 0);
+    if (operation->result < 0 || result.startsWith('?'))
+        operation->error = result.split(' ').value(1);
+    if (operation->kind == Operation::Open && operation->ok())
+        operation->target = annotated(result);
+    return true;
+}
+
+// A thread that shows up before the call that makes it has ended belongs to whoever is making one.
+TraceReader::Process &TraceReader::processOf(int thread)
+{
+    if (threads_.contains(thread))
+        return *threads_[thread];
+    for (auto i = unfinished_.begin(); i != unfinished_.end(); ++i) {
+        const QByteArray name = i->left(i->indexOf('('));
+        if (kinds().value(name) == Operation::Start) {
+            adopt(thread, i.key(), i->contains("CLONE_THREAD"));
+            return *threads_[thread];
+        }
+    }
+    auto process = std::make_shared<Process>();
+    process->number = thread;
+    process->root = threads_.isEmpty();
+    threads_[thread] = process;
+    return *process;
+}
+
+void TraceReader::adopt(int thread, int parent, bool asThread)
+{
+    const std::shared_ptr<Process> maker = threads_[parent];
+    if (asThread) {
+        threads_[thread] = maker;
+        return;
+    }
+    auto process = std::make_shared<Process>(*maker); // with its files and their positions
+    process->number = thread;
+    process->starter = maker->root ? parent : maker->ran ? 0 : maker->starter;
+    process->root = process->ran = false;
+    threads_[thread] = process;
+}
+
+void TraceReader::started(const Operation &operation)
+{
+    const int thread = int(operation.result);
+    if (operation.ok() && thread > 0 && !threads_.contains(thread))
+        adopt(thread, operation.thread, operation.args.join(',').contains("CLONE_THREAD"));
+}
+
+void TraceReader::resolve(Operation *operation)
+{
+    Process &process = *threads_[operation->thread];
+    switch (operation->kind) {
+    case Operation::Start:
+        started(*operation);
+        break;
+    case Operation::Program:
+        operation->path = quoted(operation->args.value(0));
+        for (const QByteArray &word : split(operation->args.value(1).mid(1).chopped(1)))
+            operation->words << quoted(word);
+        if (process.ran || process.root)
+            break;
+        operation->starter = process.starter;
+        if (!operation->ok())
+            break;
+        process.ran = true;
+        for (auto i = process.files.begin(); i != process.files.end();)
+            i = i->closeOnExec ? process.files.erase(i) : std::next(i);
+        break;
+    case Operation::Reap:
+        if (operation->name == "waitid" && operation->ok())
+            operation->result = numberIn(operation->args.join(','), "si_pid=");
+        break;
+    case Operation::Pause:
+        operation->at = numberIn(operation->args.join(','), "tv_sec=") * 1000000000
+            + numberIn(operation->args.join(','), "tv_nsec=");
+        break;
+    case Operation::Open:
+    case Operation::Rename:
+    case Operation::Remove:
+    case Operation::MakeFolder:
+    case Operation::Link:
+        resolvePaths(operation);
+        break;
+    default:
+        resolveDescriptor(operation);
+    }
+}
+
+void TraceReader::resolvePaths(Operation *operation)
+{
+    QList<QByteArray> paths;
+    QByteArray folder;
+    for (const QByteArray &arg : operation->args) {
+        if (!arg.startsWith('"')) {
+            folder = annotated(arg);
+            continue;
+        }
+        const QByteArray path = quoted(arg);
+        paths << (path.startsWith('/') || folder.isEmpty() ? path : folder + '/' + path);
+    }
+    if (operation->kind == Operation::Open) {
+        const QByteArray flags = operation->args.join(','), given = quoted(operation->args.join());
+        operation->path = given.startsWith('/') ? given : operation->target;
+        operation->fd = int(operation->result);
+        if (operation->ok())
+            threads_[operation->thread]->files[operation->fd] = {
+                std::make_shared<File>(File{operation->path, flags.contains("O_APPEND"), 0}),
+                flags.contains("O_CLOEXEC")};
+        return;
+    }
+    const bool link = operation->kind == Operation::Link;
+    operation->path = paths.value(link ? 1 : 0);
+    operation->target = paths.value(link ? 0 : 1);
+}
+
+void TraceReader::copyDescriptor(const Operation &operation)
+{
+    Files &files = threads_[operation.thread]->files;
+    if (!operation.ok())
+        return;
+    if (files.contains(operation.fd))
+        files[int(operation.result)] = {files[operation.fd].file,
+                                        operation.args.join(',').contains("CLOEXEC")};
+    else
+        files.remove(int(operation.result));
+}
+
+void TraceReader::resolveDescriptor(Operation *operation)
+{
+    const QByteArray first = operation->args.value(0);
+    operation->fd = descriptorIn(first);
+    Files &files = threads_[operation->thread]->files;
+    const std::shared_ptr<File> file = files.value(operation->fd).file;
+    operation->path = file ? file->path : annotated(first);
+    if (operation->name == "truncate")
+        operation->path = quoted(first);
+    const QByteArray second = operation->args.value(1);
+    const qint64 length = strtoll(operation->args.value(1).constData(), nullptr, 0);
+    switch (operation->kind) {
+    case Operation::Read:
+    case Operation::Write:
+        operation->bytes =
+            operation->ok() || operation->kind == Operation::Write ? quoted(second) : QByteArray();
+        if (operation->fd == -2)
+            structure_ = operation->bytes;
+        if (operation->args.size() > 3)
+            operation->at = strtoll(operation->args[3].constData(), nullptr, 0);
+        else if (file && (!file->append || operation->kind == Operation::Read))
+            operation->at = file->position;
+        if (file && operation->ok() && operation->args.size() <= 3)
+            file->position += operation->result;
+        break;
+    case Operation::Truncate:
+        operation->at = length;
+        break;
+    case Operation::Close:
+        if (operation->ok())
+            files.remove(operation->fd);
+        break;
+    case Operation::Control:
+        if (second == "TIOCSRS485" || second == "TIOCSSERIAL")
+            std::swap(operation->bytes, structure_);
+        if (second.startsWith("F_DUPFD"))
+            copyDescriptor(*operation);
+        if (second == "F_SETFD" && files.contains(operation->fd))
+            files[operation->fd].closeOnExec = operation->args.value(2) == "FD_CLOEXEC";
+        break;
+    default:
+        if (operation->name == "lseek" && file && operation->ok())
+            file->position = operation->result;
+        if (operation->name.startsWith("dup"))
+            copyDescriptor(*operation);
+    }
+}
