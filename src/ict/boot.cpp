@@ -235,6 +235,10 @@ void MainWindow::makeScreen()
     makeBands();
     makePaintFonts();
     ui->setupUi(this);
+    // A new palette makes the empty central widget dirty beside the window, which the toolkit then
+    // paints twice in one repaint: once for itself and once beneath the widget. The second time a
+    // one-shot line would be gone.
+    ui->centralWidget->setUpdatesEnabled(false);
     if (!Process_WriteMac)
         Process_WriteMac = new QProcess;
     resize(Screen_X, Screen_Y);

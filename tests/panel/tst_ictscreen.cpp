@@ -111,10 +111,13 @@ void TstIctScreen::t1()
     at.panel.writeFile(at.ict("HMI_T1_TEST_Flag.txt"),
                        QByteArray("1" + QByteArray(61, '\0') + "\r\n").repeated(19));
     QVERIFY(at.boot("T1"));
-    // The line of the clock comparison is gone with the next request, that of the end check stays.
+    // The line of the clock comparison is gone with the next request, that of the end check stays,
+    // after a colour too.
     const QDateTime yesterday = QDateTime::currentDateTimeUtc().addDays(-1);
     QCOMPARE(at.ask(clockRequest("8E", yesterday)), requestFrame("8EF0"));
     for (const bool end : {false, true}) {
+        if (end)
+            QCOMPARE(at.ask(":9510FF8000"), requestFrame("9510"));
         const QByteArray request = requestFrame(end ? "0101" : "8000"),
                          reply = requestFrame(end ? "01FF" : "8000");
         QCOMPARE(at.ask(request), reply);
@@ -137,11 +140,15 @@ void TstIctScreen::bi()
     QVERIFY(at.boot("BI"));
     const QByteArray request = requestFrame("8500", "1F");
     QCOMPARE(at.ask(request), request);
+    QCOMPARE(at.ask(requestFrame("9505", "1F")), requestFrame("9505", "1F"));
+    at.panel.setAttribute(attribute::pressure, "37");
+    QCOMPARE(at.ask(requestFrame("9003", "1F")), requestFrame("90F3", "1F"));
     Expected screen;
     screen.text(40, 30, "===== Ostra HMI KLV-100 BI Test =====", 18, Qt::magenta)
         .text(510, 30, "SN:(31)", 18, Qt::blue)
-        .items(BI_Item_UnPASS, "010000")
-        .traffic(request.chopped(2), request.chopped(2));
+        .items(BI_Item_UnPASS, "010F00")
+        .traffic(requestFrame("9003", "1F").chopped(2), requestFrame("90F3", "1F").chopped(2))
+        .text(300, 320, "TP_Pressure : 37", 14, Qt::blue);
     QTRY_COMPARE(screen.difference(at.panel), 0);
 }
 
