@@ -49,7 +49,10 @@ static void awaitEnd(const QThread &thread)
 // The reply goes out before the item is recorded.
 static void reportPass(int item, bool passed, const char *passCode, const char *failCode)
 {
-    setItem(item, passed ? ItemPassed : ItemRunning);
+    if (passed)
+        setItem(item, ItemPassed);
+    else
+        beginTest(item); // which is how a failed item stands
     sendReply(passed ? passCode : failCode);
     recordItem(item);
     gb_ShowCalibrationPoint = true;

@@ -15,7 +15,7 @@ void MainWindow::measureBattery(int reply)
     const int item = BatteryItem.atLevel();
     if (item < 0)
         return;
-    setItem(item, ItemRunning);
+    beginTest(item);
     double mV = 0;
     readBattery(&mV);
     const bool judged = reply == BatteryJudgedAtBi && g_uiHMI_TEST_LEVEL == LevelBI;

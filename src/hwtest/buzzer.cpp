@@ -51,7 +51,7 @@ void MainWindow::testBuzzerSound()
     const int item = BuzzerItem.atLevel();
     if (item < 0)
         return;
-    setAndRecordItem(item, ItemRunning);
+    beginTest(item);
     if (!openBuzzer()) {
         sendReply("92F1");
         return;
@@ -73,7 +73,7 @@ void MainWindow::testBuzzerSilent()
     const int item = BuzzerItem.atLevel();
     if (item < 0)
         return;
-    setAndRecordItem(item, ItemRunning);
+    beginTest(item);
     startProbe("Buzzer Silent Test\r\n");
     waitMs(SilenceMs);
     if (!probeAnswers(SilenceHeard, SilenceCut)) {

@@ -5,6 +5,7 @@
 #include "clockcompare.h"
 #include "link/reply.h"
 #include "mainwindow.h"
+#include "outcome.h"
 #include "selfcheck.h"
 #include "state/itemrecord.h"
 #include "system/command.h"
@@ -26,7 +27,7 @@ void presetClock()
 
 void MainWindow::testRtc()
 {
-    setItem(RtcItem, ItemRunning);
+    beginTest(RtcItem);
     replyOutcome(RtcItem, rtcAgreesWithSystem(), "8C00", "8CF0");
 }
 
@@ -52,7 +53,7 @@ static void setClockFromRequest()
 void MainWindow::setClock()
 {
     if (g_uiHMI_TEST_LEVEL == LevelT1) {
-        setItem(SetClockItem, ItemRunning);
+        beginTest(SetClockItem);
         setClockFromRequest();
         replyOutcome(SetClockItem, rtcAgreesWithRequest(), "8D00", "8DF0");
         T1_Extern_Item_Flag &= quint8(~T1ExternRebooted);
@@ -63,7 +64,7 @@ void MainWindow::setClock()
 void MainWindow::compareClock()
 {
     if (g_uiHMI_TEST_LEVEL == LevelT2) {
-        setAndRecordItem(RtcItem, ItemRunning);
+        beginTest(RtcItem);
         replyOutcome(RtcItem, rtcAgreesWithRequest(), "8E00", "8EF0");
     } else if (g_uiHMI_TEST_LEVEL == LevelT1) {
         // Asked for only by the extended T1 check, whose clock must have run through a power-off.

@@ -24,7 +24,7 @@ void MainWindow::showColour(const QColor &colour)
 void MainWindow::LCD_SHOW_RED()
 {
     const int item = ColourItem.atLevel();
-    setItem(item, ItemRunning);
+    beginTest(item);
     showColour(m_aclrBG[BgRed]);
     sendReply("9504");
     setAndRecordItem(item, ItemPassed);

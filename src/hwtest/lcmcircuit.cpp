@@ -55,7 +55,7 @@ void MainWindow::testLcmCircuit(int mode)
     if (mode < 0 || mode >= int(std::size(modes)))
         return;
     const LcmMode &row = modes[mode];
-    setItem(LcmItem, ItemRunning);
+    beginTest(LcmItem);
     openCom2(ComRS485);
     drainPort(Com2OpenRS4xx_R_fd2);
     runProcess(QStringLiteral("/usr/local/ict/lcd_circuit_test_init.sh"));

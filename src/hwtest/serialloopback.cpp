@@ -4,6 +4,7 @@
 #include "link/reply.h"
 #include "link/serialports.h"
 #include "mainwindow.h"
+#include "outcome.h"
 #include "probe.h"
 #include "state/itemrecord.h"
 
@@ -45,7 +46,7 @@ void MainWindow::testAllPorts()
         return;
     setAndRecordItem(Com1Rs232Item, ItemPassed); // the request came over it
 
-    setItem(Com1Rs485Item, ItemRunning);
+    beginTest(Com1Rs485Item);
     openCom1(ComRS485);
     // Neither drained nor read twice, unlike the test of COM1 alone: this one is for fixtures whose
     // transceiver does not hear itself.
@@ -57,7 +58,7 @@ void MainWindow::testAllPorts()
     }
     setAndRecordItem(Com1Rs485Item, ItemPassed);
 
-    setItem(Com2Item, ItemRunning);
+    beginTest(Com2Item);
     openCom2(ComRS422);
     if (!com2Loops(ShortPauseMs)) {
         sendReply("81F7");
@@ -72,7 +73,7 @@ void MainWindow::testAllPorts()
 
 void MainWindow::testCom1Rs485()
 {
-    setItem(Com1Rs485Item, ItemRunning);
+    beginTest(Com1Rs485Item);
     openCom1(ComRS485);
     drainPort(Com1OpenRS4xx_R_fd2);
     sendSentence(Com1OpenRS4xx_W_fd2, Com1Sentence);
@@ -88,7 +89,7 @@ void MainWindow::testCom2()
 {
     if (!hasSerialItems())
         return;
-    setItem(Com2Item, ItemRunning);
+    beginTest(Com2Item);
     openCom2(ComRS422);
     drainPort(Com2OpenRS4xx_R_fd2);
     if (com2Loops(LongPauseMs))

@@ -1,6 +1,7 @@
 // Presence on the PC link, memory and storage.
 #include "link/reply.h"
 #include "mainwindow.h"
+#include "outcome.h"
 #include "selfcheck.h"
 #include "state/itemrecord.h"
 #include "system/files.h"
@@ -29,7 +30,7 @@ void MainWindow::confirmPresence()
 void MainWindow::testDdr()
 {
     const int item = DdrItem.atLevel();
-    setItem(item, ItemRunning);
+    beginTest(item);
     replyOutcome(item, ddrPasses(), "8500", "85F0");
 }
 
@@ -55,7 +56,7 @@ static int collectRootfsCheck()
 void MainWindow::reportRootfsCheck()
 {
     static const char *const replies[] = {"8700", "87F1", "87F2", "87F0"};
-    setItem(RootfsItem, ItemRunning);
+    beginTest(RootfsItem);
     if (Chk_BB_result == RootfsUnknown)
         Chk_BB_result = collectRootfsCheck();
     replyOutcome(RootfsItem, Chk_BB_result == 0, replies[0],
@@ -95,7 +96,7 @@ static bool readUsbPatternBack()
 void MainWindow::testUsbStorage()
 {
     const int item = UsbItem.atLevel();
-    setAndRecordItem(item, ItemRunning);
+    beginTest(item);
     if (writeUsbPattern() && readUsbPatternBack()) {
         sendReply("A200");
         setAndRecordItem(item, ItemPassed);

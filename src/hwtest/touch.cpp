@@ -30,7 +30,7 @@ static int screenCoordinate(const QString &readRaw, int extent)
 
 void MainWindow::HMI_ICT_GET_TPS_XY()
 {
-    setItem(PositionItem, ItemRunning);
+    beginTest(PositionItem);
     const QSize screen = screenSize();
     const int x = screenCoordinate(QStringLiteral("cat /sys/class/input/input0/device/ADC_X"),
                                    screen.width());
@@ -50,7 +50,7 @@ void MainWindow::testTouchPressure()
     const int item = PressureItem.atLevel();
     if (item < 0)
         return;
-    setAndRecordItem(item, ItemRunning);
+    beginTest(item);
     const int pressure =
         numberFrom(QStringLiteral("cat /sys/class/input/input0/device/Warden_ADC_Z"));
     qs_TP_HMI = QString::asprintf("TP_Pressure : %d", pressure);

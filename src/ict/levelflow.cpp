@@ -93,7 +93,7 @@ void MainWindow::levelEndCheck(int item)
     const int endItem = extended ? T1EndItem : item;
     // For good: after an end check, passed or not, the station has to power-cycle the panel.
     g_bTestAllow = false;
-    setAndRecordItem(endItem, ItemRunning);
+    beginTest(endItem);
     const bool allPassed = allPassedButLast();
     if (allPassed && extended && T1_Extern_Item_Flag != T1ExternAll) {
         sendReply("01FF");

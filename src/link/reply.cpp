@@ -3,7 +3,6 @@
 #include "factorylog.h"
 #include "frame.h"
 #include "serialports.h"
-#include "state/itemrecord.h"
 #include "system/files.h"
 
 #include <cstring>
@@ -47,14 +46,6 @@ int sendReply(const QByteArray &payload, bool ownStation)
 int sendReply(const QByteArray &payload)
 {
     return sendReply(payload, g_iSTATION_NUM != 0);
-}
-
-void replyOutcome(int item, bool passed, const QByteArray &passCode, const QByteArray &failCode)
-{
-    sendReply(passed ? passCode : failCode);
-    if (passed)
-        setItem(item, ItemPassed);
-    recordItem(item);
 }
 
 void sendRaw(const QByteArray &text)

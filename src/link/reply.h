@@ -24,10 +24,6 @@ int sendReply(const QByteArray &payload, bool ownStation);
 // The framed reply of a handler: with the own station wherever the panel has a station number.
 int sendReply(const QByteArray &payload);
 
-// The end of a test: replies `passCode` or `failCode`, sets the item to passed on a pass (a failed
-// one stays as the test's start left it) and records it in either case.
-void replyOutcome(int item, bool passed, const QByteArray &passCode, const QByteArray &failCode);
-
 // Sends `text` as it stands, whole, and shows it, cut.
 void sendRaw(const QByteArray &text);
 

@@ -6,6 +6,12 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+// Length of a record's line, whose field ends before the CR also where no zero byte does.
+static size_t lineLength(const char *record)
+{
+    return strnlen(record, FlagRecordCr);
+}
+
 void recordItem(int index, qint32 value)
 {
     fp_TEST_Flag = open(g_HMI_TEST_File, O_RDWR | O_CLOEXEC);
@@ -14,7 +20,7 @@ void recordItem(int index, qint32 value)
     char record[FlagRecordSize] = {};
     const off_t start = off_t(index) * FlagRecordSize;
     const ssize_t got = index < 0 ? 0 : pread(fp_TEST_Flag, record, sizeof record, start);
-    const size_t length = strnlen(record, sizeof record);
+    const size_t length = lineLength(record);
     // With no text in the record the last character would be the byte before it, which belongs to
     // its neighbour.
     if (got == FlagRecordSize && length > 0) {
@@ -28,8 +34,10 @@ void recordItem(int index, qint32 value)
 
 bool isPassed(const QByteArray &record)
 {
-    const uint length = qstrnlen(record.constData(), uint(record.size()));
-    return record.size() == FlagRecordSize && length > 0 && record[length - 1] == '1';
+    if (record.size() != FlagRecordSize)
+        return false;
+    const size_t length = lineLength(record.constData());
+    return length > 0 && record[int(length) - 1] == '1';
 }
 
 static bool isItem(int index)
@@ -53,6 +61,11 @@ void setAndRecordItem(int index, qint32 status)
 {
     setItem(index, status);
     recordItem(index);
+}
+
+void beginTest(int index)
+{
+    setAndRecordItem(index, ItemRunning);
 }
 
 int ItemIndex::atLevel() const

@@ -10,7 +10,8 @@ constexpr int FlagRecordCr = 62;
 constexpr int FlagRecordLf = 63;
 
 // Puts '1' over the last character of item `index`'s line if `value` is exactly 1, else 'F', and
-// syncs. Silent on every failure; a record that is missing, cut short or empty is left alone.
+// syncs; never behind the line's field. Silent on every failure; a record that is missing, cut
+// short or empty is left alone.
 void recordItem(int index, qint32 value);
 
 // Whether a record of the flag file says "passed"; one that is cut short does not, whatever
@@ -24,6 +25,11 @@ void setAndRecordItem(int index, qint32 status);
 
 // Records the status as it stands.
 void recordItem(int index);
+
+// Begins a test: the item is running, on disk too, so that one that never finishes is left as 'F'
+// whatever it was before. Every handler that sets its item to running does so with this, before it
+// tests; nothing else sets ItemRunning.
+void beginTest(int index);
 
 // Where one test stands in each level's table; -1 where the level has no such item.
 struct ItemIndex {

@@ -38,6 +38,7 @@ void ItemRecordTest::results()
         {"not passed", all, 1, 0, 64 + 24, 'F'},
         {"any other value", all, 0, 2, 19, 'F'},
         {"passed after a failure", record("1. 5V: F"), 0, 1, 7, '1'},
+        {"no zero byte", QByteArray(62, 'x') + "\r\n", 0, 1, 61, '1'},
         {"before the first", all, -1, 1, -1, 0},
         {"behind the last", all, 3, 1, -1, 0},
         {"empty record", first + QByteArray(64, '\0'), 1, 1, -1, 0},
