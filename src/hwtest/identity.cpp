@@ -54,25 +54,27 @@ void MainWindow::assignStation()
 // --- Storing ------------------------------------------------------------------------------------
 
 // What a unit of this factory is spared, and for factory W its station number, which the machine ID
-// ends in. False when that cannot be stored.
+// ends in. False when that cannot be stored: then nothing is granted.
 static bool applyFactory(const QByteArray &id)
 {
     classifyFactory(id);
     if (g_FactoryInfo != FactoryW)
         return true;
+    if (!writeFile(StationFilePath, stationOfIdFrame(UART_Buffer)))
+        return false;
     grantItemsOfFactory();
-    return writeFile(StationFilePath, stationOfIdFrame(UART_Buffer));
+    return true;
 }
 
 void MainWindow::storeMachineId()
 {
     if (g_uiHMI_TEST_LEVEL != LevelT1)
         return;
-    setAndRecordItem(MachineIdItem, ItemRunning);
+    beginTest(MachineIdItem);
     QByteArray id;
     if (!requestedId(StationMatch::AsNumber, &id))
         return; // unanswered, like any frame with an error
-    if (!writeFile(MachineIdPath, id) || !applyFactory(id)) {
+    if (!isPlainId(id) || !writeFile(MachineIdPath, id) || !applyFactory(id)) {
         sendReply("06F1");
         return;
     }
@@ -84,9 +86,10 @@ void MainWindow::storeSemiMachineId()
 {
     if (g_uiHMI_TEST_LEVEL != LevelICT)
         return;
-    setAndRecordItem(SemiMachineIdItem, ItemRunning);
+    beginTest(SemiMachineIdItem);
     QByteArray id;
-    if (!requestedId(StationMatch::AsText, &id) || !writeFile(semiMachineIdPath, id)) {
+    if (!requestedId(StationMatch::AsText, &id) || !isPlainId(id)
+        || !writeFile(semiMachineIdPath, id)) {
         sendReply("06F2");
         return;
     }
@@ -121,7 +124,7 @@ static bool sendIdOf(const char *path, const char *code, const char *failure)
 void MainWindow::readBackMachineId()
 {
     const int item = ReadBackItem.atLevel();
-    setItem(item, ItemRunning);
+    beginTest(item);
     const bool sent = sendIdOf(MachineIdPath, "0701", "07F1");
     if (sent)
         setItem(item, ItemPassed);

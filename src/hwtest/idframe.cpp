@@ -2,6 +2,8 @@
 
 #include "link/frame.h"
 
+#include <algorithm>
+
 constexpr int StationAt = 1, StationLength = 2;
 constexpr int IdAt = 7;
 constexpr int TailLength = 4; // LRC, CR LF
@@ -33,6 +35,12 @@ bool takeId(const QByteArray &frame, const QByteArray &ownStation, StationMatch 
         return false;
     *id = frame.mid(IdAt, lrcAt - IdAt);
     return true;
+}
+
+bool isPlainId(const QByteArray &id)
+{
+    const auto isForeign = [](char c) { return c == ':' || quint8(c) < 0x20 || c == 0x7F; };
+    return std::none_of(id.begin(), id.end(), isForeign);
 }
 
 QByteArray idFrame(const QByteArray &code, const QByteArray &id)

@@ -18,6 +18,10 @@ enum class StationMatch {
 bool takeId(const QByteArray &frame, const QByteArray &ownStation, StationMatch match,
             QByteArray *id);
 
+// Whether `id` can be one: no control character and no ':', as a line end that was damaged on the
+// wire leaves in it with the request that followed.
+bool isPlainId(const QByteArray &id);
+
 // The frame that reads an ID back, always with station "00".
 QByteArray idFrame(const QByteArray &code, const QByteArray &id);
 

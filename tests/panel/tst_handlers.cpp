@@ -8,11 +8,13 @@ class TstHandlers : public QObject {
 
 private slots:
     void initTestCase();
+    void unfinishedTests();
     void silence_data();
     void silence();
     void semiMachineIds();
     void machineIds();
     void stationOfTheRequest();
+    void fullMedium();
     void colours();
     void crcLineOfAnyLength();
     void toneOfTheBuzzer();
@@ -55,6 +57,30 @@ void TstHandlers::initTestCase()
         QVERIFY(at(level).boot(level));
         QCOMPARE(at(level).ask(requestFrame("8000")), requestFrame("8000"));
         QTRY_COMPARE(at(level).results(level).mid(3, 1), QByteArray("1"));
+    }
+}
+
+// A test that had passed and hangs now is a failure, whatever happens to the panel meanwhile.
+void TstHandlers::unfinishedTests()
+{
+    const struct {
+        QByteArray level, request, fault;
+        int item;
+    } rows[] = {{"ICT", requestFrame("8500"), "script:chk_ddr.sh=hangs", 7},
+                {"ICT", requestFrame("9502"), "script:lcd_circuit_test_init.sh=hangs", 8},
+                {"T1", clock("8D"), "script:hwclock=hangs", 13},
+                {"T2", requestFrame("8102"), "", 5}};
+    for (const auto &row : rows) {
+        AgentPanel panel;
+        const QString flags = AgentPanel::ict("HMI_" + row.level + "_TEST_Flag.txt");
+        panel.panel.writeFile(flags, QByteArray("1" + QByteArray(61, '\0') + "\r\n").repeated(19));
+        QVERIFY(panel.boot(row.level));
+        QCOMPARE(panel.ask(requestFrame("8000"), 11, 20000), requestFrame("8000"));
+        if (!row.fault.isEmpty())
+            QCOMPARE(panel.fixture.setFault(row.fault), QString());
+        panel.link().write(row.request);
+        QTRY_COMPARE_WITH_TIMEOUT(panel.results(row.level).mid(row.item - 1, 1), QByteArray("F"),
+                                  20000);
     }
 }
 
@@ -119,6 +145,7 @@ void TstHandlers::semiMachineIds()
         {"20 characters", "ABCDEFGHIJKLMNOPQRST", true},
         {"eighth bits, which the line strips", "SEMI\303\244\303\266\3030001", false},
         {"with a NUL", QByteArray("SEMI\0000001111", 13), false},
+        {"with a bell", "SEMI\a0001111", false},
         {"21 characters", "ABCDEFGHIJKLMNOPQRSTU", false},
     };
     for (const auto &[name, id, stored] : rows) {
@@ -151,6 +178,8 @@ void TstHandlers::machineIds()
         {"factory W, 00", "20254711W12345600", true, "64"},
         {"factory W, 18 characters", "202547110W12345609", true, "09"},
     };
+    // A line feed lost on the wire, and the next request taken in with a check sum that fits.
+    QCOMPARE(at("T1").ask(identity("0601", "20254711T1\r:00800080")), requestFrame("06F1"));
     for (const auto &[name, id, granted, station] : rows) {
         qInfo("%s", name);
         AgentPanel &panel = at("T1");
@@ -174,6 +203,28 @@ void TstHandlers::stationOfTheRequest()
     QCOMPARE(panel.panel.readFile(AgentPanel::ict(stationFile)), QByteArray("0a"));
     QCOMPARE(panel.ask(requestFrame("8000")), requestFrame("8000"));
     QCOMPARE(panel.ask(requestFrame("8000", "0A"), 1, 400), QByteArray());
+}
+
+// Nothing is granted for what was not stored.
+void TstHandlers::fullMedium()
+{
+    const struct {
+        QByteArray level, file, request, reply;
+    } rows[] = {{"ICT", semiFile, identity("0602", semiId), "06F2"},
+                {"T1", machineFile, identity("0601", machineId), "06F1"},
+                {"T1", stationFile, identity("0601", "20254711W12345631"), "06F1"},
+                {"T1", stationFile, requestFrame("8A00", "1F"), "8AF0"}};
+    for (const auto &row : rows) {
+        AgentPanel panel;
+        QVERIFY(panel.boot(row.level));
+        const QString path = panel.panel.hostPath(AgentPanel::ict(row.file));
+        QFile::remove(path);
+        QVERIFY(QFile::link("/dev/full", path));
+        QCOMPARE(panel.ask(row.request, 11, 20000), requestFrame(row.reply));
+        QCOMPARE(panel.ask(requestFrame("8500"), 11, 20000), requestFrame("8500"));
+        const QByteArray results = panel.results(row.level);
+        QVERIFY2(results.count('1') <= 1, results + ' ' + row.reply); // of the memory
+    }
 }
 
 // Nothing but the colour, and white with full light from the next request on.
