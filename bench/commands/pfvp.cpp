@@ -23,38 +23,33 @@ const Mode modes[] = {
 const char *const peerDies = "peer";
 constexpr int peerDiesCycles = 7; // enough to tell a peer that is found again from one that is not
 
-// Passes that an item may have after so many cycles.
+// Failures that an item may have.
 struct Range {
     int least, most;
 };
 
-Range allowed(const char *need, int cycles, const QStringList &faults)
+// The peer looks at its USB ports in turn, 300 ms each, and the panel waits no longer: a request
+// may just miss it, and the answer is then there for the next. `all` is the number of cycles.
+Range allowed(const QString &need, int all, const QStringList &faults)
 {
-    if (!need)
-        return {0, 0};
-    const bool usb = QByteArray(need).startsWith("usb"),
-               serial = QByteArray(need).startsWith("com");
-    Range range{cycles, cycles};
-    // The peer looks at its USB ports in turn, 300 ms each, and the panel waits no longer: a
-    // request may just miss it. Its answer is then there for the next.
-    if (usb)
-        range.least = cycles - 1;
+    const bool usb = need.startsWith("usb"), wire = usb || need.startsWith("com");
     for (const QString &fault : faults) {
-        const QString kind = fault.section(':', 0, 0), wire = fault.section(':', 1);
-        if (kind == need || (wire == need && (kind == "cut" || kind == "noise")))
-            return {0, 0};
-        if (kind == "late" && wire == need)
-            range = usb ? Range{range.least - 1, range.most - 1} : Range{0, 0};
-        else if (kind == "line-end" && wire == need && usb)
-            range.least = 0; // what is left over shifts the next answer
-        // Off for a cycle. Back, it needs part of the next one to boot; a USB port is opened anew
-        // in that one and used from the one after, which may miss again.
-        else if (kind == peerDies && usb)
-            range = {cycles - 4, cycles - 2};
-        else if (kind == peerDies && serial)
-            range = {cycles - 2, cycles - 1};
+        const QString kind = fault.section(':', 0, 0);
+        if (kind == need)
+            return {all, all};
+        // Gone for a cycle and part of the next; a USB port is opened anew in that one, used from
+        // the one after, and may miss again.
+        if (kind == peerDies && wire)
+            return usb ? Range{2, 4} : Range{1, 2};
+        if (fault.section(':', 1) != need || !wire)
+            continue;
+        if (kind == "late" && usb)
+            return {1, 2};
+        if (kind == "line-end")
+            return {0, usb ? all : 0}; // what is left over shifts the next answer
+        return {all, all};
     }
-    return range;
+    return {need.isEmpty() ? all : 0, need.isEmpty() ? all : usb ? 1 : 0};
 }
 
 int sumOf(const PfvpCounts &counts, bool withFails)
@@ -153,11 +148,12 @@ bool Run::judge()
     for (int i = 0; i < needs_.size(); ++i) {
         const Range range = allowed(needs_[i], cycles_, faults_);
         const PfvpCount count = counts_.value(i, {-1, -1});
-        const bool right = range.least <= count.pass && count.pass <= range.most
+        const bool right = range.least <= count.fail && count.fail <= range.most
             && count.pass + count.fail == cycles_;
         good &= right;
         printf("  %-12s %6d %6d   %d to %d passes%s\n", needs_[i] ? needs_[i] : "(no test)",
-               count.pass, count.fail, qMax(0, range.least), range.most, right ? "" : "   WRONG");
+               count.pass, count.fail, qMax(0, cycles_ - range.most), cycles_ - range.least,
+               right ? "" : "   WRONG");
     }
     return good;
 }

@@ -1,107 +1,50 @@
 #include "panel/panelimage.h"
 #include "panel/bencherror.h"
 #include "panel/filewrite.h"
-#include "panel/touchpanel.h"
-#include "panel/virtualpanel.h"
 
 #include <QDir>
-#include <QFile>
+#include <QFileInfo>
+#include <QProcess>
+#include <QVector>
 
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
 
-struct Tool {
-    const char *name, *folder;
-};
-const Tool tools[] = {
-    {"date", "/usr/local/bin"},
-    {"hwclock", "/usr/local/bin"},
-    {"modprobe", "/usr/local/bin"},
-    {"ifconfig", "/usr/local/bin"},
-    {"ping", "/usr/local/bin"},
-    {"fw_setenv", "/usr/local/bin"},
-    {"check_bk_rootfs.sh", "/usr/local/bin"},
-    {"mount_system.sh", "/usr/local/ict"},
-    {"create_ramdisk.sh", "/usr/local/ict"},
-    {"lcd_circuit_test_init.sh", "/usr/local/ict"},
-    {"lcd_circuit_test_pattern.sh", "/usr/local/ict"},
-    {"lcd_circuit_test_uninit.sh", "/usr/local/ict"},
-    {"fast_lcd_circuit_test_pattern.sh", "/usr/local/ict"},
-    {"chk_ddr.sh", "/usr/local/ict"},
-    {"ReadCrc.bin", "/usr/local/ict"},
-    {"mem_rdwr", "/usr/local/ict"},
-    {"update_pointercal.sh", "/usr/local/ict"},
-    {"HMIApp", "/usr/local/HMIAPP"},
-};
+// The lines of skeleton/folders-and-links: a folder, or a link and its target. Links are relative
+// where both the panel and this machine follow them; /media/sda is the fixture's cable from the USB
+// device port, which offers the RAM disk, to the host port.
+QVector<QStringList> foldersAndLinks()
+{
+    QVector<QStringList> entries;
+    const QByteArray list = readWhole(sharedFile("bench/panel/skeleton/folders-and-links"));
+    for (const QByteArray &line : list.split('\n')) {
+        if (!line.isEmpty())
+            entries << QString::fromLatin1(line).split(' ');
+    }
+    return entries;
+}
 
-const char *const folders[] = {
-    "/usr/local/bin",
-    "/usr/local/ict",
-    "/usr/local/HMIAPP",
-    "/usr/local/conf",
-    "/etc/fonts",
-    "/etc/alternatives",
-    "/var/lib",
-    "/proc",
-    "/root",
-    "/tmp",
-    "/mnt",
-    "/media",
-    "/run/bench/clock",
-    "/run/bench/fault",
-    "/dev/input",
-    "/dev/pts",
-    "/dev/shm",
-    "/dev/plugged",
-};
-
-struct Link {
-    const char *path, *target;
-};
-// Relative where both sides follow them.
-const Link links[] = {
-    {"/dev/fd", "/proc/self/fd"},
-    {"/dev/stdin", "/proc/self/fd/0"},
-    {"/dev/stdout", "/proc/self/fd/1"},
-    {"/dev/stderr", "/proc/self/fd/2"},
-    // The fixture's cable from the USB device port, which offers the RAM disk, to the host port.
-    {"/media/sda", "../mnt/ramdisk"},
-};
-
-struct Content {
-    const char *path, *text;
-};
-// Files the panel changes later: written only if missing.
-const Content factoryFiles[] = {
-    {"/usr/local/HMIAPP/identity", "Model=KLV-100\nVersion=A.0123\n"},
-    {"/etc/passwd", "root:x:0:0:root:/root:/bin/sh\n"},
-    {"/etc/group", "root:x:0:\n"},
-};
-// Healthy readings, refreshed when the bench starts.
-const Content attributes[] = {
-    {attribute::backlight, "100\n"},
-    {attribute::adcX, "0\n\n\n\n"},
-    {attribute::adcY, "0\n\n\n\n"},
-    {attribute::pressure, "0\n\n\n\n"},
-    {attribute::sinceEpoch, "1420070400\n"},
-    {"/sys/bus/iio/devices/iio:device0/in_voltage4_raw", "3731\n"}, // 5.001 V
-    {"/sys/bus/iio/devices/iio:device0/in_voltage5_raw", "3693\n"}, // 3.300 V
-    {"/sys/bus/iio/devices/iio:device0/in_voltage6_raw", "2313\n"}, // 3.099 V
-    {"/sys/bus/iio/devices/iio:device0/in_voltage7_raw", "2000\n"},
-    {"/sys/class/usb_role/usb0-role-switch/role", "device\n"}, // of image/usb_mode.sh
-};
-
+const char toolbox[] = "/run/bench/toolbox";
 constexpr int sramSize = 32768, nandSize = 131072;
 
 void put(const QString &path, const QByteArray &content)
 {
-    QDir().mkpath(path.left(path.lastIndexOf('/')));
     if (!writeInPlace(path, content))
         throw BenchError(QString("Cannot write %1: check that the panel's folder is yours and its "
                                  "disk not full")
                              .arg(path));
+}
+
+// The files `from` into the folder `to`; `how` says what about those that are there.
+void copy(const QString &how, const QStringList &from, const QString &to)
+{
+    const QStringList args = QStringList{"-r", "--preserve=mode", how} + from + QStringList(to);
+    if (QProcess::execute("cp", args) != 0)
+        throw BenchError(QString("Cannot copy %1 to %2: is the source tree of this build still "
+                                 "there, and the panel's folder yours?")
+                             .arg(from.value(0), to));
 }
 
 void link(const QString &path, const QString &target)
@@ -120,38 +63,6 @@ void linkUsr(const QString &root)
     }
 }
 
-void installPrograms(const QString &root)
-{
-    const QString source = QStringLiteral(BENCH_SOURCE_DIR);
-    const auto install = [&](const QString &from, const QString &to) {
-        QFile::remove(to);
-        if (!QFile::copy(from, to))
-            throw BenchError(
-                QString("Cannot copy %1 to %2: is the source tree of this build still there?")
-                    .arg(from, to));
-        chmod(QFile::encodeName(to), 0755);
-    };
-    for (const char *name : {"toolbox", "init", "leaks"})
-        install(source + "/bench/panel/tools/" + name, root + "/run/bench/" + name);
-    for (const Tool &tool : tools)
-        link(root + toolPath(tool.name), "/run/bench/toolbox");
-    // The image's real scripts run as they are.
-    for (const QString &script : QDir(source + "/image").entryList({"*.sh"}, QDir::Files))
-        install(source + "/image/" + script, root + "/usr/local/ict/" + script);
-}
-
-void layOutDevices(const QString &root)
-{
-    const QByteArray buzzer = QFile::encodeName(root + "/dev/input/event1");
-    if (!QFile::exists(buzzer))
-        mkfifo(buzzer.constData(), 0600);
-    for (const Content &file : attributes)
-        put(root + file.path, file.text);
-    const QString nand = root + "/dev/mtd0";
-    if (!QFile::exists(nand))
-        put(nand, QByteArray(nandSize, '\xff'));
-}
-
 // As after a power-up that never was: nothing anyone wrote.
 void fillSram(const QString &root)
 {
@@ -160,38 +71,47 @@ void fillSram(const QString &root)
 
 } // namespace
 
-QString toolPath(const QString &name)
+QString sharedFile(const QString &path)
 {
-    for (const Tool &tool : tools) {
-        if (name == tool.name)
-            return QString(tool.folder) + '/' + name;
+    return QString(BENCH_SOURCE_DIR "/") + path;
+}
+
+QString toolPath(const QString &tool)
+{
+    for (const QStringList &entry : foldersAndLinks()) {
+        if (entry.value(1) == toolbox && entry[0].endsWith('/' + tool))
+            return entry[0];
     }
     return {};
 }
 
 void layOutPanel(const QString &root)
 {
-    for (const char *folder : folders) {
-        if (!QDir().mkpath(root + folder))
+    for (const QStringList &entry : foldersAndLinks()) {
+        if (entry.size() > 1)
+            link(root + entry[0], entry[1]);
+        else if (!QDir().mkpath(root + entry[0]))
             throw BenchError(QString("Cannot create %1: check that the panel's folder is yours")
-                                 .arg(root + folder));
+                                 .arg(root + entry[0]));
     }
     chmod(QFile::encodeName(root + "/root"), 0700); // serves the toolkit as its runtime folder
     linkUsr(root);
-    for (const Link &one : links)
-        link(root + one.path, one.target);
-    layOutDevices(root);
+    // The board's attributes are healthy and its programs new at every start of the bench; what the
+    // panel changes itself is there only once.
+    copy("--remove-destination", {sharedFile("bench/panel/skeleton/board/.")}, root);
+    copy("--no-clobber", {sharedFile("bench/panel/skeleton/factory/.")}, root);
+    // The image's real scripts run as they are.
+    QStringList scripts;
+    for (const QFileInfo &script : QDir(sharedFile("image")).entryInfoList({"*.sh"}, QDir::Files))
+        scripts << script.filePath();
+    copy("--remove-destination", scripts, root + "/usr/local/ict");
+    mkfifo(QFile::encodeName(root + "/dev/input/event1"), 0600); // or it is there
+    if (!QFile::exists(root + "/dev/mtd0"))
+        put(root + "/dev/mtd0", QByteArray(nandSize, '\xff'));
     if (!QFile::exists(root + "/dev/OstraHMI_GPMC_RW"))
         fillSram(root);
-    for (const Content &file : factoryFiles) {
-        if (!QFile::exists(root + file.path))
-            put(root + file.path, file.text);
-    }
-    if (!QFile::exists(root + "/etc/pointercal")) // the zero byte is part of the file
-        put(root + "/etc/pointercal", QByteArray(factoryPointercal).append('\0'));
     if (!QFile::exists(root + "/etc/localtime"))
         QFile::copy("/usr/share/zoneinfo/UTC", root + "/etc/localtime");
-    installPrograms(root);
 }
 
 void clearPanel(const QString &root)
