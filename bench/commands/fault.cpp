@@ -14,13 +14,10 @@ void list()
     printf("%-15s %s\n%-15s   %s\n\n", "NAME[:VALUE]", "what is wrong then", "",
            "what fails by it");
     for (const Fault &fault : allFaults()) {
-        const QString values = *fault.values
-            ? QString(" (%1%2)").arg(fault.example,
-                                     *fault.standard ? QString("; alone: %1").arg(fault.standard)
-                                                     : QString())
-            : QString();
-        printf("%-15s %s%s\n%-15s   %s\n", fault.name, fault.meaning, qPrintable(values), "",
-               fault.fails);
+        const QString alone = fault.standard.isEmpty() ? "" : "; alone: " + fault.standard;
+        const QString values = fault.values.isEmpty() ? "" : " (" + fault.example + alone + ")";
+        printf("%-15s %s%s\n%-15s   %s\n", qPrintable(fault.name), qPrintable(fault.meaning),
+               qPrintable(values), "", qPrintable(fault.fails));
     }
 }
 
