@@ -45,7 +45,7 @@ void checkMachine(const PanelOptions &options)
 
 QStringList environment()
 {
-    QStringList args{"--clearenv"};
+    const auto ours = [](const char *name) { return qEnvironmentVariable(name); };
     const QPair<QString, QString> variables[] = {
         {"PATH", "/usr/local/bin:/usr/local/ict:/usr/sbin:/usr/bin:/sbin:/bin"},
         {"HOME", "/root"},
@@ -59,36 +59,34 @@ QStringList environment()
         {"FAKETIME_NO_CACHE", "1"},
         {"DONT_FAKE_MONOTONIC", "1"},
         {"NO_FAKE_STAT", "1"},
+        // A sanitizer's runtime insists on being loaded first, which libfaketime is here.
+        {"ASAN_OPTIONS", "verify_asan_link_order=0:" + ours("ASAN_OPTIONS")},
+        // What the toolkit's VNC platform leaves behind is not the agent's.
+        {"LSAN_OPTIONS",
+         "suppressions=/run/bench/leaks:print_suppressions=0:" + ours("LSAN_OPTIONS")},
+        // A race ends the agent, and with it the test. What the toolkit, which is not built with
+        // the sanitizer, allocates in one thread and frees in another after a wait is no race.
+        {"TSAN_OPTIONS",
+         "report_bugs=1:halt_on_error=1:ignore_noninstrumented_modules=1:" + ours("TSAN_OPTIONS")},
+        {"UBSAN_OPTIONS", ours("UBSAN_OPTIONS")},
     };
+    QStringList args{"--clearenv"};
     for (const auto &variable : variables)
         args << "--setenv" << variable.first << variable.second;
-    // A sanitizer's runtime insists on being loaded first, which libfaketime is here.
-    args << "--setenv"
-         << "ASAN_OPTIONS"
-         << "verify_asan_link_order=0:" + qEnvironmentVariable("ASAN_OPTIONS");
-    // What the toolkit's VNC platform leaves behind is not the agent's.
-    args << "--setenv"
-         << "LSAN_OPTIONS"
-         << "suppressions=/run/bench/leaks:print_suppressions=0:"
-            + qEnvironmentVariable("LSAN_OPTIONS");
-    // A race ends the agent, and with it the test. What the toolkit, which is not built with the
-    // sanitizer, allocates in one thread and frees in another after a wait is no race.
-    args << "--setenv"
-         << "TSAN_OPTIONS"
-         << "report_bugs=1:halt_on_error=1:ignore_noninstrumented_modules=1:"
-            + qEnvironmentVariable("TSAN_OPTIONS");
-    if (qEnvironmentVariableIsSet("UBSAN_OPTIONS"))
-        args << "--setenv"
-             << "UBSAN_OPTIONS" << qEnvironmentVariable("UBSAN_OPTIONS");
     return args;
+}
+
+// Words with blanks between them.
+QStringList words(const char *text)
+{
+    return QString(text).split(' ');
 }
 
 QStringList fileSystem(const PanelOptions &options, const QString &root)
 {
-    QStringList args{"--bind",     root,       "/",       "--ro-bind",
-                     "/usr",       "/usr",     "--bind",  root + "/usr/local",
-                     "/usr/local", "--proc",   "/proc",   "--dev-bind",
-                     "/dev/pts",   "/dev/pts", "--tmpfs", "/dev/shm"};
+    QStringList args{"--bind", root, "/"};
+    args << words("--ro-bind /usr /usr --bind") << root + "/usr/local"
+         << "/usr/local" << words("--proc /proc --dev-bind /dev/pts /dev/pts --tmpfs /dev/shm");
     for (const char *device :
          {"/dev/null", "/dev/zero", "/dev/full", "/dev/random", "/dev/urandom"})
         args << "--dev-bind" << device << device;
@@ -98,11 +96,7 @@ QStringList fileSystem(const PanelOptions &options, const QString &root)
     if (options.ictDisk == IctDisk::readOnly)
         args << "--ro-bind" << ict << "/usr/local/ict";
     if (options.ictDisk == IctDisk::full)
-        args << "--bind" << ict << "/run/bench/ict"
-             << "--size"
-             << "1048576"
-             << "--tmpfs"
-             << "/usr/local/ict";
+        args << "--bind" << ict << words("/run/bench/ict --size 1048576 --tmpfs /usr/local/ict");
     if (!options.agentRoot.isEmpty())
         args << "--ro-bind" << options.agentRoot << armRoot;
     return args << "--ro-bind" << options.agent
@@ -117,21 +111,9 @@ QStringList sandboxArguments(const PanelOptions &options, const QString &root,
     checkMachine(options);
     // Each namespace by name: "--unshare-all" would go on without a user namespace where it cannot
     // have one, and as root the panel's `date` would then set this machine's clock.
-    QStringList args{"--unshare-user",
-                     "--unshare-pid",
-                     "--unshare-net",
-                     "--unshare-ipc",
-                     "--unshare-uts",
-                     "--uid",
-                     "0",
-                     "--gid",
-                     "0",
-                     "--hostname",
-                     "panel",
-                     "--cap-drop",
-                     "ALL",
-                     "--die-with-parent",
-                     "--new-session"};
+    QStringList args = words("--unshare-user --unshare-pid --unshare-net --unshare-ipc --unshare-uts "
+                             "--uid 0 --gid 0 --hostname panel --cap-drop ALL --die-with-parent "
+                             "--new-session");
     args << environment() << fileSystem(options, root) << "--chdir"
          << "/";
     args << "/run/bench/init" << options.wrapper;
