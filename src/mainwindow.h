@@ -146,7 +146,6 @@ private:
 
     // ict/
     void makeScreen();
-    bool dispatchLongRequest(bool *handled);
     void leavePattern();
 
     // screen/

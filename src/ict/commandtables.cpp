@@ -1,4 +1,4 @@
-#include "dispatcher.h"
+#include "commandtables.h"
 
 #include "levelflow.h"
 #include "mainwindow.h"
@@ -102,6 +102,19 @@ struct CommandTables { // Any level but BI, before the level's own tables.
         {"9003", &W::testTouchPressure},
         {"A200", &W::testUsbStorage},
     };
+
+    // Looked at first. Identity requests have a sub-code; other ones are ignored. The forced change
+    // reads its line itself, after it has noted that one came.
+    static constexpr LongRequest longRequests[] = {
+        {"KLV-", readNothingMore, AnyLevel, &W::receiveForcedChange},
+        {":008D", readClockRequest, AllButBi, &W::setClock},
+        {":008E", readClockRequest, AllButBi, &W::compareClock},
+        {":000601", readMachineId, AllButBi, &W::storeMachineId},
+        {":000602", readSemiMachineId, AllButBi, &W::storeSemiMachineId},
+        {":000603", readSemiMachineId, AllButBi, &W::verifySemiMachineId},
+        {":0006", readNothingMore, AllButBi, nullptr},
+        {":9510", readNothingMore, AllButBi, &W::LCD_SHOW_SPECIFIC_COLOR},
+    };
 };
 
 template <int N> static constexpr CommandTable table(const Command (&commands)[N])
@@ -136,4 +149,14 @@ void dispatchCode(MainWindow &window, quint32 level, const char *code)
                 command.run(window);
         }
     }
+}
+
+const LongRequest *findLongRequest(quint32 level, const char *text)
+{
+    for (const LongRequest &request : CommandTables::longRequests) {
+        const bool fits = strncmp(text, request.start, strlen(request.start)) == 0;
+        if (fits && (request.levels == AnyLevel || level != LevelBI))
+            return &request;
+    }
+    return nullptr;
 }

@@ -1,5 +1,5 @@
 // Invariants of the tables that everything else is looked up in.
-#include "ict/dispatcher.h"
+#include "ict/commandtables.h"
 #include "ict/levelflow.h"
 #include "state/itemrecord.h"
 #include "state/levels.h"

@@ -1,15 +1,15 @@
-// Which command code runs which handler, at which level. The tables are data: a reader sees every
-// command of every level as a row, in the order of comparison.
+// Every request that the panel takes, at every level: a row each, in the order of comparison.
 #pragma once
 
+#include "longrequests.h"
 #include "state/teststate.h"
 
 #include <vector>
 
 class MainWindow;
 
-// A row: four-character code, handler, the handler's argument. No code stands in two tables that
-// are searched for the same frame.
+// A request of one short frame: four-character code, handler, the handler's argument. No code
+// stands in two tables that are searched for the same frame.
 struct Command {
     using Handler = void (MainWindow::*)();
     using HandlerWithArgument = void (MainWindow::*)(int);
@@ -57,3 +57,18 @@ std::vector<CommandTable> commandTables(quint32 level);
 
 // Runs the handlers of `code` that `level` allows.
 void dispatchCode(MainWindow &window, quint32 level, const char *code);
+
+// Where a long request is known.
+enum LinkLevels { AnyLevel, AllButBi };
+
+// A request known by how it starts. It carries data after the code, so its length must be known
+// before anything can be checked, and its handler checks it by its own rules.
+struct LongRequest {
+    const char *start;
+    RequestEnd (*readRest)(); // after the first eleven bytes
+    LinkLevels levels;
+    void (MainWindow::*run)(); // null: the request is ignored
+};
+
+// The row that the first bytes of `text` fit at `level`; null if it is none of these requests.
+const LongRequest *findLongRequest(quint32 level, const char *text);
