@@ -25,7 +25,7 @@ void printEffects(const QStringList &lines)
                 text += '\n' + QString(indent - 1, ' ');
             text += ' ' + next;
         }
-        printf("%s\n", qPrintable(text));
+        printf("%s\n", qPrintable(text.trimmed()));
     }
 }
 

@@ -32,10 +32,10 @@ void Journal::add(const Operation &operation)
     if (operation.kind == Operation::Program && operation.starter)
         return ran(operation);
     if (operation.kind == Operation::Exit && tried_.contains(operation.process)) {
-        Operation start = operation;
-        const QPair<int, QString> tried = tried_.take(operation.process);
-        start.thread = tried.first;
-        put(start, tried.second).over = true;
+        for (Effect &effect : effects_) {
+            if (effect.child == operation.process)
+                effect.text = tried_.take(operation.process);
+        }
     }
     if (operation.process != agent_)
         return;
@@ -50,6 +50,10 @@ void Journal::add(const Operation &operation)
         return written(operation);
     case Operation::Control:
         return controlled(operation);
+    case Operation::Start:
+        if (operation.ok() && !operation.args.join(',').contains("CLONE_THREAD"))
+            childOf(operation, int(operation.result));
+        return;
     case Operation::Reap:
         return reaped(int(operation.result));
     case Operation::Pause:
@@ -80,8 +84,7 @@ void Journal::add(const Operation &operation)
 
 Journal::Effect &Journal::put(const Operation &operation, const QString &text)
 {
-    if (operation.thread == agent_)
-        idleTurns_ = 0;
+    idleTurns_ = 0;
     Effect effect;
     effect.thread = operation.thread;
     effect.text = text;
@@ -223,17 +226,31 @@ void Journal::controlled(const Operation &operation)
         put(operation, text).over = true;
 }
 
+// A command has its place where the agent started it, however late it becomes a program.
+Journal::Effect &Journal::childOf(const Operation &operation, int child)
+{
+    for (Effect &effect : effects_) {
+        if (effect.child == child)
+            return effect;
+    }
+    Effect &effect = put(operation, {});
+    effect.child = child;
+    return effect;
+}
+
 void Journal::ran(const Operation &operation)
 {
     const QString command = commandText(operation.words);
     if (!operation.ok()) {
-        tried_[operation.process] = {operation.starter, "run " + command + ": " + operation.error};
+        tried_[operation.process] = command + ": " + operation.error;
         return;
     }
     tried_.remove(operation.process);
     Operation start = operation;
     start.thread = operation.starter;
-    put(start, command).child = operation.process;
+    Effect &effect = childOf(start, operation.branch);
+    effect.text = command;
+    effect.direct = operation.process == operation.branch;
 }
 
 // A program whose end the agent awaits before it does anything else was waited for.
@@ -242,8 +259,7 @@ void Journal::reaped(int child)
     for (Effect &effect : effects_) {
         if (effect.child != child || child <= 0)
             continue;
-        if (!effect.over && last(effect.thread) == &effect)
-            effect.child = -1;
+        effect.awaited = !effect.over && last(effect.thread) == &effect;
         effect.over = true;
     }
 }
@@ -251,14 +267,23 @@ void Journal::reaped(int child)
 // A pause that a signal cuts short is gone on with for the rest.
 void Journal::paused(const Operation &operation)
 {
-    const bool rest = interrupted_;
-    interrupted_ = !operation.error.isEmpty();
+    const bool rest = operation.at < interrupted_;
+    interrupted_ = operation.error.isEmpty() ? 0 : operation.at;
     if (rest || (operation.at == emptyReadPauseNs && !silent_.isEmpty()))
         return;
     put(operation,
         operation.at % 1000000 ? QString("pause %1 us").arg(operation.at / 1000)
                                : QString("pause %1 ms").arg(operation.at / 1000000))
         .over = true;
+}
+
+int Journal::idleTurns() const
+{
+    for (const Effect &effect : effects_) {
+        if (effect.child && effect.text.isEmpty())
+            return 0; // on its way to become a program
+    }
+    return idleTurns_;
 }
 
 void Journal::synced(const Operation &operation)
@@ -310,9 +335,11 @@ QString Journal::lineOf(const Effect &effect) const
                    : bytes.isEmpty() ? "nothing"
                                      : ", then nothing");
     }
-    if (effect.child)
-        return (effect.child < 0 ? effect.text.startsWith("shell ") ? "" : "run " : "start ")
-            + effect.text;
+    if (effect.child) {
+        const bool run = effect.awaited && (effect.direct || effect.text.contains(": E"));
+        const char *const verb = !run ? "start " : effect.text.startsWith("shell ") ? "" : "run ";
+        return verb + effect.text;
+    }
     if (effect.file.isEmpty())
         return effect.text;
     const QString record = recordText(effect);

@@ -21,10 +21,7 @@ public:
     QStringList take();
     // How often the GUI thread has waited in vain for an event since it last read a byte from the
     // PC link, or did anything to the panel.
-    int idleTurns() const
-    {
-        return idleTurns_;
-    }
+    int idleTurns() const;
     bool heard() const // a byte came over the PC link since take()
     {
         return heard_;
@@ -44,6 +41,7 @@ private:
         QString text; // of what is no file; else the file's opening
         QByteArray file; // path of a file's steps
         int fd = -1, child = 0; // of a file's or port's steps; of a program
+        bool direct = false, awaited = false; // the child became the program; was waited for
         QVector<Step> steps;
         bool over = false; // nothing joins it any more
         bool silence = false; // of a port: a look that found nothing ends it
@@ -59,6 +57,7 @@ private:
     void received(const Operation &operation);
     void written(const Operation &operation);
     void controlled(const Operation &operation);
+    Effect &childOf(const Operation &operation, int child);
     void ran(const Operation &operation);
     void reaped(int child);
     void paused(const Operation &operation);
@@ -73,8 +72,9 @@ private:
     QHash<int, QByteArray> open_; // the panel's files and ports, by descriptor
     QVector<int> openedNow_;
     QSet<int> silent_; // ports whose last look found nothing
-    QHash<int, QPair<int, QString>> tried_; // by process: its starter, the program that is missing
-    bool interrupted_ = false, heard_ = false;
+    QHash<int, QString> tried_; // by process: the program that it could not become
+    qint64 interrupted_ = 0; // the pause that a signal cut short
+    bool heard_ = false;
     int idleTurns_ = 0;
 };
 

@@ -13,10 +13,12 @@
 namespace {
 
 constexpr char trace[] = "/run/bench/trace", ioctls[] = "/run/bench/ioctls.so";
-constexpr int deadlineMs = 120000, idleTurns = 2;
+constexpr int deadlineMs = 120000, idleTurns = 2, deafTurns = 20;
 
 PanelOptions tracedOptions()
 {
+    if (qEnvironmentVariableIsSet("BENCH_AGENT_ROOT"))
+        throw BenchError("only an agent of this machine can be traced, not the ARM one");
     if (QStandardPaths::findExecutable("strace").isEmpty())
         throw BenchError("strace is not installed: apt-get install strace");
     PanelOptions options;
@@ -33,40 +35,83 @@ QString plain(const QString &line)
     return QString(line.trimmed()).replace(verb, "\\1 ");
 }
 
-void addLine(EffectSection *section, const QString &line)
-{
-    QStringList &effects = section->effects;
-    if (line.startsWith("- "))
-        section->conditions << plain(line.mid(2));
-    else if (line[0].isSpace() && !effects.isEmpty())
-        effects.last() += ' ' + line.trimmed();
-    else
-        effects << plain(line);
-}
+// One text being read, with the definitions of the folder's common.def.
+class TextReader {
+public:
+    QVector<EffectSection> read(const QString &file)
+    {
+        const QString common = QFileInfo(file).path() + "/common.def";
+        if (QFile::exists(common))
+            readFile(common);
+        readFile(file);
+        return sections_;
+    }
+
+private:
+    void readFile(const QString &name)
+    {
+        QFile file(name);
+        if (!file.open(QIODevice::ReadOnly))
+            throw BenchError(QString("Cannot read %1: %2").arg(name, file.errorString()));
+        int number = 0;
+        for (const QString &line : QString::fromUtf8(file.readAll()).split('\n')) {
+            place_ = QString("%1:%2: ").arg(name).arg(++number);
+            if (line.trimmed().isEmpty())
+                defining_.clear();
+            else if (line.startsWith("@ "))
+                defining_ = line.mid(2).trimmed();
+            else if (!defining_.isEmpty())
+                definitions_[defining_] << line;
+            else if (line.startsWith("= "))
+                sections_.append({line.mid(2).trimmed(), {}, {}, number});
+            else if (!line.startsWith('#'))
+                add(line);
+        }
+    }
+    void add(const QString &line)
+    {
+        if (line.startsWith('@'))
+            return use(line.mid(1).split(' ', Qt::SkipEmptyParts));
+        if (sections_.isEmpty())
+            throw BenchError(place_ + "a line before the first \"= REQUEST\"");
+        QStringList &effects = sections_.last().effects;
+        if (line.startsWith("- "))
+            sections_.last().conditions << plain(line.mid(2));
+        else if (line[0].isSpace() && !effects.isEmpty())
+            effects.last() += ' ' + line.trimmed();
+        else
+            effects << plain(line);
+    }
+    // "@NAME A B": $1 is A, $2 is B. "@NAME 1..20": once for each number, $01 being it in two
+    // digits.
+    void use(QStringList words)
+    {
+        const QString name = words.takeFirst();
+        if (!definitions_.contains(name))
+            throw BenchError(place_ + "nobody has defined @" + name);
+        const QStringList range = words.value(0).split("..");
+        const bool counts = range.size() == 2;
+        for (int n = counts ? range[0].toInt() : 0; n <= (counts ? range[1].toInt() : 0); ++n) {
+            for (QString line : definitions_[name]) {
+                line.replace("$01", QString("%1").arg(n, 2, 10, QLatin1Char('0')));
+                for (int i = 0; i < words.size(); ++i)
+                    line.replace('$' + QString::number(i + 1),
+                                 counts && i == 0 ? QString::number(n) : words[i]);
+                add(line);
+            }
+        }
+    }
+
+    QVector<EffectSection> sections_;
+    QHash<QString, QStringList> definitions_;
+    QString defining_, place_;
+};
 
 } // namespace
 
 QVector<EffectSection> readEffects(const QString &file)
 {
-    QFile source(file);
-    if (!source.open(QIODevice::ReadOnly))
-        throw BenchError(QString("Cannot read %1: %2").arg(file, source.errorString()));
-    QVector<EffectSection> sections;
-    int number = 0;
-    for (const QString &line : QString::fromUtf8(source.readAll()).split('\n')) {
-        ++number;
-        if (line.trimmed().isEmpty() || line.startsWith('#'))
-            continue;
-        if (line.startsWith("= ")) {
-            sections.append({line.mid(2).trimmed(), {}, {}, number});
-            continue;
-        }
-        if (sections.isEmpty())
-            throw BenchError(
-                QString("%1:%2: a line before the first \"= REQUEST\"").arg(file).arg(number));
-        addLine(&sections.last(), line);
-    }
-    return sections;
+    return TextReader().read(file);
 }
 
 QString effectDifference(const QStringList &expected, const QStringList &seen)
@@ -117,6 +162,23 @@ QStringList EffectSession::run(const EffectSection &section)
     }
     if (!journal_ && section.title != "boot")
         boot({});
+    const bool request = section.title != "boot" && !section.title.startsWith("do ");
+    QStringList lines;
+    // A request whose bytes a busy machine tore apart is not heard: a station repeats it.
+    for (int tries = 0; tries < 3 && lines.isEmpty(); ++tries) {
+        perform(section);
+        settle(until, request);
+        lines = masked(section, journal_->take());
+        if (!request || section.effects.isEmpty())
+            break;
+    }
+    for (const QString &action : std::exchange(undo_, {}))
+        act(action);
+    return lines;
+}
+
+void EffectSession::perform(const EffectSection &section)
+{
     if (section.title == "boot")
         boot(section);
     else if (journal_->take(), section.title.startsWith("do "))
@@ -127,18 +189,13 @@ QStringList EffectSession::run(const EffectSection &section)
         if (condition.startsWith("during "))
             act(condition.mid(7));
     }
-    settle(until, section.title != "boot" && !section.title.startsWith("do "));
-    const QStringList lines = masked(section, journal_->take());
-    for (const QString &action : std::exchange(undo_, {}))
-        act(action);
-    return lines;
 }
 
 // What "- " lines ask for before the section begins.
 void EffectSession::prepare(const QString &condition)
 {
     const QString verb = condition.section(' ', 0, 0), rest = condition.section(' ', 1);
-    if (verb == "during" || verb == "mask" || verb == "agent" || verb == "awaits")
+    if (QStringList{"during", "mask", "without", "agent", "awaits"}.contains(verb))
         return;
     if (verb == "first") {
         if (!journal_)
@@ -252,8 +309,9 @@ void EffectSession::settle(const QString &until, bool request)
             readTrace();
             if (!until.isEmpty())
                 return journal_->tells(until) || !panel_->isOn();
-            return (journal_->idleTurns() >= idleTurns && (!request || journal_->heard()))
-                || !panel_->isOn();
+            // What nobody listens for is not heard.
+            const int turns = request && !journal_->heard() ? deafTurns : idleTurns;
+            return journal_->idleTurns() >= turns || !panel_->isOn();
         },
         deadlineMs);
     if (!over)
@@ -265,10 +323,15 @@ void EffectSession::settle(const QString &until, bool request)
 QStringList EffectSession::masked(const EffectSection &section, QStringList lines) const
 {
     for (const QString &condition : section.conditions) {
-        if (!condition.startsWith("mask "))
-            continue;
-        const QString words = condition.mid(5);
-        lines.replaceInStrings(QRegularExpression(words.section(' ', 0, 0)), words.section(' ', 1));
+        const QString words = condition.section(' ', 1);
+        if (condition.startsWith("mask "))
+            lines.replaceInStrings(QRegularExpression(words.section(' ', 0, 0)),
+                                   words.section(' ', 1));
+        if (condition.startsWith("without ")) {
+            const QStringList left = lines.filter(QRegularExpression(words));
+            for (const QString &line : left)
+                lines.removeAll(line);
+        }
     }
     return lines;
 }

@@ -8,54 +8,34 @@ namespace {
 
 const QHash<QByteArray, Operation::Kind> &kinds()
 {
-    static const QHash<QByteArray, Operation::Kind> all{
-        {"open", Operation::Open},
-        {"openat", Operation::Open},
-        {"creat", Operation::Open},
-        {"close", Operation::Close},
-        {"read", Operation::Read},
-        {"pread64", Operation::Read},
-        {"write", Operation::Write},
-        {"pwrite64", Operation::Write},
-        {"ftruncate", Operation::Truncate},
-        {"truncate", Operation::Truncate},
-        {"rename", Operation::Rename},
-        {"renameat", Operation::Rename},
-        {"renameat2", Operation::Rename},
-        {"unlink", Operation::Remove},
-        {"unlinkat", Operation::Remove},
-        {"rmdir", Operation::Remove},
-        {"mkdir", Operation::MakeFolder},
-        {"mkdirat", Operation::MakeFolder},
-        {"link", Operation::Link},
-        {"linkat", Operation::Link},
-        {"symlink", Operation::Link},
-        {"symlinkat", Operation::Link},
-        {"sync", Operation::SyncAll},
-        {"syncfs", Operation::SyncAll},
-        {"fsync", Operation::SyncFile},
-        {"fdatasync", Operation::SyncFile},
-        {"ioctl", Operation::Control},
-        {"fcntl", Operation::Control},
-        {"clone", Operation::Start},
-        {"clone3", Operation::Start},
-        {"fork", Operation::Start},
-        {"vfork", Operation::Start},
-        {"execve", Operation::Program},
-        {"wait4", Operation::Reap},
-        {"waitid", Operation::Reap},
-        {"nanosleep", Operation::Pause},
-        {"clock_nanosleep", Operation::Pause},
-        {"poll", Operation::Poll},
-        {"exit_group", Operation::Exit},
-        {"lseek", Operation::Other},
-        {"dup", Operation::Other},
-        {"dup2", Operation::Other},
-        {"dup3", Operation::Other},
-        {"copy_file_range", Operation::Other},
-        {"sendfile", Operation::Other},
-        {"writev", Operation::Other},
-    };
+    static const auto all = [] {
+        const QPair<Operation::Kind, const char *> names[] = {
+            {Operation::Open, "open openat creat"},
+            {Operation::Close, "close"},
+            {Operation::Read, "read pread64"},
+            {Operation::Write, "write pwrite64 writev"},
+            {Operation::Truncate, "ftruncate truncate"},
+            {Operation::Rename, "rename renameat renameat2"},
+            {Operation::Remove, "unlink unlinkat rmdir"},
+            {Operation::MakeFolder, "mkdir mkdirat"},
+            {Operation::Link, "link linkat symlink symlinkat"},
+            {Operation::SyncAll, "sync syncfs"},
+            {Operation::SyncFile, "fsync fdatasync"},
+            {Operation::Control, "ioctl fcntl"},
+            {Operation::Start, "clone clone3 fork vfork"},
+            {Operation::Program, "execve"},
+            {Operation::Reap, "wait4 waitid"},
+            {Operation::Pause, "nanosleep clock_nanosleep"},
+            {Operation::Poll, "poll"},
+            {Operation::Exit, "exit_group"},
+            {Operation::Other, "lseek dup dup2 dup3"}};
+        QHash<QByteArray, Operation::Kind> kinds;
+        for (const auto &row : names) {
+            for (const QByteArray &name : QByteArray(row.second).split(' '))
+                kinds[name] = row.first;
+        }
+        return kinds;
+    }();
     return all;
 }
 
@@ -103,11 +83,15 @@ QList<QByteArray> split(const QByteArray &list)
     return elements;
 }
 
-// The text between quotes; the path between the angle brackets of "6</dev/ttyO1>".
+// The texts between quotes, none of which holds one; the path between the angle brackets of
+// "6</dev/ttyO1>".
 QByteArray quoted(const QByteArray &arg)
 {
-    const int from = arg.indexOf('"'), to = arg.lastIndexOf('"');
-    return to > from ? decoded(arg.mid(from + 1, to - from - 1)) : QByteArray();
+    QByteArray text;
+    const QByteArrayList parts = arg.split('"');
+    for (int i = 1; i < parts.size(); i += 2)
+        text += decoded(parts[i]);
+    return text;
 }
 
 QByteArray annotated(const QByteArray &arg)
@@ -135,26 +119,13 @@ QStringList traceCommand(const QString &file)
     for (const QByteArray &name : kinds().keys())
         calls << name;
     calls.sort();
-    return {"strace",
-            "-D",
-            "-f",
-            "-qq",
-            "--seccomp-bpf",
-            "-y",
-            "-xx",
-            "-s",
-            "65536",
-            "-a1",
-            "-e",
-            "trace=" + calls.join(','),
-            "-e",
-            "abbrev=execve",
-            "-e",
-            "signal=none",
-            "-e",
-            "inject=sync,fsync,fdatasync,syncfs:retval=0",
-            "-o",
-            file};
+    // Copies inside the kernel would hide their bytes: refused, they are read and written instead.
+    return QString(
+               "strace -D -f -qq --seccomp-bpf -y -xx -s 65536 -a1 -e trace=%1 -e abbrev=execve "
+               "-e signal=none -e inject=sync,fsync,fdatasync,syncfs:retval=0 "
+               "-e inject=copy_file_range,sendfile:error=EINVAL -o %2")
+        .arg(calls.join(','), file)
+        .split(' ');
 }
 
 QVector<Operation> TraceReader::read(const QByteArray &text)
@@ -230,6 +201,7 @@ void TraceReader::adopt(int thread, int parent, bool asThread)
     auto process = std::make_shared<Process>(*maker); // with its files and their positions
     process->number = thread;
     process->starter = maker->root ? parent : maker->ran ? 0 : maker->starter;
+    process->branch = maker->root ? thread : maker->branch;
     process->root = process->ran = false;
     threads_[thread] = process;
 }
@@ -255,6 +227,7 @@ void TraceReader::resolve(Operation *operation)
         if (process.ran || process.root)
             break;
         operation->starter = process.starter;
+        operation->branch = process.branch;
         if (!operation->ok())
             break;
         process.ran = true;
@@ -338,11 +311,11 @@ void TraceReader::resolveDescriptor(Operation *operation)
             operation->ok() || operation->kind == Operation::Write ? quoted(second) : QByteArray();
         if (operation->fd == -2)
             structure_ = operation->bytes;
-        if (operation->args.size() > 3)
+        if (operation->name.startsWith('p'))
             operation->at = strtoll(operation->args[3].constData(), nullptr, 0);
         else if (file && (!file->append || operation->kind == Operation::Read))
             operation->at = file->position;
-        if (file && operation->ok() && operation->args.size() <= 3)
+        if (file && operation->ok() && !operation->name.startsWith('p'))
             file->position += operation->result;
         break;
     case Operation::Truncate:

@@ -34,7 +34,8 @@ struct Operation {
     Kind kind = Other;
     int thread = 0, process = 0; // as the panel numbers them; equal in a process's first thread
     // Program: the thread of the tracing's first program that started it, 0 if another did.
-    int starter = 0;
+    // `branch`: that thread's child, which it is itself or which started it and stayed no program.
+    int starter = 0, branch = 0;
     QByteArray name; // of the call
     QList<QByteArray> args; // as strace prints them, texts decoded
     qint64 result = 0; // -1: failed
@@ -74,7 +75,7 @@ private:
     };
     using Files = QHash<int, Descriptor>;
     struct Process {
-        int number = 0, starter = 0;
+        int number = 0, starter = 0, branch = 0;
         bool root = false, ran = false; // the first of all; whether it has become a program
         Files files;
     };
