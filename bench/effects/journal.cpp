@@ -71,9 +71,9 @@ void Journal::add(const Operation &operation)
             put(operation, changedName(operation)).over = true;
         return;
     case Operation::Poll:
-        if (operation.thread != agent_ || operation.args.value(2) == "0")
+        if (operation.thread != agent_)
             return;
-        idleTurns_ += operation.result == 0;
+        idleTurns_ += operation.result == 0 && operation.args.value(2) != "0";
         for (Effect &effect : effects_)
             effect.over = true;
         return;
@@ -397,5 +397,6 @@ QStringList Journal::take()
     effects_.clear();
     openedNow_.clear();
     heard_ = false;
+    idleTurns_ = 0;
     return lines;
 }
