@@ -71,6 +71,10 @@ int main(int argc, char **argv)
         useArmAgent();
     if (args.isEmpty() || args[0] == "--help" || args[0] == "-h" || args[0] == "help")
         return usage(args.isEmpty() ? stderr : stdout, args.isEmpty() ? 2 : 0);
+    if (args[0] == "--version") {
+        puts("bench " BENCH_VERSION);
+        return 0;
+    }
     for (const Command &command : commands) {
         if (args[0] != command.name)
             continue;

@@ -1,6 +1,7 @@
 #include "commands/commands.h"
 #include "commands/interrupt.h"
 #include "panel/filewrite.h"
+#include "panel/folders.h"
 #include "panel/virtualpanel.h"
 
 #include <QCommandLineParser>
@@ -145,7 +146,7 @@ bool measureBesideEmptyWindow(int starts)
 {
     PanelOptions options;
     VirtualPanel agent(options);
-    options.agent = BENCH_WINDOW;
+    options.agent = programFolder() + "/bench-window";
     VirtualPanel window(options);
     start(agent); // a first boot makes its files; the starts that follow are like any other
     const double agentSize = residentMiB(agent.agentPid());

@@ -1,6 +1,7 @@
 #include "effects/session.h"
 #include "fixture/finger.h"
 #include "fixture/fixture.h"
+#include "panel/folders.h"
 #include "panel/virtualpanel.h"
 #include "station/codec.h"
 #include "station/plan.h"
@@ -271,7 +272,7 @@ void EffectSession::boot(const EffectSection &section)
     panel_->powerOff();
     QFile::remove(panel_->hostPath(trace));
     QFile::remove(panel_->hostPath(ioctls));
-    QFile::copy(BENCH_IOCTLS, panel_->hostPath(ioctls));
+    QFile::copy(programFolder() + "/bench-ioctls.so", panel_->hostPath(ioctls));
     read_ = 0;
     reader_ = std::make_unique<TraceReader>();
     journal_ = std::make_unique<Journal>();

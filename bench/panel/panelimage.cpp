@@ -1,6 +1,7 @@
 #include "panel/panelimage.h"
 #include "panel/bencherror.h"
 #include "panel/filewrite.h"
+#include "panel/folders.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -73,7 +74,7 @@ void fillSram(const QString &root)
 
 QString sharedFile(const QString &path)
 {
-    return QString(BENCH_SOURCE_DIR "/") + path;
+    return dataFolder() + '/' + path;
 }
 
 QString toolPath(const QString &tool)

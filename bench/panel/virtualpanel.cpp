@@ -1,5 +1,6 @@
 #include "panel/virtualpanel.h"
 #include "panel/filewrite.h"
+#include "panel/folders.h"
 #include "panel/panelimage.h"
 #include "panel/sandbox.h"
 #include "panel/vncgate.h"
@@ -35,8 +36,8 @@ QList<qint64> childrenOf(qint64 pid)
 
 void useArmAgent()
 {
-    qputenv("BENCH_AGENT", BENCH_SOURCE_DIR "/build/arm/ict-agent");
-    qputenv("BENCH_AGENT_ROOT", BENCH_SOURCE_DIR "/build/arm-root");
+    qputenv("BENCH_AGENT", QFile::encodeName(dataFolder() + "/build/arm/ict-agent"));
+    qputenv("BENCH_AGENT_ROOT", QFile::encodeName(dataFolder() + "/build/arm-root"));
 }
 
 VirtualPanel::VirtualPanel(const PanelOptions &options, QObject *parent)
@@ -45,7 +46,7 @@ VirtualPanel::VirtualPanel(const PanelOptions &options, QObject *parent)
     , folder_(options.folder)
 {
     if (options_.agent.isEmpty()) {
-        options_.agent = qEnvironmentVariable("BENCH_AGENT", BENCH_AGENT);
+        options_.agent = qEnvironmentVariable("BENCH_AGENT", programFolder() + "/ict-agent");
         options_.agentRoot = qEnvironmentVariable("BENCH_AGENT_ROOT");
     }
     if (folder_.isEmpty()) {

@@ -1,5 +1,6 @@
 #include "station/plan.h"
 
+#include "panel/folders.h"
 #include "station/codec.h"
 #include "station/protocol.h"
 #include "station/stand.h"
@@ -19,7 +20,7 @@ static const QRegularExpression &placeholder()
 
 QString planFolder()
 {
-    return BENCH_SOURCE_DIR "/bench/plans";
+    return dataFolder() + "/bench/plans";
 }
 
 QStringList levelItems(int level)
