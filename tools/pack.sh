@@ -1,16 +1,30 @@
 #!/usr/bin/env bash
-# Builds the agent for a panel and packs it as .deb and .tar.gz, for this machine's architecture or
-# with the argument `arm` for 32-bit hard-float ARM; prints what it weighs and how it starts.
+# Builds and packs the agent for panels (.deb, .tar.gz) and the bench for people's machines (.deb);
+# prints what the agent weighs and how it starts.
+#   tools/pack.sh        for this machine's architecture, into build/release/packages
+#   tools/pack.sh arm    for 32-bit hard-float ARM, into build/arm/packages
+#   tools/pack.sh all    both
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . tools/common.sh
 
 case "${1-}" in
-'') preset=release root='' ;;
-arm) preset=arm root=build/arm-root ;;
-*) die "usage: tools/pack.sh [arm]" ;;
+'') preset=release bench=dev root='' ;;
+arm) preset=arm bench=bench-arm root=build/arm-root ;;
+all)
+    "$0"
+    exec tools/arm.sh
+    ;;
+*) die "usage: tools/pack.sh [arm | all]" ;;
 esac
-folder=build/$preset/packages
+folder=$PWD/build/$preset/packages
+
+# Packs what the build folder $1 has built.
+pack() {
+    (cd "build/$1" && cmake . >/dev/null && cpack -B "$folder" >pack.log) \
+        || die "packing failed: see build/$1/pack.log"
+    rm -rf "$folder/_CPack_Packages"
+}
 
 # The shared libraries that the ELF file $1 names.
 needed() { readelf -d "$1" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p'; }
@@ -43,18 +57,24 @@ libraries() {
 }
 
 install_packages packages.txt
+[ "$preset" = release ] || [ -d "$root" ] || die "there is no $root: run tools/arm.sh"
 build "$preset"
-say "Packing into $folder"
+build "$bench" --target bench
+say "Packing into ${folder#"$PWD"/}"
 rm -rf "$folder"
-(cd "build/$preset" && cpack -B packages >packages.log) || die "cpack failed: see build/$preset/packages.log"
-rm -rf "$folder/_CPack_Packages"
-stat -c '%n %s' "$folder"/* | awk '{ printf "  %s %d bytes\n", $1, $2 }'
+pack "$preset"
+pack "$bench"
 
-# As a panel gets it.
+# The same for boards without dpkg. Unpacked over a board it must not touch the board's settings,
+# which dpkg knows by their list.
 unpacked=build/$preset/unpacked
 rm -rf "$unpacked"
-mkdir "$unpacked"
-tar -xzf "$folder"/*.tar.gz -C "$unpacked"
+deb=$(echo "$folder"/ict-agent_*.deb)
+dpkg-deb -x "$deb" "$unpacked"
+mapfile -t renamed < <(dpkg-deb --ctrl-tarfile "$deb" | tar -xO ./conffiles \
+    | sed 's|^/\(.*\)|--transform=s,^\1$,\&.dist,|')
+(cd "$unpacked" && tar --owner=0 --group=0 "${renamed[@]}" -czf "${deb%.deb}.tar.gz" -- *)
+(cd "$folder" && stat -c '  %n %s bytes' -- *)
 stripped=$unpacked/usr/local/bin/ict-agent
 say "Weight"
 printf '  %-24s %10d bytes\n' "agent, stripped" "$(stat -c %s "$stripped")"
