@@ -64,7 +64,7 @@ make_panel() {
     rm -rf "$root"
     mkdir -p "$root"/{proc,sys,dev,tmp,run,root,media,mnt/ramdisk,sbin,usr/{bin,sbin},var} \
         "$root"/usr/local/{bin,ict,HMIAPP,conf}
-    dpkg-deb -x "$(ls build/arm/packages/*_armhf.deb)" "$root"
+    dpkg-deb -x "$(ls build/arm/packages/ict-agent_*_armhf.deb)" "$root"
     cp -a bench/board/guest/. "$root"
     for program in bin/fw_setenv bin/check_bk_rootfs.sh; do
         ln -s /board/toolbox "$root/usr/local/$program"
