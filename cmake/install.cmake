@@ -19,7 +19,8 @@ if(TARGET bench)
           RUNTIME DESTINATION lib/ict-bench COMPONENT bench
           LIBRARY DESTINATION lib/ict-bench COMPONENT bench)
   install(DIRECTORY bench image DESTINATION share/ict-bench USE_SOURCE_PERMISSIONS COMPONENT bench
-          PATTERN *.cpp EXCLUDE PATTERN *.h EXCLUDE PATTERN CMakeLists.txt EXCLUDE)
+          PATTERN *.cpp EXCLUDE PATTERN *.h EXCLUDE PATTERN CMakeLists.txt EXCLUDE
+          REGEX "/bench/(board|window)$" EXCLUDE)
   install(DIRECTORY docs DESTINATION share/doc/ict-bench COMPONENT bench)
   install(FILES README.md CHANGELOG.md DESTINATION share/doc/ict-bench COMPONENT bench)
 endif()
