@@ -224,15 +224,19 @@ void TraceReader::resolve(Operation *operation)
         operation->path = quoted(operation->args.value(0));
         for (const QByteArray &word : split(operation->args.value(1).mid(1).chopped(1)))
             operation->words << quoted(word);
-        if (process.ran || process.root)
-            break;
-        operation->starter = process.starter;
-        operation->branch = process.branch;
+        if (!process.ran && !process.root) {
+            operation->starter = process.starter;
+            operation->branch = process.branch;
+        }
         if (!operation->ok())
             break;
         process.ran = true;
         for (auto i = process.files.begin(); i != process.files.end();)
             i = i->closeOnExec ? process.files.erase(i) : std::next(i);
+        break;
+    case Operation::Exit: // its number may be given again
+        if (!process.root)
+            threads_.remove(operation->thread);
         break;
     case Operation::Reap:
         if (operation->name == "waitid" && operation->ok())
@@ -303,7 +307,6 @@ void TraceReader::resolveDescriptor(Operation *operation)
     if (operation->name == "truncate")
         operation->path = quoted(first);
     const QByteArray second = operation->args.value(1);
-    const qint64 length = strtoll(operation->args.value(1).constData(), nullptr, 0);
     switch (operation->kind) {
     case Operation::Read:
     case Operation::Write:
@@ -312,14 +315,14 @@ void TraceReader::resolveDescriptor(Operation *operation)
         if (operation->fd == -2)
             structure_ = operation->bytes;
         if (operation->name.startsWith('p'))
-            operation->at = strtoll(operation->args[3].constData(), nullptr, 0);
+            operation->at = strtoll(operation->args.value(3).constData(), nullptr, 0);
         else if (file && (!file->append || operation->kind == Operation::Read))
             operation->at = file->position;
         if (file && operation->ok() && !operation->name.startsWith('p'))
             file->position += operation->result;
         break;
     case Operation::Truncate:
-        operation->at = length;
+        operation->at = strtoll(second.constData(), nullptr, 0);
         break;
     case Operation::Close:
         if (operation->ok())
