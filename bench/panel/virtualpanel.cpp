@@ -8,8 +8,6 @@
 #include <QDir>
 #include <QFileInfo>
 
-#include <csignal>
-
 namespace {
 
 // Creates an object of the I/O thread there. Exceptions of the constructor reach the caller, for
@@ -19,17 +17,6 @@ template <typename T> T *inThread(QThread &thread, T *object)
     object->moveToThread(&thread);
     QObject::connect(&thread, &QThread::finished, object, &QObject::deleteLater);
     return object;
-}
-
-QList<qint64> childrenOf(qint64 pid)
-{
-    QList<qint64> children;
-    for (const QByteArray &child :
-         readWhole(QString("/proc/%1/task/%1/children").arg(pid)).simplified().split(' ')) {
-        if (!child.isEmpty())
-            children.append(child.toLongLong());
-    }
-    return children;
 }
 
 } // namespace
@@ -93,8 +80,11 @@ VirtualPanel::VirtualPanel(const PanelOptions &options, QObject *parent)
         throw;
     }
     screen_ = std::make_unique<VncScreen>(socket);
-    connect(&sandbox_, QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished), this,
-            [this](int code) { ended(code); });
+    sandbox_ = std::make_unique<Sandbox>(options_, folder_);
+    connect(sandbox_.get(), &Sandbox::ended, this, [this] {
+        screen_->disconnect();
+        emit powered(false);
+    });
 }
 
 VirtualPanel::~VirtualPanel()
@@ -117,7 +107,6 @@ void VirtualPanel::powerOn(const QStringList &agentArgs)
 {
     if (isOn())
         return;
-    const QStringList args = sandboxArguments(options_, root_, agentArgs);
     clearVolatile(root_);
     setAttribute(attribute::backlight, "100");
     clock_->powerOn();
@@ -129,55 +118,13 @@ void VirtualPanel::powerOn(const QStringList &agentArgs)
         port(uart)->setPlugged(true);
         linkPort(uart, "/dev/", "pts/");
     }
-    outputStart_ = QFileInfo(folder_ + "/agent.log").size();
-    errorStart_ = QFileInfo(folder_ + "/agent.err").size();
-    exitStatus_ = -1;
-    // Files, not pipes: nobody has to read while the caller blocks. And not our standard input,
-    // which the agent makes non-blocking.
-    sandbox_.setStandardInputFile(QProcess::nullDevice());
-    sandbox_.setStandardOutputFile(folder_ + "/agent.log", QIODevice::Append);
-    sandbox_.setStandardErrorFile(folder_ + "/agent.err", QIODevice::Append);
-    sandbox_.start("bwrap", args);
-    awaitBoot();
+    sandbox_->start(agentArgs);
     emit powered(true);
-}
-
-void VirtualPanel::awaitBoot()
-{
-    const QString mark = hostPath("/run/bench/booted");
-    QElapsedTimer clock;
-    clock.start();
-    bool over = false;
-    while (!QFile::exists(mark)) {
-        if (over) {
-            const QByteArray said = errorOutput().trimmed();
-            powerOff();
-            throw BenchError(sandboxRemedy(said) + " (" + said + ')');
-        }
-        over = sandbox_.waitForFinished(2) || sandbox_.state() == QProcess::NotRunning
-            || clock.elapsed() > 20000;
-    }
 }
 
 void VirtualPanel::powerOff()
 {
-    if (sandbox_.state() == QProcess::NotRunning)
-        return;
-    // The first process of the panel's own numbering: when it is gone, so are all others, and only
-    // then does bubblewrap itself end. Killing bubblewrap would not wait for them.
-    const QList<qint64> children = childrenOf(sandbox_.processId());
-    for (qint64 pid : children)
-        ::kill(pid_t(pid), SIGKILL);
-    if (children.isEmpty() || !sandbox_.waitForFinished(5000))
-        sandbox_.kill();
-    sandbox_.waitForFinished(5000);
-}
-
-void VirtualPanel::ended(int code)
-{
-    exitStatus_ = code;
-    screen_->disconnect();
-    emit powered(false);
+    sandbox_->stop();
 }
 
 void VirtualPanel::powerCycle(const QStringList &agentArgs)
@@ -188,31 +135,27 @@ void VirtualPanel::powerCycle(const QStringList &agentArgs)
 
 bool VirtualPanel::isOn()
 {
-    if (sandbox_.state() != QProcess::NotRunning)
-        sandbox_.waitForFinished(0); // notices an end without the event loop
-    return sandbox_.state() != QProcess::NotRunning;
+    return sandbox_->isRunning();
 }
 
 int VirtualPanel::waitForExit(int ms)
 {
-    if (isOn())
-        sandbox_.waitForFinished(ms);
-    return exitStatus_;
+    return sandbox_->waitForEnd(ms);
 }
 
 qint64 VirtualPanel::agentPid() const
 {
-    if (sandbox_.state() == QProcess::NotRunning)
-        return 0;
-    // bubblewrap, the sandbox's first process, and as its oldest child the agent.
-    const QList<qint64> first = childrenOf(sandbox_.processId());
-    const QList<qint64> own = first.isEmpty() ? first : childrenOf(first.first());
-    return own.isEmpty() ? 0 : own.first();
+    return sandbox_->agentPid();
 }
 
-QByteArray VirtualPanel::sinceBoot(const char *file, qint64 start) const
+QByteArray VirtualPanel::output() const
 {
-    return readWhole(folder_ + file).mid(int(start));
+    return sandbox_->printed("agent.log");
+}
+
+QByteArray VirtualPanel::errorOutput() const
+{
+    return sandbox_->printed("agent.err");
 }
 
 void VirtualPanel::setPlugged(Port id, bool plugged)
@@ -262,9 +205,10 @@ void VirtualPanel::setPresent(const QString &panelPath, bool present)
 
 QString VirtualPanel::hostPath(const QString &panelPath) const
 {
-    if (options_.ictDisk == IctDisk::full && agentPid() && panelPath.startsWith("/usr/local/ict"))
-        return QString("/proc/%1/root").arg(agentPid()) + panelPath;
-    return root_ + panelPath;
+    // With a full disk the files lie in the panel's own memory.
+    const bool inside = options_.ictDisk == IctDisk::full && sandbox_ && agentPid()
+        && panelPath.startsWith("/usr/local/ict");
+    return (inside ? QString("/proc/%1/root").arg(agentPid()) : root_) + panelPath;
 }
 
 QByteArray VirtualPanel::readFile(const QString &panelPath) const

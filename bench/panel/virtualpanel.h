@@ -10,7 +10,6 @@
 
 #include <QLockFile>
 #include <QObject>
-#include <QProcess>
 #include <QStringList>
 #include <QTemporaryDir>
 #include <QThread>
@@ -19,6 +18,7 @@
 #include <array>
 #include <memory>
 
+class Sandbox;
 class VncGate;
 
 // How the panel's /usr/local/ict is mounted. `full` is a file system with the panel's files and no
@@ -99,14 +99,8 @@ public:
     // The agent's process as this machine numbers it; 0 when off.
     qint64 agentPid() const;
     // What the agent printed on standard output, and error, since the last power-on.
-    QByteArray output() const
-    {
-        return sinceBoot("/agent.log", outputStart_);
-    }
-    QByteArray errorOutput() const
-    {
-        return sinceBoot("/agent.err", errorStart_);
-    }
+    QByteArray output() const;
+    QByteArray errorOutput() const;
 
     // Ports. A USB port's device file exists while it is plugged and its driver loaded (modprobe).
     PtyPort *port(Port id) const
@@ -185,20 +179,15 @@ signals:
     void powered(bool on);
 
 private:
-    void ended(int code);
-    void awaitBoot();
     void followGadget(VirtualPanel &peer);
     void linkPort(Port id, const QString &folder, const QString &ptys);
-    QByteArray sinceBoot(const char *file, qint64 start) const;
     void sampleTouch(const QPoint &spot);
 
     PanelOptions options_;
     std::unique_ptr<QTemporaryDir> temporary_;
     QString folder_, root_;
     std::unique_ptr<QLockFile> lock_; // of the folder
-    QProcess sandbox_;
-    int exitStatus_ = -1;
-    qint64 outputStart_ = 0, errorStart_ = 0; // where this boot's part of the logs begins
+    std::unique_ptr<Sandbox> sandbox_; // its power
     QThread io_;
     std::array<PtyPort *, portCount> ports_;
     PanelClock *clock_ = nullptr;
