@@ -272,7 +272,9 @@ void EffectSession::boot(const EffectSection &section)
     panel_->powerOff();
     QFile::remove(panel_->hostPath(trace));
     QFile::remove(panel_->hostPath(ioctls));
-    QFile::copy(programFolder() + "/bench-ioctls.so", panel_->hostPath(ioctls));
+    const QString library = programFolder() + "/bench-ioctls.so";
+    if (!QFile::copy(library, panel_->hostPath(ioctls)))
+        throw BenchError("Cannot take " + library + ": build or install the whole bench");
     read_ = 0;
     reader_ = std::make_unique<TraceReader>();
     journal_ = std::make_unique<Journal>();
