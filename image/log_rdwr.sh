@@ -39,9 +39,7 @@ save() {
     fi
 }
 
-# An archive that an earlier call left must not pass for this one's.
 fetch() {
-    rm -f "$FETCHED"
     if ! cp "$archive" "$FETCHED.new" || ! mv -f "$FETCHED.new" "$FETCHED"; then
         rm -f "$FETCHED.new"
         fail "no archive brought to $FETCHED: was one saved with -w?"
@@ -50,6 +48,10 @@ fetch() {
 
 case "$1" in
 -w) open_store && save ;;
--r) open_store && fetch ;;
+-r)
+    # Before anything can fail: an archive that an earlier call left must not pass for this one's.
+    rm -f "$FETCHED"
+    open_store && fetch
+    ;;
 *) fail "usage: log_rdwr.sh -w | -r" ;;
 esac

@@ -104,6 +104,12 @@ void HwtestImageTest::archiveIsBroughtOrMissed()
     QCOMPARE(board.run("-r"), 1);
     QVERIFY(!QFile::exists(board.path("fetched.tgz")));
     QCOMPARE(board.run("-w"), 0);
+    // A store that cannot be opened.
+    board.write("fetched.tgz", "of an earlier panel");
+    board.write("tools/mkdir", "#!/bin/sh\nexit 1\n");
+    QCOMPARE(board.run("-r"), 1);
+    QVERIFY(!QFile::exists(board.path("fetched.tgz")));
+    QFile::remove(board.path("tools/mkdir"));
     QCOMPARE(board.run("-r"), 0);
     QCOMPARE(board.archived("fetched.tgz"), QByteArray("log"));
     // A full store: the archive stays, and what was begun does not take up room.
