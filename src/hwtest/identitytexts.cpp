@@ -20,14 +20,14 @@ static int itemOutsideBi(int index)
     return ItemIndex{index, index, -1, index}.atLevel();
 }
 
-// Puts the application's version into the template's places. With no version known the template
-// goes out as it stands.
+// Puts the application's version into the template's places. A place that the version does not
+// reach keeps the template's letter; with no version known all do.
 static QByteArray versionText()
 {
     static const int places[] = {0, 2, 3, 4, 5}; // the A and the four B of "A.BBBB.120\n"
-    const char *version = HMIAppVersion + VersionPrefixLength;
-    if (HMIAppVersion[0]) {
-        for (int place : places)
+    const QByteArray version = QByteArray(HMIAppVersion).mid(VersionPrefixLength).trimmed();
+    for (int place : places) {
+        if (place < version.size())
             HMIFWVersion[place] = version[place];
     }
     return QByteArray(HMIFWVersion, VersionTextLength);

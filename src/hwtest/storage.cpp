@@ -4,6 +4,7 @@
 #include "outcome.h"
 #include "selfcheck.h"
 #include "state/itemrecord.h"
+#include "system/command.h"
 #include "system/files.h"
 
 #include <QProcess>
@@ -36,7 +37,6 @@ void MainWindow::testDdr()
 
 // --- Backup root file system --------------------------------------------------------------------
 
-constexpr int RootfsLineLength = 40;
 constexpr int RootfsUnknown = -1, RootfsOther = 3; // besides the script's own 0, 1 and 2
 
 // The verdict of the check that the boot started; waits for its end.
@@ -44,10 +44,7 @@ static int collectRootfsCheck()
 {
     if (!Process_Chk_BB)
         return RootfsOther;
-    if (Process_Chk_BB->state() != QProcess::NotRunning)
-        Process_Chk_BB->waitForFinished(-1);
-    const char verdict = Process_Chk_BB->readLine(RootfsLineLength).append('\0')[0];
-    Process_Chk_BB->close();
+    const char verdict = awaitOutput(*Process_Chk_BB).append('\0')[0];
     Process_Chk_BB->deleteLater();
     Process_Chk_BB = nullptr;
     return verdict >= '0' && verdict <= '2' ? verdict - '0' : RootfsOther;

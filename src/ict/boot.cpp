@@ -8,6 +8,7 @@
 #include "link/serialports.h"
 #include "mainwindow.h"
 #include "resumelog.h"
+#include "screen/ictscreen.h"
 #include "state/itemrecord.h"
 #include "state/levels.h"
 #include "system/command.h"
@@ -15,8 +16,6 @@
 #include "system/screensize.h"
 #include "ui_mainwindow.h"
 
-#include <QImage>
-#include <QPainter>
 #include <QProcess>
 #include <QTimer>
 #include <cerrno>
@@ -42,19 +41,11 @@ static bool keepLine(const QByteArray &line, char (&info)[AppInfoSize], const ch
     return true;
 }
 
-// Draws what every level's screen shows once into nowhere: fonts are looked up and their glyphs
-// made when they are first drawn, which would hold up the first frame.
-static void loadGlyphs()
+// Whether both lines are there, whole.
+static bool hasIdentity(const QByteArray &output)
 {
-    QImage nowhere(1, 1, QImage::Format_RGB32);
-    QPainter painter(&nowhere);
-    painter.setFont(paintFont1);
-    painter.drawText(0, 0, QStringLiteral("===== Ostra HMI KLV-100 ICT Test ====="));
-    painter.setFont(paintFont2);
-    for (const QString &line : ICT_Item_UnPASS)
-        painter.drawText(0, 0, line);
-    painter.setFont(paintFont3);
-    painter.drawText(0, 0, QStringLiteral("[HMI Receive Data][Return PC Data]"));
+    const QByteArray text = '\n' + output.left(output.lastIndexOf('\n'));
+    return text.contains("\nModel=KLV-") && text.contains("\nVersion=");
 }
 
 static void readApplicationInfo()
@@ -63,7 +54,7 @@ static void readApplicationInfo()
     application.setWorkingDirectory(QStringLiteral("/usr/local/HMIAPP"));
     startProcess(application, QStringLiteral("/usr/local/HMIAPP/HMIApp -platform linuxfb -v"));
     loadGlyphs(); // while the application, a large program, starts up
-    const QByteArray output = awaitOutput(application);
+    const QByteArray output = awaitOutput(application, NoTimeLimit, hasIdentity);
     memset(HMIAppModel, 0, sizeof HMIAppModel);
     memset(HMIAppVersion, 0, sizeof HMIAppVersion);
     bool isModelGet = false;

@@ -8,6 +8,7 @@
 #include "state/levels.h"
 #include "system/command.h"
 #include "system/files.h"
+#include "system/sram.h"
 
 #include <cstring>
 #include <fcntl.h>
@@ -63,13 +64,7 @@ static bool promote(bool extended)
 static void releasePanel()
 {
     runShell("/usr/local/ict/log_rdwr.sh -w");
-    File sram(SramDevice, O_RDWR);
-    if (sram.isOpen()) {
-        const QByteArray zeroes(SramSize, '\0');
-        lseek(sram.fd(), 0, SEEK_SET);
-        sram.write(zeroes.constData(), zeroes.size());
-    }
-    appendToResumeLog(sram.isOpen()
+    appendToResumeLog(clearSram()
                           ? "echo HMI_ICT_CHECK_OK And Clear All SRAM Data Pass!!! " TO_RESUME_LOG
                           : "echo HMI_ICT_CHECK_OK But Clear All SRAM Data Fail!!! " TO_RESUME_LOG);
 }

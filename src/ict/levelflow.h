@@ -6,10 +6,6 @@
 
 #include <initializer_list>
 
-// The SRAM behind the panel's memory bus.
-constexpr char SramDevice[] = "/dev/OstraHMI_GPMC_RW";
-constexpr int SramSize = 32768;
-
 // Index of the extended T1 end check, whose result goes into the T1 end item.
 constexpr int ExtendedT1Check = -1;
 

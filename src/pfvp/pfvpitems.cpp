@@ -1,9 +1,9 @@
 #include "pfvpitems.h"
 
 #include "hwtest/analoginput.h"
-#include "ict/levelflow.h"
 #include "system/command.h"
 #include "system/files.h"
+#include "system/sram.h"
 
 #include <QThread>
 #include <fcntl.h>

@@ -1,9 +1,12 @@
 // The ICT screen: paints the shared state, keeps nothing between calls, and clears the one-shot
 // requests it has served.
+#include "ictscreen.h"
+
 #include "drawtext.h"
 #include "mainwindow.h"
 #include "state/teststate.h"
 
+#include <QImage>
 #include <QPainter>
 #include <cstring>
 
@@ -41,16 +44,33 @@ static void drawCornerTarget(QPainter &painter, int x, int y)
     painter.fillRect(x + 8, y + 14, 16, 4, paintWhiteBrush);
 }
 
+constexpr char ReceiveLabel[] = "[HMI Receive Data]", ReturnLabel[] = "[Return PC Data]";
+
+// By level. T1 and T2 begin with six blanks in place of the bar, deliberately.
+static const struct {
+    Qt::GlobalColor pen;
+    const char *text;
+} headers[] = {{Qt::darkRed, "===== Ostra HMI KLV-100 ICT Test ====="},
+               {Qt::red, "      Ostra HMI KLV-100 T1 Test ====="},
+               {Qt::magenta, "===== Ostra HMI KLV-100 BI Test ====="},
+               {Qt::blue, "      Ostra HMI KLV-100 T2 Test ====="}};
+
+void loadGlyphs()
+{
+    QImage nowhere(1, 1, QImage::Format_RGB32);
+    QPainter painter(&nowhere);
+    painter.setFont(paintFont1);
+    painter.drawText(0, 0, QString::fromLatin1(headers[LevelICT].text));
+    painter.setFont(paintFont2);
+    for (const QString &line : ICT_Item_UnPASS)
+        painter.drawText(0, 0, line);
+    painter.setFont(paintFont3);
+    for (const char *label : {ReceiveLabel, ReturnLabel})
+        painter.drawText(0, 0, QString::fromLatin1(label));
+}
+
 static void drawHeader(QPainter &painter)
 {
-    // T1 and T2 begin with six blanks in place of the bar: operators tell the levels by it.
-    static const struct {
-        Qt::GlobalColor pen;
-        const char *text;
-    } headers[] = {{Qt::darkRed, "===== Ostra HMI KLV-100 ICT Test ====="},
-                   {Qt::red, "      Ostra HMI KLV-100 T1 Test ====="},
-                   {Qt::magenta, "===== Ostra HMI KLV-100 BI Test ====="},
-                   {Qt::blue, "      Ostra HMI KLV-100 T2 Test ====="}};
     if (g_uiHMI_TEST_LEVEL > LevelT2)
         return;
     const auto &header = headers[g_uiHMI_TEST_LEVEL];
@@ -77,7 +97,8 @@ static void drawItems(QPainter &painter)
     }
 }
 
-// Cuts the line end off the echo buffer itself; the log has had its copy by now.
+// Cuts the line end off the echo buffer itself, deliberately: from its first paint on the buffer
+// holds what is shown, and a record that the log takes later has the text without its line end.
 static void cutLineEnd(char (&text)[LinkBufferSize])
 {
     const size_t length = strlen(text);
@@ -90,10 +111,10 @@ static void drawTraffic(QPainter &painter)
 {
     painter.setFont(paintFont3);
     cutLineEnd(UART_Buffer_ShowInInfo);
-    drawText(painter, paintReceiveLabelPt, Qt::magenta, QStringLiteral("[HMI Receive Data]"));
+    drawText(painter, paintReceiveLabelPt, Qt::magenta, QString::fromLatin1(ReceiveLabel));
     drawText(painter, paintReceiveDataPt, Qt::magenta, QString::fromLatin1(UART_Buffer_ShowInInfo));
     cutLineEnd(UART_Buffer_ShowOutInfo);
-    drawText(painter, paintReturnLabelPt, Qt::blue, QStringLiteral("[Return PC Data]"));
+    drawText(painter, paintReturnLabelPt, Qt::blue, QString::fromLatin1(ReturnLabel));
     drawText(painter, paintReturnDataPt, Qt::blue, QString::fromLatin1(UART_Buffer_ShowOutInfo));
 }
 

@@ -1,6 +1,7 @@
 #include "command.h"
 
 #include <QCoreApplication>
+#include <QDeadlineTimer>
 #include <QProcess>
 #include <cstdlib>
 
@@ -36,10 +37,21 @@ void startProcess(QProcess &process, const QString &commandLine)
         start(process);
 }
 
-QByteArray awaitOutput(QProcess &process, int limitMs)
+QByteArray awaitOutput(QProcess &process, int limitMs, bool (*isEnough)(const QByteArray &))
 {
-    process.waitForFinished(limitMs);
-    return process.readAllStandardOutput();
+    QByteArray output;
+    QDeadlineTimer end(limitMs);
+    bool more = true;
+    while (more && !end.hasExpired()) {
+        more = process.waitForReadyRead(int(end.remainingTime()));
+        output += process.readAllStandardOutput().left(OutputLimit - output.size());
+        if (isEnough && isEnough(output)) {
+            isEnough = nullptr;
+            end.setRemainingTime(LastWordsMs);
+        }
+    }
+    process.close(); // kills what still runs
+    return output;
 }
 
 QByteArray runProcess(const QString &commandLine, int limitMs, const QString &workingDirectory)

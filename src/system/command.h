@@ -12,11 +12,15 @@ class QProcess;
 
 constexpr int NoTimeLimit = -1;
 
+// Of a process's output this much is kept; what comes after it is read and dropped, so that a
+// program that prints without end costs no memory.
+constexpr int OutputLimit = 0x10000;
+
 // Runs `command` through the system shell and waits for it.
 void runShell(const char *command);
 
-// Runs `commandLine` as a process, waits for its end up to `limitMs` and returns all it wrote to
-// its standard output; empty if it could not be started.
+// Runs `commandLine` as a process and waits for its end up to `limitMs`, when it is killed. Returns
+// what it wrote to its standard output until then; empty if it could not be started.
 QByteArray runProcess(const QString &commandLine, int limitMs = NoTimeLimit,
                       const QString &workingDirectory = QString());
 
@@ -33,9 +37,11 @@ int numberFrom(const QString &commandLine, int limitMs = NoTimeLimit);
 // Starts `commandLine` in `process` without waiting.
 void startProcess(QProcess &process, const QString &commandLine);
 
-// Waits for the end of a started process up to `limitMs`; all it wrote to its standard output,
-// empty if it could not be started.
-QByteArray awaitOutput(QProcess &process, int limitMs = NoTimeLimit);
+// Waits for the end of a started process as runProcess() does. `isEnough`, if given, is asked
+// whenever more of the output is there: from its first "yes" on the process has `LastWordsMs` left.
+constexpr int LastWordsMs = 3000;
+QByteArray awaitOutput(QProcess &process, int limitMs = NoTimeLimit,
+                       bool (*isEnough)(const QByteArray &output) = nullptr);
 
 // Starts `commandLine` as a child that runs beside this program, printing where it prints; its end
 // is not waited for.

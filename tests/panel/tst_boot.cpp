@@ -109,7 +109,7 @@ void TstBoot::application()
         QByteArray identity, printed;
         QByteArray model; // answer to "AB00"
     } rows[] = {
-        {"59 bytes", "noise\nModel=" + fits + version, "", fits},
+        {"59 bytes", "noise\nModel=" + fits + "Version=C.7\n", "", fits},
         {"60 bytes", tooLong + version,
          "Get Model info failed, ba = " + tooLong + ", length = 60\n" + noModel + "1\n", ""},
         {"60 bytes of version", "Model=KLV-100\n" + longVersion,
@@ -132,6 +132,8 @@ void TstBoot::application()
         QCOMPARE(at.panel.output(), row.printed);
         QCOMPARE(at.ask(requestFrame("AB00"), row.model.size() + 1, 400), row.model);
         QTRY_COMPARE(at.results("ICT").left(1), QByteArray("1"));
+        if (row.model == fits) // a version that fills some of its places
+            QCOMPARE(at.ask(requestFrame("FF00"), 11, 20000), QByteArray("C.7BBB.120\n"));
     }
 }
 

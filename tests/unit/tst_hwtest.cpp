@@ -7,6 +7,7 @@
 #include "state/teststate.h"
 #include "system/command.h"
 
+#include <QProcess>
 #include <QTest>
 
 class HwtestTest : public QObject {
@@ -20,6 +21,7 @@ private slots:
     void valueFrames();
     void ids();
     void factories();
+    void programsWithoutEnd();
 };
 
 void HwtestTest::clocks()
@@ -153,6 +155,23 @@ void HwtestTest::factories()
         classifyFactory(row.id);
         QVERIFY2(g_FactoryInfo == row.factory, row.name);
     }
+}
+
+static int warnings = 0;
+
+void HwtestTest::programsWithoutEnd()
+{
+    const auto handler = qInstallMessageHandler(
+        [](QtMsgType, const QMessageLogContext &, const QString &) { ++warnings; });
+    const QByteArray kept = runProcess("yes", 500);
+    QProcess application;
+    startProcess(application, "sh -c \"echo a; echo b; exec yes\"");
+    const QByteArray asked = awaitOutput(
+        application, NoTimeLimit, [](const QByteArray &output) { return output.contains("b\n"); });
+    qInstallMessageHandler(handler);
+    QCOMPARE(kept.size(), OutputLimit);
+    QCOMPARE(asked.left(6), QByteArray("a\nb\ny\n"));
+    QCOMPARE(warnings, 0); // of a process that is destroyed while it runs
 }
 
 QTEST_GUILESS_MAIN(HwtestTest)
