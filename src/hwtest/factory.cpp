@@ -29,7 +29,7 @@ void classifyFactory(const QByteArray &id)
         return;
     g_FactoryInfo = factoryOfMarker(marker);
     if (g_FactoryInfo == FactoryUnknown)
-        printf("Unknow FactoryInfo, ch = %c\n", marker); // as the factories' log filters spell it
+        printf("Unknow FactoryInfo, ch = %c\n", marker); // so spelled, deliberately
 }
 
 void grantItemsOfFactory()

@@ -67,18 +67,26 @@ static bool setDataBits(termios &line, int dataBits)
     return true;
 }
 
-static bool setFlag(termios &line, tcflag_t flag, bool on)
+static bool setStopBits(termios &line, int stopBits)
 {
-    line.c_cflag = on ? line.c_cflag | flag : line.c_cflag & ~flag;
-    return true;
+    line.c_cflag &= ~tcflag_t(CSTOPB);
+    if (stopBits == 2)
+        line.c_cflag |= CSTOPB;
+    return stopBits == 1 || stopBits == 2;
+}
+
+static bool setFlow(termios &line, int flow)
+{
+    line.c_cflag &= ~tcflag_t(CRTSCTS);
+    if (flow == 1)
+        line.c_cflag |= CRTSCTS;
+    return flow == 0 || flow == 1;
 }
 
 bool setFrame(termios &line, const PortRequest &request)
 {
     return setParity(line, request.parity) && setDataBits(line, request.dataBits)
-        && (request.stopBits == 1 || request.stopBits == 2)
-        && setFlag(line, CSTOPB, request.stopBits == 2) && (request.flow == 0 || request.flow == 1)
-        && setFlag(line, CRTSCTS, request.flow == 1);
+        && setStopBits(line, request.stopBits) && setFlow(line, request.flow);
 }
 
 void setReadTimes(termios &line)
