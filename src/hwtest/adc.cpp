@@ -15,8 +15,7 @@ static double celsius(int mV)
 
 double adcValue(int channel, int raw)
 {
-    const int mV =
-        raw * ReferenceMv / FullScale; // whole millivolts: the judges' limits count on it
+    const int mV = raw * ReferenceMv / FullScale; // whole millivolts, deliberately
     switch (channel) {
     case ChannelRail5V:
     case ChannelBattery:

@@ -9,6 +9,6 @@ constexpr qint64 LogSizeCap = 0x40000; // beyond it nothing more is written, for
 constexpr qint64 LogWarningSize = 0x39999; // beyond it every record is followed by a warning
 
 // Appends a note, or with a null `note` the last exchange (UART_Buffer_ShowInInfo and
-// UART_Buffer_ShowOutInfo; not at BI, where the bus would fill the log). Silent on every failure;
+// UART_Buffer_ShowOutInfo; not at BI). Silent on every failure;
 // the result is 0 when a record was written, -1 when not.
 int factoryLog(const char *note);

@@ -28,8 +28,7 @@ int sendReply(const QByteArray &payload, bool ownStation)
 {
     QByteArray station("00");
     if (ownStation) {
-        // Read and write, as the station assignment opens it: a file that cannot be changed any
-        // more does not count as a station number.
+        // Read and write, deliberately: a file that cannot be written counts as none.
         File file(StationFilePath, O_RDWR);
         if (!file.isOpen())
             return file.fd();
