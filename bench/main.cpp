@@ -23,7 +23,6 @@ const Command commands[] = {
     {"station", "test panels at a serial port with the plan of a level", runStation},
     {"bus", "start virtual panels at burn-in on one RS-485 bus", runBus},
     {"send", "send one request and decode the reply", runSend},
-    {"replay", "repeat a recorded exchange and compare the answers", runReplay},
     {"effects", "tell what requests do to a panel", runEffects},
     {"pfvp", "run a PFVP mode on two cabled virtual panels", runPfvp, true},
     {"measure", "measure speed and size of the agent", runMeasure},

@@ -8,12 +8,9 @@
 #include <QCommandLineParser>
 #include <QSocketNotifier>
 
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <memory>
 #include <unistd.h>
-#include <vector>
 
 namespace {
 
@@ -152,7 +149,7 @@ int runPanel(const QStringList &args)
         {"agent-args", "Arguments for the agent, for example PFVP_EMS.", "args"},
         {"fault", "Start with this fault (repeatable; see `bench fault list`).", "name"},
         {"traffic", "Show what goes over the serial ports, decoded, with times in seconds."},
-        {"record", "Write the same to a file, for `bench replay`.", "file"},
+        {"record", "Write what goes over the PC link as a plan for `bench station --plan`.", "file"},
         {"no-fixture", "Leave the other ports free: no probes on them, no media in the slots."},
     });
     parser.process(args);
@@ -163,15 +160,11 @@ int runPanel(const QStringList &args)
     const PanelControl control(panel.folder(), [&](const QString &verb, const QString &argument) {
         return obey(fixture.get(), verb, argument);
     });
-    const std::unique_ptr<FILE, int (*)(FILE *)> record(
-        parser.isSet("record") ? fopen(qPrintable(parser.value("record")), "w") : nullptr,
-        [](FILE *file) { return file ? fclose(file) : 0; });
-    if (parser.isSet("record") && !record)
-        throw BenchError("cannot write " + parser.value("record") + ": " + strerror(errno));
-    const Traffic::Sinks sinks = {parser.isSet("traffic") ? stdout : nullptr, record.get()};
-    std::vector<std::unique_ptr<Traffic>> traffic;
-    for (int i = 0; i < portCount && (sinks.screen || sinks.record); ++i)
-        traffic.push_back(std::make_unique<Traffic>(panel.port(Port(i)), sinks));
+    std::unique_ptr<Traffic> traffic;
+    if (parser.isSet("traffic") || parser.isSet("record")) {
+        traffic = std::make_unique<Traffic>(panel, parser.isSet("traffic") ? stdout : nullptr,
+                                            parser.value("record"));
+    }
     const QStringList agentArgs = parser.value("agent-args").split(' ', Qt::SkipEmptyParts);
     panel.powerOn(agentArgs);
     printHowTo(panel);

@@ -1,165 +1,111 @@
 #include "commands/commands.h"
 #include "commands/interrupt.h"
 #include "fixture/fixture.h"
+#include "panel/json.h"
 #include "panel/virtualpanel.h"
 #include "station/protocol.h"
 #include "station/report.h"
 #include "station/virtualstand.h"
 
 #include <QCommandLineParser>
-#include <QRegularExpression>
+#include <QJsonArray>
 
 namespace {
 
-struct Variant {
-    QString title; // begins the names of its levels in the report
-    QString plans; // folder; a level without a plan there takes the ordinary one
-    QString folder; // of the panel's files; empty for a temporary one
-    QStringList faults;
-    Values values; // what the station gives the panel
-};
-
 // One panel from factory-new on, level after level as its own level file says, until it is
-// released.
+// released. Its row of production.json has a title, which begins the names of its levels in the
+// report; the plans, one for each level that it gets to; and the values that the station gives it.
 class Production {
 public:
-    explicit Production(const Variant &variant);
+    Production(const QJsonObject &row, const QString &plans, const PanelOptions &options,
+               const QStringList &faults);
     void run(Report *report);
 
 private:
-    static PanelOptions options(const QString &folder)
-    {
-        PanelOptions options;
-        options.folder = folder;
-        return options;
-    }
-    QString planOf(int level) const
-    {
-        const QString name = QString("/%1.json").arg(QString(levelName(level)).toLower());
-        return (QFile::exists(variant_.plans + name) ? variant_.plans : planFolder()) + name;
-    }
-    LevelResult level();
-    QStringList released() const;
-    QStringList calibrated(const StepResult &pass) const;
+    void runLevel(int level, LevelResult *result);
 
-    Variant variant_;
+    QString title_, plans_;
     VirtualPanel panel_;
     Fixture fixture_;
-    PanelFiles files_;
     VirtualStand stand_;
     Values values_;
+    QMap<int, Plan> levels_;
 };
 
-Production::Production(const Variant &variant)
-    : variant_(variant)
-    , panel_(options(variant.folder))
+Production::Production(const QJsonObject &row, const QString &plans, const PanelOptions &options,
+                       const QStringList &faults)
+    : title_(row["title"].toString())
+    , plans_(plans)
+    , panel_(options)
     , fixture_(panel_)
-    , files_(panel_.hostPath("/usr/local/ict"),
-             {levelItems(Ict), levelItems(T1), levelItems(Bi), levelItems(T2)})
-    , stand_(panel_, files_)
+    , stand_(panel_)
 {
     panel_.factoryNew();
     values_ = identityOf(panel_);
-    panel_.touchPanel() = TouchPanel::ofPanel(variant.values.value("station").toUInt());
-    for (const QString &fault : variant.faults) {
+    const QVariantMap given = row["values"].toObject().toVariantMap();
+    for (auto value = given.begin(); value != given.end(); ++value) {
+        values_[value.key()] = value.value().toString();
+    }
+    stand_.files.values = values_;
+    panel_.touchPanel() = TouchPanel::ofPanel(values_.value("station").toUInt());
+    for (const QString &fault : faults) {
         const QString problem = fixture_.setFault(fault);
         if (!problem.isEmpty()) {
-            throw BenchError(problem + " (`bench fault list` shows them all)");
+            throw BenchError(problem);
         }
     }
     stand_.fixture = [this](const QString &verb, const QString &argument) {
         return fixture_.act(verb, argument);
     };
-    for (auto value = variant.values.begin(); value != variant.values.end(); ++value) {
-        values_[value.key()] = value.value();
+    for (const QJsonValue &path : row["plans"].toArray()) {
+        Plan plan = loadPlan(plans + '/' + path.toString(), values_);
+        if (!plan.problems.isEmpty()) {
+            throw BenchError(plan.problems.join('\n'));
+        }
+        plan.file = path.toString();
+        levels_[plan.level] = plan;
     }
 }
 
-LevelResult Production::level()
+void Production::runLevel(int level, LevelResult *result)
 {
-    const int level = files_.level();
-    LevelResult result;
-    result.level = levelName(level);
-    const Plan plan = loadPlan(planOf(level), values_);
-    if (!plan.problems.isEmpty()) {
-        throw BenchError(plan.problems.join('\n'));
+    if (!levels_.contains(level)) {
+        result->faults << QString("nobody has a plan for level %1").arg(levelName(level));
+        return;
     }
+    const Plan &plan = levels_[level];
     const QString fault = stand_.powerOn();
     Link link;
     QString error;
     if (!fault.isEmpty() || !link.open(stand_.port(level), modeAt(level), &error)) {
-        result.faults << fault + error;
-        return result;
+        result->faults << fault + error;
+        return;
     }
-    const int number = level == Bi ? files_.station() : values_.value("station").toInt();
-    Runner runner(link, stand_, values_, number, {}, true);
-    runner.onExchange = [this](const StepResult &step) { files_.exchanged(step); };
-    result = runner.run(plan);
-    result.faults = files_.faults(5000);
-    for (const StepResult &step : result.steps) {
-        if (step.faults.isEmpty() && !step.step.during.isEmpty()) {
-            result.faults += calibrated(step);
-        }
+    const bool sound = fixture_.faults().isEmpty();
+    stand_.stateFolder = sound ? QFileInfo(plans_ + '/' + plan.file).path() : QString();
+    const int number = level == Bi
+        ? stand_.files.read("/usr/local/ict/HMI_STATION_NUM.txt").toInt(nullptr, 16)
+        : values_.value("station").toInt();
+    Runner(link, stand_, values_, number, {}, true).run(plan, result);
+    if (!sound) {
+        result->faults += stand_.files.itemFaults(level, *result, 5000);
     }
-    result.resumeLog = files_.resumeLog();
+    result->resumeLog = stand_.files.read("/usr/local/ict/HMI_Factory_Resume.txt");
     panel_.powerOff();
-    return result;
-}
-
-// What a touch pass that succeeded must have left on the panel: seven numbers and a zero byte, the
-// same in the backup and, as text, in the boot loader's environment; and the touched positions.
-QStringList Production::calibrated(const StepResult &pass) const
-{
-    const bool checkOnly = pass.step.code == "9001";
-    const QByteArray file = panel_.readFile("/etc/pointercal");
-    const QRegularExpression seven(QRegularExpression::anchoredPattern("-?\\d+( -?\\d+){6}\\x{0}"));
-    const QRegularExpression spots(QRegularExpression::anchoredPattern(
-        QString("(\\(-?\\d+,-?\\d+\\)\n){%1}").arg(checkOnly ? 5 : 10)));
-    const QByteArray name = checkOnly ? "T2_TP_Value.txt" : "T1_TP_Value.txt";
-    QStringList faults;
-    if (!seven.match(textOf(file)).hasMatch()) {
-        faults << "/etc/pointercal is not seven numbers and a zero byte: " + printable(file);
-    }
-    if (panel_.readFile("/usr/local/ict/pointercal") != file) {
-        faults << "the backup of /etc/pointercal differs from it";
-    }
-    if (!panel_.bootEnvironment().trimmed().endsWith("pointercal "
-                                                     + QByteArray(file.constData()))) {
-        faults << "the boot loader's last calibration is not the file's";
-    }
-    if (!spots.match(textOf(panel_.readFile("/usr/local/ict/" + name))).hasMatch()) {
-        faults << name + " does not hold its touched positions, a line each";
-    }
-    return faults;
-}
-
-// What a panel that leaves the line must be like, beside its files.
-QStringList Production::released() const
-{
-    const QByteArray sram = panel_.readFile("/dev/OstraHMI_GPMC_RW");
-    QStringList faults;
-    if (sram != QByteArray(32768, '\0')) {
-        faults << QString("the SRAM is not clear: %1 bytes, %2 of them zero")
-                      .arg(sram.size())
-                      .arg(sram.count('\0'));
-    }
-    if (panel_.readFile("/mnt/ict_log/ict_log.tgz").isEmpty()) {
-        faults << "the logs were not saved outside their folder";
-    }
-    return faults;
 }
 
 void Production::run(Report *report)
 {
+    const PanelFiles &files = stand_.files;
     int before = -1;
-    while (!files_.released() && files_.level() != before) {
-        before = files_.level();
-        LevelResult result = level();
-        if (files_.level() == before && !files_.released()) {
+    while (!files.released() && files.level() != before) {
+        before = files.level();
+        report->levels << LevelResult();
+        LevelResult &result = report->levels.last();
+        result.level = title_.isEmpty() ? title_ : title_ + ", ";
+        runLevel(before, &result);
+        if (files.level() == before && !files.released()) {
             result.faults << "the panel stays at this level";
-        }
-        if (files_.released() && variant_.plans != planFolder() + "/tour") {
-            result.faults += released();
         }
         for (const QString &fault : result.faults) {
             say("FAIL " + fault, true);
@@ -168,32 +114,23 @@ void Production::run(Report *report)
             say(QString("     %1 ms an item over the prescribed waits in the median (limit 120)")
                     .arg(result.medianOverheadMs(), 0, 'f', 1));
         }
-        result.level = variant_.title + result.level;
-        report->levels << result;
     }
 }
 
-QVector<Variant> variantsOf(const QCommandLineParser &parser)
+void produce(const QCommandLineParser &parser, Report *report)
 {
-    const QStringList faults = parser.values("fault");
-    const Values first = {
-        {"semiId", "SEMI25110001"}, {"machineId", "20254711T12345678"}, {"station", "5"}};
-    // From the factory that numbers its panels in the ID, 18 characters long.
-    const Values second = {
-        {"semiId", "SEMI25110002"}, {"machineId", "202547110W12345607"}, {"station", "7"}};
-    const QString folder = parser.value("folder");
-    const Variant tour{"third panel, ", planFolder() + "/tour",
-                       folder.isEmpty() ? folder : folder + "-3", faults, first};
-    if (parser.isSet("tour")) {
-        return {tour};
+    const QString plans = parser.value("plans");
+    QJsonArray rows = readJson(plans + "/production.json")["panels"].toArray();
+    const int first = parser.isSet("tour") ? rows.size() - 1 : 0;
+    const int end = parser.isSet("single") ? first + 1 : rows.size();
+    for (int i = first; i < end; ++i) {
+        PanelOptions options;
+        options.folder = parser.value("folder");
+        if (!options.folder.isEmpty() && i > 0) {
+            options.folder += QString("-%1").arg(i + 1);
+        }
+        Production(rows[i].toObject(), plans, options, parser.values("fault")).run(report);
     }
-    QVector<Variant> variants = {{"", parser.value("plans"), folder, faults, first}};
-    if (!parser.isSet("single")) {
-        variants << Variant{"second panel, ", parser.value("plans") + "/extended",
-                            folder.isEmpty() ? folder : folder + "-2", faults, second}
-                 << tour;
-    }
-    return variants;
 }
 
 } // namespace
@@ -204,16 +141,15 @@ int runProduce(const QStringList &args)
     parser.setApplicationDescription(
         "Makes a factory-new virtual panel and takes it through ICT, T1, BI and T2, one power "
         "cycle after the other,\nuntil it is released; a second one by the short way from T1; a "
-        "third by "
-        "forced changes.\n"
+        "third by forced changes.\n"
         "Exit status 0 only if every reply, every screen and every file on the panels is what it "
         "must be.");
     parser.addHelpOption();
     parser.addOptions({
-        {"plans", "Folder of the plans (ict.json, ...; extended/ for the second panel).", "folder",
-         planFolder()},
+        {"plans", "Folder of the plans; production.json in it says which panel takes which.",
+         "folder", planFolder()},
         {"tour",
-         "Only the third: identity, presence, failing end check and forced change of each level."},
+         "Only the last: identity, presence, failing end check and forced change of each level."},
         {"single", "Only the first panel."},
         {"fault", "Begin with this fault; may be given several times.", "name[:value]"},
         {"report", "Folder for report.html, report.json, junit.xml and the screens.", "folder",
@@ -225,18 +161,21 @@ int runProduce(const QStringList &args)
     Report report;
     report.title = "Production of virtual panels";
     report.subject = "factory-new panels";
-    for (const Variant &variant : variantsOf(parser)) {
-        Production(variant).run(&report);
+    beginReport(report, parser.value("report"));
+    try {
+        produce(parser, &report);
+    } catch (const BenchError &) {
+        if (!report.levels.isEmpty()) {
+            writeReport(report, parser.value("report"));
+        }
+        throw;
     }
-    const QString problem = writeReport(report, parser.value("report"));
-    if (!problem.isEmpty()) {
-        throw BenchError(problem);
-    }
+    const QString folder = writeReport(report, parser.value("report"));
     for (const QString &fault : report.faults()) {
         say(fault, true);
     }
     say(QString("%1. Report: %2/report.html (and report.json, junit.xml)")
-            .arg(report.passed() ? "PASSED" : "FAILED", parser.value("report")),
+            .arg(report.passed() ? "PASSED" : "FAILED", folder),
         !report.passed());
     return report.passed() ? 0 : 1;
 }

@@ -48,7 +48,7 @@ int runSend(const QStringList &args)
     request.bytes =
         requestOf(step, {{"model", parser.value("model")}}, parser.value("station").toInt());
     request.timeoutMs = parser.value("timeout").toInt();
-    request.framed = command && command->answer == Answer::Frame;
+    request.framed = command && command->framed;
     const Link::Answer answer = link.exchange(request);
     const Reply reply = decode(answer.bytes);
     static const char *const kinds[] = {"none",          "frame", "identity",

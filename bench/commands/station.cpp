@@ -8,8 +8,8 @@
 #include <QEventLoop>
 #include <QThread>
 
+#include <atomic>
 #include <memory>
-#include <unistd.h>
 
 namespace {
 
@@ -27,27 +27,34 @@ QString nameOf(const Job &job)
     return job.number ? QString("%1 station %2").arg(job.port).arg(job.number) : job.port;
 }
 
-// All panels of one port, one after the other.
-void work(const QString &port, const QVector<Job *> &jobs, bool unattended, bool labels)
+// All panels of one port, one after the other; those that it does not get to when told to stop have
+// that as their fault. False if the port cannot be used.
+bool work(const QString &port, const QVector<Job *> &jobs, bool unattended, bool labels)
 {
     Link link;
     QString error;
-    const int level = jobs.first()->plan.level;
-    const bool open = link.open(port, modeAt(level), &error);
-    for (Job *job : jobs) {
-        LevelResult result;
-        result.level = levelName(level);
-        if (open) {
-            TerminalStand stand(nameOf(*job), unattended);
-            Runner runner(link, stand, job->values, job->number,
-                          labels ? nameOf(*job) + " " : QString());
-            result = runner.run(job->plan);
-        } else {
-            result.faults << error;
-            say(error, true);
-        }
-        job->report.levels << result;
+    const bool open = link.open(port, modeAt(jobs.first()->plan.level), &error);
+    if (!open) {
+        say(error, true);
     }
+    for (Job *job : jobs) {
+        job->report.levels << LevelResult();
+        LevelResult &result = job->report.levels.last();
+        if (!open) {
+            result.level = levelName(job->plan.level);
+            result.faults << error;
+            continue;
+        }
+        TerminalStand stand(nameOf(*job), unattended);
+        Runner runner(link, stand, job->values, job->number,
+                      labels ? nameOf(*job) + " " : QString());
+        try {
+            runner.run(job->plan, &result);
+        } catch (const BenchError &wrong) {
+            say(nameOf(*job) + ": " + wrong.what(), true);
+        }
+    }
+    return open;
 }
 
 // "name=value" or "name=value,value,...": one for each panel.
@@ -65,25 +72,59 @@ void setValues(const QString &text, std::vector<Job> *jobs)
     }
 }
 
+// A name that neither this plan nor any of the bench's own uses is a slip.
+QStringList unusedValues(const Job &job)
+{
+    QStringList problems;
+    QSet<QString> known = job.plan.uses;
+    known.unite({"model", "crc", "version", "semiId", "machineId", "station"});
+    for (const QString &name : job.values.keys()) {
+        if (!known.contains(name)) {
+            QStringList names = known.values();
+            names.sort();
+            problems
+                << QString("--set %1: no step uses it; known are %2").arg(name, names.join(", "));
+        }
+    }
+    return problems;
+}
+
+QStringList load(const QCommandLineParser &parser, Job *job)
+{
+    const QString level = parser.value("level").toLower();
+    const QString file = parser.isSet("plan")
+        ? parser.value("plan")
+        : QString("%1/%2.json").arg(parser.value("plans"), level);
+    job->plan = loadPlan(file, job->values);
+    job->report.title = QString("Level ") + levelName(job->plan.level);
+    job->report.subject = nameOf(*job);
+    QStringList problems = job->plan.problems + unusedValues(*job);
+    if (!level.isEmpty() && job->plan.level >= 0 && job->plan.level != levelByName(level)) {
+        problems << QString("%1 is a plan of level %2, not of %3")
+                        .arg(file, levelName(job->plan.level), level.toUpper());
+    }
+    return problems;
+}
+
 std::vector<Job> jobsOf(const QCommandLineParser &parser)
 {
     std::vector<Job> jobs;
     const QStringList ports = parser.values("port");
     for (const QString &port : ports.isEmpty() ? QStringList("no port") : ports) {
         for (const QString &number : parser.value("station").split(',')) {
-            jobs.push_back({port, number.toInt(), {{"station", number}}, {}, {}});
+            bool valid = false;
+            jobs.push_back({port, number.toInt(&valid), {{"station", number}}, {}, {}});
+            if (!valid || jobs.back().number < 0 || jobs.back().number > 255) {
+                throw BenchError("--station takes numbers from 0 to 255, not " + number);
+            }
         }
     }
     for (const QString &set : parser.values("set")) {
         setValues(set, &jobs);
     }
-    const QString level = parser.value("level").toLower();
     QStringList problems;
     for (Job &job : jobs) {
-        job.plan = loadPlan(QString("%1/%2.json").arg(parser.value("plans"), level), job.values);
-        job.report.title = "Level " + level.toUpper();
-        job.report.subject = nameOf(job);
-        problems += job.plan.problems;
+        problems += load(parser, &job);
     }
     problems.removeDuplicates();
     if (!problems.isEmpty()) {
@@ -92,21 +133,24 @@ std::vector<Job> jobsOf(const QCommandLineParser &parser)
     return jobs;
 }
 
-// One thread a port; false if the application was told to quit meanwhile.
+// One thread a port. False if one of the ports cannot be used.
 bool runAll(std::vector<Job> &jobs, bool unattended)
 {
     QMap<QString, QVector<Job *>> ports;
     for (Job &job : jobs) {
         ports[job.port] << &job;
     }
+    std::atomic<bool> usable{true};
     std::vector<std::unique_ptr<QThread>> threads;
     QEventLoop loop;
     int running = ports.size();
     for (auto port = ports.begin(); port != ports.end(); ++port) {
-        const QString path = port.key();
-        const QVector<Job *> list = port.value();
-        const bool labels = jobs.size() > 1;
-        threads.emplace_back(QThread::create([=] { work(path, list, unattended, labels); }));
+        threads.emplace_back(QThread::create([&usable, path = port.key(), list = port.value(),
+                                              unattended, labels = jobs.size() > 1] {
+            if (!work(path, list, unattended, labels)) {
+                usable = false;
+            }
+        }));
         QObject::connect(threads.back().get(), &QThread::finished, &loop, [&] {
             if (--running == 0) {
                 loop.quit();
@@ -117,7 +161,17 @@ bool runAll(std::vector<Job> &jobs, bool unattended)
         thread->start();
     }
     loop.exec();
-    return running == 0;
+    for (auto &thread : threads) { // still running when the application was told to quit
+        thread->requestInterruption();
+        thread->exit(-1);
+        thread->wait();
+    }
+    return usable;
+}
+
+QString folderOf(const QCommandLineParser &parser, const Job &job)
+{
+    return parser.value("report") + '/' + nameOf(job).mid(1).replace(QRegExp("[/ ]"), "-");
 }
 
 } // namespace
@@ -140,13 +194,15 @@ int runStation(const QStringList &args)
          {"set", "What a plan's ${NAME} stands for; with commas, one VALUE for each panel.",
           "NAME=VALUE"},
          {"plans", "Folder of the plans.", "folder", planFolder()},
+         {"plan", "This plan instead, for example a record of `bench panel --record`.", "file"},
          {"report", "Folder for the reports, one inside it for each panel.", "folder",
           "out/station"},
          {"check", "Only check the plan."},
          {"yes", "Take everything asked of a person as done."}});
     parser.process(args);
-    if ((!parser.isSet("port") && !parser.isSet("check"))
-        || levelByName(parser.value("level")) < 0) {
+    const bool which =
+        parser.isSet("level") ? levelByName(parser.value("level")) >= 0 : parser.isSet("plan");
+    if ((!parser.isSet("port") && !parser.isSet("check")) || !which) {
         throw BenchError("which port, and which level (ict, t1, bi, t2)? Example: bench station "
                          "--port /dev/ttyUSB0 --level t1");
     }
@@ -156,22 +212,17 @@ int runStation(const QStringList &args)
         return 0;
     }
     quitOnInterrupt();
-    if (!runAll(jobs, parser.isSet("yes"))) {
-        fprintf(stderr, "interrupted; the panels stay as they are\n");
-        _exit(130); // the threads wait for panels: nothing of theirs needs an orderly end
+    for (const Job &job : jobs) {
+        beginReport(job.report, folderOf(parser, job));
     }
+    const bool usable = runAll(jobs, parser.isSet("yes"));
     bool passed = true;
     for (const Job &job : jobs) {
-        const QString folder =
-            parser.value("report") + '/' + nameOf(job).mid(1).replace(QRegExp("[/ ]"), "-");
-        const QString problem = writeReport(job.report, folder);
-        if (!problem.isEmpty()) {
-            throw BenchError(problem);
-        }
+        const QString folder = writeReport(job.report, folderOf(parser, job));
         passed = passed && job.report.passed();
         say(QString("%1  %2  %3/report.html")
                 .arg(job.report.passed() ? "PASSED" : "FAILED", nameOf(job), folder),
             !job.report.passed());
     }
-    return passed ? 0 : 1;
+    return !usable ? 2 : passed && !interrupted() ? 0 : 1;
 }

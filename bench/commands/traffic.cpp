@@ -1,72 +1,147 @@
 #include "commands/traffic.h"
+
 #include "station/codec.h"
 #include "station/protocol.h"
+
+#include <QJsonDocument>
 
 namespace {
 // A message without a line end is over when the line has been silent for so long.
 constexpr int quietMs = 50;
+const char planEnd[] = "\n  ]\n}\n";
 } // namespace
 
-Traffic::Traffic(PtyPort *port, const Sinks &sinks)
-    : name_(portName(port->id()))
-    , link_(port->id() == Port::ttyO1 || port->id() == Port::ttyO3)
-    , sinks_(sinks)
+Traffic::Traffic(VirtualPanel &panel, FILE *screen, const QString &record)
+    : panel_(panel)
+    , screen_(screen)
+    , record_(record)
 {
     clock_.start();
-    quiet_.setSingleShot(true);
-    quiet_.setInterval(quietMs);
-    connect(&quiet_, &QTimer::timeout, this, [this] {
-        finish(in_);
-        finish(out_);
-    });
-    connect(port, &PtyPort::intoPanel, this, [this](const QByteArray &bytes) { add(in_, bytes); });
-    connect(port, &PtyPort::fromPanel, this, [this](const QByteArray &bytes) { add(out_, bytes); });
-}
-
-void Traffic::add(Message &message, const QByteArray &bytes)
-{
-    finish(&message == &in_ ? out_ : in_); // the other side's turn is over
-    for (char byte : bytes) {
-        message.bytes += byte;
-        if (byte == '\n')
-            finish(message);
+    if (!record.isEmpty() && !record_.open(QIODevice::WriteOnly)) {
+        throw BenchError(QString("cannot write %1: %2").arg(record, record_.errorString()));
     }
-    quiet_.start();
+    connect(&panel, &VirtualPanel::powered, this, [this](bool on) {
+        if (on) {
+            powered();
+        }
+    });
+    lines_.resize(portCount);
+    for (int i = 0; i < portCount; ++i) {
+        Line &line = lines_[size_t(i)];
+        line.port = Port(i);
+        line.quiet = std::make_unique<QTimer>();
+        line.quiet->setSingleShot(true);
+        line.quiet->setInterval(quietMs);
+        connect(line.quiet.get(), &QTimer::timeout, this, [&] { finish(line); });
+        const PtyPort *port = panel.port(Port(i));
+        connect(port, &PtyPort::intoPanel, this,
+                [&](const QByteArray &bytes) { add(line, line.in, bytes); });
+        connect(port, &PtyPort::fromPanel, this,
+                [&](const QByteArray &bytes) { add(line, line.out, bytes); });
+    }
 }
 
-void Traffic::finish(Message &message)
+Traffic::~Traffic()
 {
-    if (message.bytes.isEmpty())
-        return;
-    const QString means = meaning(message);
-    const auto write = [&](FILE *sink, const char *form) {
-        if (!sink)
-            return;
-        fprintf(sink, form, double(clock_.elapsed()) / 1000, name_, message.arrow,
-                qPrintable(printable(message.bytes)), qPrintable(means));
-        fflush(sink);
-    };
-    write(sinks_.screen, "%9.3f  %-7s %s %-34s %s\n");
-    write(sinks_.record, "%.3f\t%s\t%s\t%s\t%s\n");
-    message.bytes.clear();
+    endStep();
 }
 
-QString Traffic::meaning(const Message &message)
+void Traffic::powered()
 {
-    if (!link_ || (&message == &out_ && code_.isEmpty()))
-        return {};
-    if (&message == &out_)
-        return meaningOf(decode(message.bytes).payload, code_);
-    // Of the long requests the table knows the first characters; the number may be in front.
-    code_.clear();
-    for (int from : {3, 0}) {
-        for (int length : {4, 2}) {
-            const Command *command = findCommand(message.bytes.mid(from, length));
-            if (command && code_.isEmpty()) {
-                code_ = command->code;
-                return command->meaning;
-            }
+    const QString level = panel_.readFile("/usr/local/ict/HMI_TEST_LEVEL.txt").trimmed();
+    level_ = qMax(0, levelByName(level)); // whatever else it says is ICT
+    if (recordLevel_ < 0 && record_.isOpen()) {
+        recordLevel_ = level_;
+        record_.write(QString("{\n  \"level\": \"%1\",\n  \"partial\": true,\n  \"steps\": [")
+                          .arg(levelName(level_))
+                          .toLatin1()
+                      + planEnd);
+        record_.flush();
+    }
+}
+
+void Traffic::add(Line &line, QByteArray &message, const QByteArray &bytes)
+{
+    if (!(&message == &line.in ? line.out : line.in).isEmpty()) {
+        finish(line); // the other side's turn is over
+    }
+    for (char byte : bytes) {
+        message += byte;
+        if (byte == '\n') {
+            finish(line);
         }
     }
-    return {};
+    line.quiet->start();
+}
+
+void Traffic::finish(Line &line)
+{
+    for (QByteArray *message : {&line.in, &line.out}) {
+        if (!message->isEmpty()) {
+            write(line, message == &line.in, *message);
+        }
+        message->clear();
+    }
+}
+
+void Traffic::write(const Line &line, bool in, const QByteArray &bytes)
+{
+    const bool link = line.port == (level_ == Bi ? Port::ttyO3 : Port::ttyO1);
+    const QString means = link ? meaning(in, bytes) : QString();
+    if (screen_) {
+        fprintf(screen_, "%9.3f  %-7s %s %-34s %s\n", double(clock_.elapsed()) / 1000,
+                portName(line.port), in ? "->" : "<-", qPrintable(printable(bytes)),
+                qPrintable(means));
+        fflush(screen_);
+    }
+    if (link && record_.isOpen() && level_ == recordLevel_) {
+        record(in, bytes);
+    }
+}
+
+QString Traffic::meaning(bool in, const QByteArray &bytes)
+{
+    if (!in && code_.isEmpty()) {
+        return {};
+    }
+    if (!in) {
+        const Reply reply = decode(bytes);
+        return reply.kind == Reply::Damaged ? QString("damaged") : meaningOf(reply.payload, code_);
+    }
+    const Command *command = commandOf(bytes);
+    code_ = command ? command->code : QByteArray();
+    const QString why = refusal(bytes, level_);
+    const QString what = command ? command->meaning : QString("request");
+    return why.isEmpty() ? what : what + ", refused: " + why;
+}
+
+void Traffic::record(bool in, const QByteArray &bytes)
+{
+    if (in) {
+        endStep();
+        const Command *command = commandOf(bytes);
+        step_["name"] = command ? command->meaning : QString("unknown request");
+        step_["raw"] = textOf(bytes);
+    } else if (!step_.isEmpty()) {
+        step_["bytes"] = step_["bytes"].toString() + textOf(bytes);
+    }
+}
+
+// Writes the step; the file is a whole plan after each.
+void Traffic::endStep()
+{
+    if (step_.isEmpty()) {
+        return;
+    }
+    const bool answered = step_.contains("bytes");
+    step_["repeats"] = 0;
+    step_["timeout"] = answered ? 15000 : 500;
+    if (!answered) {
+        step_["silence"] = true;
+    }
+    record_.seek(record_.size() - qint64(qstrlen(planEnd)));
+    record_.write(separator_ + QJsonDocument(step_).toJson(QJsonDocument::Compact) + planEnd);
+    record_.flush();
+    separator_ = ",\n    ";
+    step_ = {};
 }

@@ -1,39 +1,49 @@
 #pragma once
 
-#include "panel/ptyport.h"
+#include "panel/virtualpanel.h"
 
 #include <QElapsedTimer>
+#include <QFile>
+#include <QJsonObject>
 #include <QTimer>
 
 #include <cstdio>
+#include <memory>
+#include <vector>
 
-// Writes down what goes over one port of a panel, a line for each message: time since the start in
-// seconds, port, direction as the panel sees it, the bytes, and on the PC link what they mean.
+// Writes down what goes over the ports of a panel. On the screen a line a message: time since the
+// start in seconds, port, direction as the panel sees it, the bytes, and on the PC link what they
+// mean. As a record the exchanges of the PC link, for `bench station --plan`; a plan has one level,
+// so those at the level of the first power-on only. The panel must outlive it.
 class Traffic : public QObject {
     Q_OBJECT
 
 public:
-    // Where the lines go; null for nowhere. The record has tabs between the columns, for
-    // `bench replay`. Written from the thread that creates this.
-    struct Sinks {
-        FILE *screen, *record;
-    };
-    Traffic(PtyPort *port, const Sinks &sinks);
+    // `screen`: null for nothing. `record`: path of the file, empty for none. Throws BenchError.
+    Traffic(VirtualPanel &panel, FILE *screen, const QString &record);
+    ~Traffic() override;
 
 private:
-    struct Message {
-        const char *arrow;
-        QByteArray bytes;
+    struct Line { // one port
+        Port port;
+        QByteArray in, out; // of the messages that have begun
+        std::unique_ptr<QTimer> quiet;
     };
-    void add(Message &message, const QByteArray &bytes);
-    void finish(Message &message);
-    QString meaning(const Message &message);
+    void powered();
+    void add(Line &line, QByteArray &message, const QByteArray &bytes);
+    void finish(Line &line);
+    void write(const Line &line, bool in, const QByteArray &bytes);
+    QString meaning(bool in, const QByteArray &bytes);
+    void record(bool in, const QByteArray &bytes);
+    void endStep();
 
-    const char *name_;
-    const bool link_; // the PC link runs here, at some level
-    Message in_{"->", {}}, out_{"<-", {}};
+    VirtualPanel &panel_;
+    int level_ = -1, recordLevel_ = -1;
+    std::vector<Line> lines_;
+    FILE *screen_;
+    QFile record_;
+    QJsonObject step_; // of the record, still open
+    QByteArray separator_ = "\n    "; // before the next step
     QByteArray code_; // of the last request; empty for what is none
-    QTimer quiet_;
     QElapsedTimer clock_;
-    const Sinks sinks_;
 };

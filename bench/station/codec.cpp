@@ -1,7 +1,6 @@
 #include "station/codec.h"
 
 #include <numeric>
-#include <utility>
 
 static QByteArray twoDigits(int value)
 {
@@ -138,7 +137,8 @@ QByteArray unprintable(const QByteArray &text)
         if (!escape) {
             bytes += text[i];
         } else if (escape == 'x') {
-            bytes += char(text.mid(std::exchange(i, i + 2) + 1, 2).toInt(nullptr, 16));
+            bytes += char(text.mid(i + 1, 2).toInt(nullptr, 16));
+            i += 2;
         } else {
             bytes += escape == 'r' ? '\r' : escape == 'n' ? '\n' : escape;
         }

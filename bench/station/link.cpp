@@ -80,7 +80,7 @@ bool Link::awaitBytes(int ms)
     QObject::connect(&port_, &QSerialPort::errorOccurred, &loop, &QEventLoop::quit);
     timer.start(qMax(0, ms));
     if (loop.exec() == -1) {
-        throw BenchError("interrupted"); // the application was told to quit
+        throw BenchError("interrupted"); // the application or the thread was told to quit
     }
     return port_.bytesAvailable() > 0;
 }
@@ -144,7 +144,7 @@ Link::Answer Link::exchange(const Request &request)
             before = clock.nsecsElapsed();
         }
         answer.bytes = awaitAnswer(request, &lastByteNs);
-        answer.ms = (before + lastByteNs) / 1e6;
+        answer.ms = (answer.bytes.isEmpty() ? clock.nsecsElapsed() : before + lastByteNs) / 1e6;
         if (isAnswer(answer.bytes, request.framed)) {
             break;
         }

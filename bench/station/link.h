@@ -30,11 +30,12 @@ public:
     };
     struct Answer {
         QByteArray bytes; // all that came, noise included; empty for silence
-        double ms = 0; // from the first byte written to the last byte read
+        double ms = 0; // of the last try, from the first byte written to the last read, or waited
         int tries = 0;
         QString error; // the port failed
     };
-    // Throws BenchError when the application was told to quit (Ctrl-C) meanwhile.
+    // Throws BenchError when the application was told to quit (Ctrl-C) meanwhile, or the thread by
+    // QThread::exit().
     Answer exchange(const Request &request);
 
 private:

@@ -2,58 +2,50 @@
 
 #include "station/runner.h"
 
-// What the files of a panel must hold after everything that was done to it since it was
-// factory-new: a second book, kept from the station's side alone, and compared byte for byte (dates
-// by their form).
+// What lies on a panel, compared with expected states: texts in the plans' folder that a person can
+// read. A state has a section for each file it speaks of, headed "[PATH]", "[PATH new]"
+// for a log whose earlier part was compared before and must not have changed, or "[PATH records N]"
+// for a file of records of N bytes. Below stand its lines, as printable() shows them, their line
+// end included; of a PATH with "*" in its last part, the names that fit. A run of zero bytes is
+// "\0*COUNT", in records "\0" for what fills them up. "${name}" stands for a value of the plan,
+// "${old}" for a date of 2015, where the clock of a new panel is, "${now}" for one of today's year,
+// "${any}" for anything; any other name takes what it meets first and must be the same from then
+// on. "#" begins a comment.
 class PanelFiles {
 public:
-    // `folder`: where the panel's /usr/local/ict lies on this machine. `items`: the item lines by
-    // level.
-    PanelFiles(QString folder, QVector<QStringList> items);
+    // `root`: where the panel's "/" lies on this machine.
+    explicit PanelFiles(QString root)
+        : root_(std::move(root))
+    {
+    }
+
+    Values values; // what the names in a state stand for; grows by those that it meets
 
     // Level at which the panel starts next: what its level file says, anything unknown being ICT.
     int level() const;
-    // The station number that the panel has been given, 0 for none.
-    int station() const;
     bool released() const
     {
-        return level_ == "HMI\n";
+        return read("/usr/local/ict/HMI_TEST_LEVEL.txt") == "HMI\n";
     }
-
-    void booted();
-    void exchanged(const StepResult &result);
-    // What differs, empty for nothing. Waits up to `patienceMs` for the panel to finish writing.
-    QStringList faults(int patienceMs) const;
-    QByteArray resumeLog() const
-    {
-        return read("HMI_Factory_Resume.txt");
-    }
+    QByteArray read(const QString &path) const; // empty if missing
+    // What differs from the state in `file`, empty for nothing. Waits up to `patienceMs` for the
+    // panel to finish writing.
+    QStringList differences(const QString &file, int patienceMs);
+    // Items of `level` whose results on the panel are not what it answered in `run`: for panels
+    // with faults, whose states nobody has written down.
+    QStringList itemFaults(int level, const LevelResult &run, int patienceMs) const;
 
 private:
-    QByteArray date() const;
-    QByteArray read(const QString &name) const;
-    QByteArray flagFile(int level) const;
-    void setItem(int level, int item, char result);
-    void append(const QByteArray &lines)
-    {
-        resume_ += lines;
-    }
-    void traffic(const StepResult &result);
-    void endChecked(const StepResult &result);
-    void changed(const QByteArray &level);
-    void identified(const QByteArray &id);
-    void compare(QStringList *faults, const QString &name, const QByteArray &wanted) const;
-    void compareFactoryLog(QStringList *faults) const;
-    QStringList differences() const;
+    struct Section {
+        QString path;
+        int recordSize = 0;
+        bool isNew = false;
+        QStringList lines; // expected
+    };
+    QStringList linesOf(const Section &section) const;
+    QString difference(const Section &section, QHash<QString, QStringList> *seen,
+                       Values *values) const;
 
-    QString folder_;
-    QVector<QStringList> items_;
-    QByteArray level_ = "ICT\n";
-    int running_ = 0; // level the panel runs at since its last start
-    QByteArray flags_[4]; // result characters; empty: no file
-    QByteArray resume_; // dates as date()
-    int year_ = 0;
-    QList<QByteArray> records_; // of the factory log, without their date
-    QHash<QString, QByteArray> identities_; // files with station number and IDs
-    int factory_ = 0;
+    QString root_;
+    QHash<QString, QStringList> seen_; // lines of the logs that were compared before
 };

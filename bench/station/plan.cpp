@@ -1,15 +1,14 @@
 #include "station/plan.h"
 
+#include "panel/bencherror.h"
 #include "panel/folders.h"
+#include "panel/json.h"
 #include "station/codec.h"
 #include "station/protocol.h"
 #include "station/stand.h"
 
-#include <QFile>
 #include <QFileInfo>
 #include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
 #include <QRegularExpression>
 
 static const QRegularExpression &placeholder()
@@ -23,17 +22,11 @@ QString planFolder()
     return dataFolder() + "/bench/plans";
 }
 
-QStringList levelItems(int level)
+QStringList levelItems(int level, const QString &folder)
 {
-    QFile file(planFolder() + "/items.json");
-    QStringList items;
-    if (file.open(QIODevice::ReadOnly)) {
-        for (const QJsonValue &item :
-             QJsonDocument::fromJson(file.readAll())[levelName(level)].toArray()) {
-            items << item.toString();
-        }
-    }
-    return items;
+    const QString own = folder + "/items.json";
+    const QJsonObject items = readJson(QFile::exists(own) ? own : planFolder() + "/items.json");
+    return QVariant(items[levelName(level)].toArray().toVariantList()).toStringList();
 }
 
 QString expand(const QString &text, const Values &values, bool pattern)
@@ -53,6 +46,9 @@ QString expand(const QString &text, const Values &values, bool pattern)
 QByteArray requestOf(const Step &step, const Values &values, int number)
 {
     const QByteArray argument = expand(step.argument, values).toLatin1();
+    if (!step.raw.isEmpty()) {
+        return step.raw;
+    }
     if (step.code == "8D" || step.code == "8E") {
         return clockRequest(step.code, QDateTime::currentDateTime().addSecs(argument.toInt()));
     }
@@ -69,61 +65,155 @@ QByteArray requestOf(const Step &step, const Values &values, int number)
 }
 
 namespace {
-// One plan file being read: collects what is wrong with it.
-struct Reader {
-    Plan plan;
-    const Values &values;
 
-    void problem(int line, const QString &what)
-    {
-        plan.problems << QString("%1:%2: %3").arg(plan.file).arg(line).arg(what);
-    }
-    void checkValues(int line, const QString &text)
-    {
-        auto matches = placeholder().globalMatch(text);
-        while (matches.hasNext()) {
-            const QString name = matches.next().captured(1);
-            if (!values.contains(name)) {
-                problem(line, QString("nobody says what ${%1} is (--set %1=...)").arg(name));
-            }
-        }
-    }
-    QStringList actions(const QJsonValue &value, int line)
-    {
-        QStringList list;
-        for (const QJsonValue &action : value.toArray()) {
-            list << action.toString();
-            const QString fault = actionFault(action.toString());
-            if (!fault.isEmpty()) {
-                problem(line, fault);
-            }
-        }
-        return list;
-    }
-    Step step(const QJsonObject &object, int line);
-    void check(const Step &step);
-    void covered();
-};
-}
+// What a key's value must be; texts and numbers may stand where a list of them may.
+enum Form { Text = 1, Number = 2, Flag = 4, Texts = 8, Numbers = 16 };
 
-static const QStringList &stepKeys()
+const QMap<QString, int> stepKeys = {{"item", Number | Numbers},
+                                     {"name", Text},
+                                     {"code", Text},
+                                     {"raw", Text},
+                                     {"argument", Text | Number},
+                                     {"addressed", Flag},
+                                     {"reply", Text},
+                                     {"text", Text},
+                                     {"bytes", Text},
+                                     {"battery", Numbers},
+                                     {"silence", Flag},
+                                     {"timeout", Number},
+                                     {"repeats", Number},
+                                     {"wait", Number},
+                                     {"before", Texts},
+                                     {"during", Texts},
+                                     {"after", Texts}};
+
+int formOf(const QJsonValue &value)
 {
-    static const QStringList keys = {"item",    "name", "code",    "argument", "addressed",
-                                     "reply",   "text", "battery", "silence",  "timeout",
-                                     "repeats", "wait", "before",  "during",   "after"};
-    return keys;
+    int form = 0;
+    switch (value.type()) {
+    case QJsonValue::String:
+        return Text;
+    case QJsonValue::Bool:
+        return Flag;
+    case QJsonValue::Double:
+        return value.toDouble() >= 0 && value.toInt(-1) >= 0 ? Number : 0;
+    case QJsonValue::Array:
+        form = Texts | Numbers;
+        for (const QJsonValue &one : value.toArray()) {
+            form &= formOf(one) == Text ? Texts : formOf(one) == Number ? Numbers : 0;
+        }
+        return form;
+    default:
+        return 0;
+    }
 }
 
-Step Reader::step(const QJsonObject &object, int line)
+QString formText(int form)
+{
+    static const char *const names[] = {"a text", "a whole number from 0 on", "true or false",
+                                        "a list of texts", "a list of whole numbers from 0 on"};
+    QStringList texts;
+    for (int bit = 0; bit < 5; ++bit) {
+        if (form & (1 << bit)) {
+            texts << names[bit];
+        }
+    }
+    return texts.join(" or ");
+}
+
+// One plan file being read: collects what is wrong with it.
+class Reader {
+public:
+    Reader(const QString &path, const Values &values)
+        : values_(values)
+    {
+        plan.file = place_ = QFileInfo(path).fileName();
+    }
+    void read(const QJsonObject &root);
+    void problem(const QString &what)
+    {
+        plan.problems << place_ + ": " + what;
+    }
+
+    Plan plan;
+
+private:
+    void checkKeys(const QJsonObject &object);
+    Step step(const QJsonObject &object);
+    void expectation(const QJsonObject &object, Step *step);
+    QStringList actions(const QJsonValue &value);
+    void check(const Step &step);
+    void checkValues(const QString &text);
+    void checkCovered();
+
+    const Values &values_;
+    QString place_;
+};
+
+void Reader::checkKeys(const QJsonObject &object)
 {
     for (const QString &key : object.keys()) {
-        if (!stepKeys().contains(key)) {
-            problem(line,
-                    QString("unknown key \"%1\"; known are %2").arg(key, stepKeys().join(", ")));
+        if (!stepKeys.contains(key)) {
+            const QStringList known = stepKeys.keys();
+            problem(QString("unknown key \"%1\"; known are %2").arg(key, known.join(", ")));
+        } else if (!(stepKeys[key] & formOf(object[key]))) {
+            problem(QString("\"%1\" must be %2").arg(key, formText(stepKeys[key])));
         }
     }
+}
+
+void Reader::checkValues(const QString &text)
+{
+    auto matches = placeholder().globalMatch(text);
+    while (matches.hasNext()) {
+        const QString name = matches.next().captured(1);
+        plan.uses << name;
+        if (!values_.contains(name)) {
+            problem(QString("nobody says what ${%1} is (--set %1=...)").arg(name));
+        }
+    }
+}
+
+QStringList Reader::actions(const QJsonValue &value)
+{
+    QStringList list;
+    for (const QJsonValue &action : value.toArray()) {
+        list << action.toString();
+        const QString fault = actionFault(action.toString());
+        if (!fault.isEmpty()) {
+            problem(fault);
+        }
+    }
+    return list;
+}
+
+void Reader::expectation(const QJsonObject &object, Step *step)
+{
+    const Command *command = findCommand(step->code);
+    step->reply = object["reply"].toString(command ? textOf(command->pass()) : QString());
+    if (object.contains("text")) {
+        step->expect = Step::Text;
+        step->reply = object["text"].toString();
+    } else if (object.contains("bytes")) {
+        step->expect = Step::Bytes;
+        step->reply = object["bytes"].toString();
+    } else if (object.contains("battery")) {
+        const QJsonArray range = object["battery"].toArray();
+        step->expect = Step::Battery;
+        step->minimumMv = range.at(0).toInt();
+        step->maximumMv = range.at(1).toInt();
+        if (range.size() != 2 || step->minimumMv > step->maximumMv) {
+            problem("\"battery\" must be two numbers, the smaller first");
+        }
+    } else if (object["silence"].toBool()) {
+        step->expect = Step::Silence;
+    }
+}
+
+Step Reader::step(const QJsonObject &object)
+{
+    checkKeys(object);
     Step step;
-    step.line = line;
     const QJsonValue item = object["item"];
     for (const QJsonValue &number : item.isArray() ? item.toArray() : QJsonArray{item}) {
         if (number.isDouble()) {
@@ -132,126 +222,98 @@ Step Reader::step(const QJsonObject &object, int line)
     }
     step.name = object["name"].toString();
     step.code = object["code"].toString().toLatin1();
+    step.raw = object["raw"].toString().toLatin1();
+    if (const Command *command = step.raw.isEmpty() ? nullptr : commandOf(step.raw)) {
+        step.code = command->code;
+    }
     step.argument = object["argument"].toVariant().toString();
     step.addressed = object["addressed"].toBool();
-    step.reply = object["reply"].toString(
-        QString::fromLatin1(step.code.size() == 2 ? step.code + "00" : step.code));
-    if (object.contains("text")) {
-        step.expect = Step::Text;
-        step.reply = object["text"].toString();
-    } else if (object.contains("battery")) {
-        step.expect = Step::Battery;
-        step.minimumMv = object["battery"].toArray().at(0).toInt();
-        step.maximumMv = object["battery"].toArray().at(1).toInt();
-    } else if (object["silence"].toBool()) {
-        step.expect = Step::Silence;
-    }
+    expectation(object, &step);
     step.timeoutMs = object["timeout"].toInt(step.timeoutMs);
     step.repeats = object["repeats"].toInt(step.repeats);
     step.waitMs = object["wait"].toInt();
-    step.before = actions(object["before"], line);
-    step.during = actions(object["during"], line);
-    step.after = actions(object["after"], line);
+    step.before = actions(object["before"]);
+    step.during = actions(object["during"]);
+    step.after = actions(object["after"]);
     return step;
 }
 
 void Reader::check(const Step &step)
 {
     const Command *command = findCommand(step.code);
-    if (!command) {
-        problem(step.line,
-                QString("\"%1\": no panel knows the code \"%2\"")
-                    .arg(step.name, QString::fromLatin1(step.code)));
-    } else if (!allowedAt(*command, plan.level) && step.expect != Step::Silence) {
-        problem(step.line,
-                QString("\"%1\": the code %2 is not allowed at level %3")
-                    .arg(step.name, step.code, levelName(plan.level)));
+    if (step.raw.isEmpty() && !command) {
+        problem(QString("no panel knows the code \"%1\"").arg(textOf(step.code)));
+    } else if (step.raw.isEmpty() && !command->allowedAt(plan.level)
+               && step.expect != Step::Silence) {
+        problem(QString("the code %1 is not allowed at level %2")
+                    .arg(textOf(step.code), levelName(plan.level)));
     }
     for (int item : step.items) {
         if (item < 1 || item > plan.items.size()) {
-            problem(step.line,
-                    QString("\"%1\": level %2 has no item %3")
-                        .arg(step.name, levelName(plan.level))
-                        .arg(item));
+            problem(QString("level %1 has no item %2").arg(levelName(plan.level)).arg(item));
         }
     }
     if (step.expect == Step::Text
-        && !QRegularExpression(expand(step.reply, values, true)).isValid()) {
-        problem(step.line,
-                QString("\"%1\": not a regular expression: %2").arg(step.name, step.reply));
+        && !QRegularExpression(expand(step.reply, values_, true)).isValid()) {
+        problem("not a regular expression: " + step.reply);
     }
-    checkValues(step.line, step.reply);
-    checkValues(step.line, step.argument);
+    checkValues(step.reply);
+    checkValues(step.argument);
+    if (step.code == "KLV-" && step.raw.isEmpty()) {
+        checkValues("${model}");
+    }
 }
 
-void Reader::covered()
+void Reader::checkCovered()
 {
+    QSet<int> covered;
+    for (const Step &step : plan.steps) {
+        covered.unite({step.items.begin(), step.items.end()});
+    }
     for (int item = 1; item <= plan.items.size() && !plan.partial; ++item) {
-        bool found = false;
-        for (const Step &step : plan.steps) {
-            found = found || step.items.contains(item);
-        }
-        if (!found) {
-            problem(1, QString("no step covers item \"%1\"").arg(plan.items[item - 1]));
+        if (!covered.contains(item)) {
+            problem(QString("no step covers item \"%1\"").arg(plan.items[item - 1]));
         }
     }
 }
 
-// The line of every object that lies two brackets deep: the steps, in order.
-static QVector<int> stepLines(const QByteArray &text)
+void Reader::read(const QJsonObject &root)
 {
-    QVector<int> lines;
-    int depth = 0, line = 1;
-    bool inString = false;
-    for (int at = 0; at < text.size(); ++at) {
-        const char c = text[at];
-        if (c == '\n') {
-            ++line;
-        } else if (inString && c == '\\') {
-            ++at;
-        } else if (c == '"') {
-            inString = !inString;
-        } else if (!inString && (c == '{' || c == '[')) {
-            if (c == '{' && depth == 2) {
-                lines << line;
-            }
-            ++depth;
-        } else if (!inString && (c == '}' || c == ']')) {
-            --depth;
-        }
+    const QString file = place_;
+    plan.partial = root["partial"].toBool();
+    int number = 0;
+    for (const QJsonValue &row : root["steps"].toArray()) {
+        const QString name = row["name"].toString();
+        place_ = QString("%1, step %2%3")
+                     .arg(file)
+                     .arg(++number)
+                     .arg(name.isEmpty() ? name : " \"" + name + '"');
+        plan.steps << step(row.toObject());
+        check(plan.steps.last());
     }
-    return lines;
+    place_ = file;
+    if (plan.steps.isEmpty()) {
+        problem("\"steps\" holds none");
+    }
+    checkCovered();
 }
+
+} // namespace
 
 Plan loadPlan(const QString &path, const Values &values)
 {
-    Reader reader{{}, values};
-    Plan &plan = reader.plan;
-    plan.file = QFileInfo(path).fileName();
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) {
-        reader.problem(1, QString("cannot be read (%1); --plans names the folder").arg(path));
-        return plan;
+    Reader reader(path, values);
+    try {
+        const QJsonObject root = readJson(path);
+        reader.plan.level = levelByName(root["level"].toString());
+        if (reader.plan.level < 0) {
+            reader.problem("\"level\" must be ICT, T1, BI or T2");
+            return reader.plan;
+        }
+        reader.plan.items = levelItems(reader.plan.level, QFileInfo(path).path());
+        reader.read(root);
+    } catch (const BenchError &error) {
+        reader.plan.problems << error.what();
     }
-    const QByteArray text = file.readAll();
-    QJsonParseError error;
-    const QJsonObject root = QJsonDocument::fromJson(text, &error).object();
-    if (error.error != QJsonParseError::NoError) {
-        reader.problem(text.left(error.offset).count('\n') + 1, error.errorString());
-        return plan;
-    }
-    plan.level = levelByName(root["level"].toString());
-    if (plan.level < 0) {
-        reader.problem(1, "\"level\" must be ICT, T1, BI or T2");
-    }
-    plan.partial = root["partial"].toBool();
-    plan.items = levelItems(plan.level);
-    const QVector<int> lines = stepLines(text);
-    const QJsonArray steps = root["steps"].toArray();
-    for (int i = 0; i < steps.size(); ++i) {
-        plan.steps << reader.step(steps[i].toObject(), lines.value(i, 1));
-        reader.check(plan.steps.last());
-    }
-    reader.covered();
-    return plan;
+    return reader.plan;
 }

@@ -1,8 +1,11 @@
 #include "station/protocol.h"
 
+#include "panel/folders.h"
+#include "panel/json.h"
 #include "station/codec.h"
 
 #include <QHash>
+#include <QJsonArray>
 
 static const char *const levelNames[] = {"ICT", "T1", "BI", "T2"};
 static const char *const wireLevels[] = {"04", "01", "02", "03"};
@@ -28,127 +31,55 @@ QByteArray wireLevel(const QString &name)
     return level < 0 ? "00" : wireLevels[level];
 }
 
-QByteArray endCheckCode(int level)
-{
-    return QByteArray(wireLevels[level]) + "00";
-}
-
 namespace {
-constexpr unsigned I = 1 << Ict, A = 1 << T1, B = 1 << Bi, Z = 1 << T2;
-constexpr unsigned Plain = I | A | Z; // everywhere but on the burn-in bus
 
-const Command commands[] = {
-    {"FF00", Plain, Answer::Raw, "firmware version"},
-    {"AA00", Plain, Answer::Raw, "CRC of the flash image"},
-    {"AB00", Plain, Answer::Raw, "panel model"},
-    {"FF01", Plain, Answer::Raw, "tool version of the fixture"},
-    {"8000", Plain, Answer::Frame, "COM1 RS-232 presence"},
-    {"8102", Plain, Answer::Frame, "COM1 RS-485"},
-    {"8107", Plain, Answer::Frame, "COM2 RS-422 and RS-485"},
-    {"810A", Plain, Answer::Frame, "COM1 and COM2, all modes"},
-    {"8500", Plain | B, Answer::Frame, "DDR memory"},
-    {"8700", I, Answer::Frame, "backup root file system"},
-    {"8800", Plain | B, Answer::RawLogged, "battery voltage"},
-    {"8801", Plain | B, Answer::RawLogged, "battery voltage, no threshold"},
-    {"8A00", A, Answer::Frame, "assign the station number"},
-    {"8C00", I, Answer::Frame, "RTC against system clock"},
-    {"8D", A, Answer::Frame, "set the clock"},
-    {"8E", A | Z, Answer::Frame, "RTC against the station's time"},
-    {"9000", A, Answer::Frame, "touch calibration, five targets checked"},
-    {"9004", A, Answer::Frame, "touch calibration, three targets checked"},
-    {"9001", Z, Answer::Frame, "touch check"},
-    {"9002", I, Answer::RawLogged, "touch coordinates"},
-    {"9003", A | B | Z, Answer::Frame, "touch pressure at rest"},
-    {"9011", A, Answer::Raw, "touch value 1 of calibration"},
-    {"9012", A, Answer::Raw, "touch value 2 of calibration"},
-    {"9013", A, Answer::Raw, "touch value 3 of calibration"},
-    {"9014", A, Answer::Raw, "touch value 4 of calibration"},
-    {"9015", A, Answer::Raw, "touch value 5 of calibration"},
-    {"9021", A | Z, Answer::Raw, "touch value 1 of the check"},
-    {"9022", A | Z, Answer::Raw, "touch value 2 of the check"},
-    {"9023", A | Z, Answer::Raw, "touch value 3 of the check"},
-    {"9024", A | Z, Answer::Raw, "touch value 4 of the check"},
-    {"9025", A | Z, Answer::Raw, "touch value 5 of the check"},
-    {"9030", A | Z, Answer::Frame, "show the touch targets"},
-    {"9201", Plain, Answer::Frame, "buzzer"},
-    {"9202", Plain, Answer::Frame, "buzzer silent, then sounding"},
-    {"9301", A | Z, Answer::Frame, "backlight off"},
-    {"9302", A | Z, Answer::Frame, "backlight on"},
-    {"9502", I, Answer::Frame, "LCM circuit, 20 patterns"},
-    {"9508", I, Answer::Frame, "LCM circuit by I2C, 20 patterns"},
-    {"9503", I, Answer::Frame, "LCM circuit, 2 patterns"},
-    {"9509", I, Answer::Frame, "LCM circuit by I2C, 2 patterns"},
-    {"9504", A | B | Z, Answer::Frame, "red screen"},
-    {"9505", A | B | Z, Answer::Frame, "green screen"},
-    {"9506", A | B | Z, Answer::Frame, "blue screen"},
-    {"9507", A | B | Z, Answer::Frame, "red, green and blue bands"},
-    {"9510", Plain, Answer::Frame, "screen of a given colour"},
-    {"0601", A, Answer::Frame, "store the machine ID"},
-    {"0602", I, Answer::Frame, "store the semi-finished machine ID"},
-    {"0603", Z, Answer::Frame, "verify the semi-finished machine ID"},
-    {"0701", A | Z, Answer::RawLogged, "machine ID"},
-    {"0702", Plain, Answer::RawLogged, "semi-finished machine ID"},
-    {"A200", Plain | B, Answer::Frame, "USB storage"},
-    {"CC00", Plain | B, Answer::Frame, "export the saved logs to USB"},
-    {"CC01", Plain | B, Answer::Frame, "export the saved logs to SD"},
-    {"CC10", Plain | B, Answer::Frame, "export the logs to USB"},
-    {"CC11", Plain | B, Answer::Frame, "export the logs to SD"},
-    {"CE00", Plain | B, Answer::None, "USB port to mode 4"},
-    {"CE01", Plain | B, Answer::None, "USB port to mode 1"},
-    {"0400", I, Answer::Frame, "end check of ICT"},
-    {"0100", A, Answer::Frame, "end check of T1"},
-    {"0101", A, Answer::Frame, "end check of T1, straight to HMI"},
-    {"0200", B, Answer::Frame, "end check of BI"},
-    {"0300", Z, Answer::Frame, "end check of T2"},
-    {"KLV-", Plain | B, Answer::RawLogged, "forced change of level"},
+struct Protocol {
+    QHash<QByteArray, Command> commands;
+    QJsonObject answers; // replies that say more than "passed" or "failed"
 };
 
-// Failures that say more than "failed".
-const QHash<QByteArray, const char *> failures = {
-    {"81F2", "COM1 RS-485: answer wrong or missing"},
-    {"81F7", "COM2 RS-422: echo wrong or missing"},
-    {"81F3", "COM2 to COM1 RS-485: echo wrong or missing"},
-    {"87F0", "backup root file system: no result"},
-    {"87F1", "backup root file system: result 1"},
-    {"87F2", "backup root file system: result 2"},
-    {"86FF", "RTC check refused: no restart since the clock was set"},
-    {"90F3", "touch pressure at rest is not 0"},
-    {"92F1", "buzzer not heard"},
-    {"92F2", "buzzer not heard in its second"},
-    {"92F3", "buzzer: no silence"},
-    {"01FF", "end check of T1 refused: clock set, restart and RTC check are needed first"},
-    {"CCF0", "no USB stick or no saved logs"},
-    {"CCF1", "no SD card or no saved logs"},
-    {"CCE0", "no USB stick"},
-    {"CCE1", "no SD card"},
-    {"07F1", "no machine ID stored"},
-    {"07F2", "no semi-finished machine ID stored"},
-    {"0295", "battery at least 2.95 V"},
-};
+Protocol load()
+{
+    const QJsonObject file = readJson(dataFolder() + "/bench/plans/commands.json");
+    Protocol protocol;
+    protocol.answers = file["answers"].toObject();
+    for (const QJsonValue &row : file["commands"].toArray()) {
+        Command command;
+        command.code = row["code"].toString().toLatin1();
+        command.framed = row["answer"] == "frame";
+        command.meaning = row["means"].toString();
+        for (const QString &level : row["levels"].toString().split(' ')) {
+            command.levels |= 1u << levelByName(level);
+        }
+        protocol.commands[command.code] = command;
+    }
+    return protocol;
 }
+
+const Protocol &protocol()
+{
+    static const Protocol loaded = load();
+    return loaded;
+}
+
+} // namespace
 
 const Command *findCommand(const QByteArray &code)
 {
-    for (const Command &command : commands) {
-        if (code == command.code) {
-            return &command;
-        }
+    const auto found = protocol().commands.constFind(code);
+    return found == protocol().commands.constEnd() ? nullptr : &*found;
+}
+
+const Command *commandOf(const QByteArray &request)
+{
+    if (!request.startsWith(':')) {
+        return request.endsWith("\r\n") && request.contains('-') ? findCommand("KLV-") : nullptr;
     }
-    return nullptr;
-}
-
-bool allowedAt(const Command &command, int level)
-{
-    return command.levels & (1u << level);
-}
-
-// The failing pattern of an LCM reply: "95FF" counts down from pattern 1, the fast modes from
-// "95E7".
-static QString lcmPattern(const QByteArray &payload, const QByteArray &code)
-{
-    const bool fast = code == "9503" || code == "9509";
-    const int pattern = (fast ? 0x95E7 : 0x95FF) - payload.toInt(nullptr, 16) + 1;
-    return QString("LCM circuit: pattern %1 failed").arg(pattern);
+    if (request.startsWith(":9510")) {
+        return findCommand("9510");
+    }
+    const Command *const clock = findCommand(request.mid(3, 2));
+    return clock ? clock : findCommand(request.mid(3, 4));
 }
 
 QString meaningOf(const QByteArray &payload, const QByteArray &code)
@@ -156,15 +87,9 @@ QString meaningOf(const QByteArray &payload, const QByteArray &code)
     if (payload.isEmpty()) {
         return "no answer";
     }
-    if (failures.contains(payload)) {
-        return failures.value(payload);
-    }
-    if (code.startsWith("95") && (payload.startsWith("95F") || payload.startsWith("95E"))) {
-        return lcmPattern(payload, code);
-    }
-    if (payload.startsWith("FORCIBLY_GOTO_")) {
-        return payload.endsWith("FAIL") ? "level change refused"
-                                        : "level file now " + payload.mid(14).split('_').first();
+    const QJsonValue known = protocol().answers[QLatin1String(payload)];
+    if (known.isString()) {
+        return known.toString();
     }
     const Command *command = findCommand(code);
     const QString what = command ? command->meaning : "unknown request";
@@ -174,16 +99,34 @@ QString meaningOf(const QByteArray &payload, const QByteArray &code)
     if (payload.size() > 4 && payload.startsWith(code) && code.startsWith("07")) {
         return what + " " + payload.mid(4).trimmed();
     }
-    if (payload.size() != 4
-        || (command && command->answer == Answer::Raw && payload.endsWith('\n'))) {
+    if (payload.size() != 4 || (command && !command->framed && payload.endsWith('\n'))) {
         return what + " " + textOf(payload.trimmed());
     }
-    const QByteArray own = code.size() == 2 ? code + "00" : code;
-    if (payload == own) {
+    if (command && payload == command->pass()) {
         return what + ": passed";
     }
-    if (payload.left(2) == own.left(2) && payload[2] > '9') {
+    if (payload.left(2) == code.left(2) && payload[2] > '9') {
         return what + ": failed";
     }
     return what + ": foreign answer " + payload;
+}
+
+QString refusal(const QByteArray &request, int level)
+{
+    const Command *command = commandOf(request);
+    if (!command) {
+        return "no panel knows this request";
+    }
+    if (!command->allowedAt(level)) {
+        return QString("not at level %1").arg(levelName(level));
+    }
+    // The clock's check digits are not looked at; the colour and the forced change have none.
+    if (command->code.size() != 4 || command->code == "9510" || command->code == "KLV-") {
+        return {};
+    }
+    const QByteArray body = request.mid(1, request.size() - 5);
+    const QByteArray wanted = body.mid(2, 2) == "06" ? characterLrc(body) : hexLrc(body);
+    return !request.endsWith("\r\n")                ? "no line end"
+        : request.mid(body.size() + 1, 2) == wanted ? QString()
+                                                    : "check digits should be " + wanted;
 }

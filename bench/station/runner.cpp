@@ -1,5 +1,6 @@
 #include "station/runner.h"
 
+#include "panel/bencherror.h"
 #include "station/protocol.h"
 
 #include <QMutex>
@@ -50,18 +51,22 @@ Runner::Runner(Link &link, Stand &stand, Values values, int number, QString labe
 {
 }
 
-LevelResult Runner::run(const Plan &plan)
+void Runner::run(const Plan &plan, LevelResult *level)
 {
-    LevelResult level;
-    level.level = levelName(plan.level);
-    level.items = plan.items;
-    say(QString("%1%2 (%3)").arg(label_, level.level, plan.file));
+    level->level += levelName(plan.level);
+    level->items = plan.items;
+    say(QString("%1%2 (%3)").arg(label_, levelName(plan.level), plan.file));
     stand_.screens.clear();
-    for (const Step &step : plan.steps) {
-        level.steps << runStep(step, plan.level);
+    try {
+        for (const Step &step : plan.steps) {
+            level->steps << runStep(step, plan.level);
+        }
+    } catch (const BenchError &error) {
+        level->screens = stand_.screens;
+        level->faults << error.what();
+        throw;
     }
-    level.screens = stand_.screens;
-    return level;
+    level->screens = stand_.screens;
 }
 
 StepResult Runner::runStep(const Step &step, int level)
@@ -70,7 +75,7 @@ StepResult Runner::runStep(const Step &step, int level)
     result.step = step;
     const auto actions = [&](const QStringList &list) {
         for (const QString &action : list) {
-            const QString fault = perform(stand_, action);
+            const QString fault = stand_.act(action);
             if (!fault.isEmpty()) {
                 result.faults << QString("%1: %2").arg(action, fault);
             }
@@ -82,78 +87,79 @@ StepResult Runner::runStep(const Step &step, int level)
     request.timeoutMs = step.timeoutMs;
     request.tries = 1 + step.repeats;
     request.silence = step.expect == Step::Silence;
-    request.framed = step.expect == Step::Payload || step.expect == Step::Battery;
+    request.framed = step.expect == Step::Payload || step.expect == Step::Battery
+        || (step.expect == Step::Bytes && step.reply.startsWith(':'));
     if (!step.during.isEmpty()) {
         request.during = [&] { actions(step.during); };
     }
     result.answer = link_.exchange(request);
     judge(&result, level);
-    if (onExchange) {
-        onExchange(result);
-    }
     actions(step.after);
     report(result);
     return result;
 }
 
-// Millivolts that a battery frame states, to 10 mV.
-static int batteryMv(const Reply &reply)
+// What is wrong with the content of an answer, empty for nothing.
+static QString mismatch(const Step &step, const Reply &reply, const QByteArray &bytes,
+                        const Values &values)
 {
-    return reply.kind == Reply::Battery && reply.payload.size() == 4 ? reply.payload.toInt() * 10
-                                                                     : -1;
+    const QString wanted = expand(step.reply, values);
+    const QRegularExpression pattern(
+        QRegularExpression::anchoredPattern(expand(step.reply, values, true)));
+    const bool text = reply.kind == Reply::Text;
+    const int millivolts = reply.kind == Reply::Battery ? reply.payload.toInt() * 10 : -1;
+    switch (step.expect) {
+    case Step::Payload:
+        return !text && reply.payload == wanted.toLatin1() ? "" : "expected " + wanted;
+    case Step::Text:
+        return pattern.match(textOf(bytes)).hasMatch() ? "" : "expected the text " + wanted;
+    case Step::Bytes:
+        return bytes == wanted.toLatin1() ? "" : "expected " + printable(wanted.toLatin1());
+    case Step::Battery:
+        return millivolts >= step.minimumMv && millivolts <= step.maximumMv
+            ? ""
+            : QString("expected %1 to %2 mV").arg(step.minimumMv).arg(step.maximumMv);
+    case Step::Silence:
+        break;
+    }
+    return "answered where no answer is due";
 }
 
 void Runner::judge(StepResult *result, int level) const
 {
     const Step &step = result->step;
-    const Reply reply = result->reply = decode(result->answer.bytes);
-    result->meaning = meaningOf(reply.payload, step.code);
-    if (reply.kind == Reply::Damaged) {
-        result->meaning = "damaged: " + printable(result->answer.bytes);
-    }
+    const Link::Answer &answer = result->answer;
+    const Reply reply = result->reply = decode(answer.bytes);
+    result->meaning = reply.kind == Reply::Damaged ? "damaged: " + printable(answer.bytes)
+                                                   : meaningOf(reply.payload, step.code);
     QStringList &faults = result->faults;
-    if (!result->answer.error.isEmpty()) {
-        faults << result->answer.error;
+    if (!answer.error.isEmpty()) {
+        faults << answer.error;
     }
-    if (step.expect == Step::Silence) {
-        if (reply.kind == Reply::None) {
-            result->meaning = "no answer, as it must be";
-        } else {
-            faults << "answered where no answer is due";
-        }
+    if (reply.kind == Reply::None && step.expect == Step::Silence) {
+        result->meaning = "no answer, as it must be";
         return;
     }
     if (reply.kind == Reply::None) {
         faults << QString("no answer to %1 requests of %2 ms (cable, power, port settings?)")
-                      .arg(result->answer.tries)
+                      .arg(answer.tries)
                       .arg(step.timeoutMs);
         return;
     }
-    const QString wanted = expand(step.reply, values_, step.expect == Step::Text);
-    if (step.expect == Step::Payload
-        && (reply.kind == Reply::Text || reply.payload != wanted.toLatin1())) {
-        faults << "expected " + wanted;
-    }
-    if (step.expect == Step::Text
-        && !QRegularExpression(QRegularExpression::anchoredPattern(wanted))
-                .match(textOf(result->answer.bytes))
-                .hasMatch()) {
-        faults << QString("expected the text %1").arg(wanted);
-    }
-    const int millivolts = batteryMv(reply);
-    if (step.expect == Step::Battery
-        && (millivolts < step.minimumMv || millivolts > step.maximumMv)) {
-        faults << QString("expected %1 to %2 mV").arg(step.minimumMv).arg(step.maximumMv);
+    const QString wrong = mismatch(step, reply, answer.bytes, values_);
+    if (!wrong.isEmpty()) {
+        faults << wrong;
     }
     const int number = level == Bi || step.addressed ? number_ : 0;
-    if (reply.station >= 0 && reply.kind != Reply::Identity && reply.station != number) {
+    if (reply.station >= 0 && reply.kind != Reply::Identity && step.raw.isEmpty()
+        && reply.station != number) {
         faults << QString("answered as station %1 instead of %2").arg(reply.station).arg(number);
     }
     if (strict_ && !reply.noise.isEmpty()) {
         faults << "bytes before the reply: " + printable(reply.noise);
     }
-    if (strict_ && result->answer.tries > 1) {
-        faults << QString("answered only at request %1").arg(result->answer.tries);
+    if (strict_ && answer.tries > 1) {
+        faults << QString("answered only at request %1").arg(answer.tries);
     }
 }
 

@@ -23,7 +23,7 @@ struct LevelResult {
     QStringList items;
     QVector<StepResult> steps;
     QMap<QString, QImage> screens;
-    QStringList faults; // of the panel's files and of the place where it stands
+    QStringList faults; // of the panel as a whole and of the place where it stands
     QByteArray resumeLog; // the panel's own log, empty where it cannot be read
 
     bool passed() const;
@@ -41,10 +41,9 @@ public:
     Runner(Link &link, Stand &stand, Values values, int number = 0, QString label = {},
            bool strict = false);
 
-    // Told of every exchange as soon as it is judged, before the actions after it.
-    std::function<void(const StepResult &)> onExchange;
-
-    LevelResult run(const Plan &plan);
+    // Fills `level` step by step, so that what was done is there when this throws: BenchError once
+    // the application or thread was told to stop.
+    void run(const Plan &plan, LevelResult *level);
     StepResult runStep(const Step &step, int level);
 
 private:

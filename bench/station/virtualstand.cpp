@@ -6,9 +6,9 @@
 
 static constexpr int bootMs = 30000, screenMs = 5000, filesMs = 5000;
 
-VirtualStand::VirtualStand(VirtualPanel &panel, PanelFiles &files)
-    : panel_(panel)
-    , files_(files)
+VirtualStand::VirtualStand(VirtualPanel &panel)
+    : files(panel.hostPath(""))
+    , panel_(panel)
     , finger_(panel)
 {
 }
@@ -25,33 +25,27 @@ QString VirtualStand::port(int level) const
 
 QString VirtualStand::powerOn()
 {
-    const int level = files_.level();
+    const PtyPort *link = panel_.port(linkPort(files.level()));
     panel_.powerOn();
-    files_.booted();
-    if (!waitFor([&] { return panel_.port(linkPort(level))->isOpenOnPanel() || !panel_.isOn(); },
-                 bootMs)) {
+    if (!waitFor([&] { return link->isOpenOnPanel() || !panel_.isOn(); }, bootMs)) {
         return QString("the panel does not open its PC link within %1 s").arg(bootMs / 1000);
     }
     return panel_.isOn() ? QString() : "the agent ended: " + panel_.errorOutput().right(400);
 }
 
-// Before the power is cut every file must be as it has to be: what is wrong later may be the cut's
-// doing.
-QString VirtualStand::powerCycle()
+QString VirtualStand::act(const QString &action)
 {
-    const QStringList faults = files_.faults(filesMs);
-    panel_.powerOff();
-    const QString fault = powerOn();
-    return QStringList(faults + (fault.isEmpty() ? QStringList() : QStringList(fault))).join("; ");
-}
-
-QString VirtualStand::act(const QString &verb, const QString &argument)
-{
+    const QString verb = action.section(' ', 0, 0), argument = action.section(' ', 1);
     if (verb == "powercycle") {
-        return powerCycle();
+        panel_.powerOff();
+        return powerOn();
     }
     if (verb == "screenshot") {
         return keepScreen(argument);
+    }
+    if (verb == "files") {
+        const QString state = QString("%1/%2.txt").arg(stateFolder, argument);
+        return stateFolder.isEmpty() ? QString() : files.differences(state, filesMs).join("; ");
     }
     if (verb == "look") {
         return look(argument);

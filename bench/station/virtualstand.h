@@ -8,27 +8,28 @@
 #include <functional>
 
 // The stand of a panel that is not there: does everything itself and looks at the panel's screen
-// and files with eyes of its own. Neither panel nor files are owned.
+// and files with eyes of its own. The panel is not owned.
 class VirtualStand : public Stand {
 public:
-    VirtualStand(VirtualPanel &panel, PanelFiles &files);
+    explicit VirtualStand(VirtualPanel &panel);
 
-    QString port(int level) const override;
-    QString act(const QString &verb, const QString &argument) override;
+    // The pty of the PC link at a level (protocol.h).
+    QString port(int level) const;
+    QString act(const QString &action) override;
 
     // Switches on and waits until the panel listens on its PC link. Empty, or what went wrong.
     QString powerOn();
     // What "plug", "unplug" and "fault" do; the fixture's part. Same result as act().
     std::function<QString(const QString &verb, const QString &argument)> fixture;
+    PanelFiles files; // what "files" compares
+    QString stateFolder; // of the texts that it compares them with; empty: it does not
 
 private:
-    QString powerCycle();
     QString look(const QString &wanted);
     QString keepScreen(const QString &name);
     QString touch(const QString &how);
 
     VirtualPanel &panel_;
-    PanelFiles &files_;
     Finger finger_;
 };
 

@@ -1,4 +1,5 @@
 #include "misbehavingpeer.h"
+#include "panel/bencherror.h"
 #include "station/codec.h"
 #include "station/link.h"
 #include "station/plan.h"
@@ -13,13 +14,9 @@ using Pieces = QList<MisbehavingPeer::Piece>;
 namespace {
 class SilentStand : public Stand {
 public:
-    QString port(int) const override
+    QString act(const QString &action) override
     {
-        return {};
-    }
-    QString act(const QString &verb, const QString &) override
-    {
-        return verb == "ask" ? "nobody there" : "";
+        return action.startsWith("ask") ? "nobody there" : "";
     }
 };
 
@@ -47,7 +44,7 @@ class TestStation : public QObject {
     Q_OBJECT
 private slots:
     void requests();
-    void everyByteSurvivesARecord();
+    void refusals();
     void badLine();
     void lateAnswerIsNotTakenForTheNext();
     void planProblems();
@@ -55,15 +52,35 @@ private slots:
     void reports();
 };
 
-void TestStation::everyByteSurvivesARecord()
+// What a panel does not answer must be told from what it does.
+void TestStation::refusals()
 {
-    QByteArray bytes;
-    for (int i = 0; i < 256; ++i)
-        bytes += char(i);
-    bytes += "\\n\\x41 \\";
-    const QByteArray text = printable(bytes).toLatin1();
-    QVERIFY(!text.contains('\n') && !text.contains('\t') && !text.contains('\0'));
-    QCOMPARE(unprintable(text), bytes);
+    const struct {
+        QByteArray request;
+        int level;
+        QString why; // empty: answered
+    } rows[] = {
+        {":0081027D\r\n", T1, ""},
+        {":0081027E\r\n", T1, "check digits should be 7D"},
+        {":0081027D", T1, "no line end"},
+        {":0081027D\r\n", Bi, "not at level BI"},
+        {":008D30151421110525BE\r\n", T1, ""},
+        {":000602AB55\r\n", Ict, ""},
+        {":000602AB54\r\n", Ict, "check digits should be 55"},
+        {":9510FF8000", T2, ""},
+        {"KLV-100-02\r\n", Bi, ""},
+        {"GET_TOOL_VER\r\n", Ict, "no panel knows"},
+        {"\xff:", Ict, "no panel knows"},
+    };
+    for (const auto &row : rows) {
+        const QString why = refusal(row.request, row.level);
+        QVERIFY2(row.why.isEmpty() ? why.isEmpty() : why.startsWith(row.why),
+                 row.request + ": " + why.toLatin1());
+    }
+    QVERIFY(meaningOf("9FF1", "9011").contains("no touched position 1"));
+    QVERIFY(meaningOf("95EF", "9502").contains("pattern 17"));
+    QVERIFY(meaningOf("85F0", "8500").contains("failed"));
+    QVERIFY(meaningOf("8500", "8000").contains("foreign"));
 }
 
 // Check digits worked out by hand: 00+81+02 = 83 -> 7D; 05+8A+00 = 8F -> 71;
@@ -115,6 +132,7 @@ void TestStation::badLine()
         const Link::Answer answer = wire.link.exchange(request);
         QVERIFY2(decode(answer.bytes).payload == row.payload, row.name);
         QVERIFY2(answer.tries == row.tries, row.name);
+        QVERIFY2(!answer.bytes.isEmpty() || answer.ms >= request.timeoutMs, row.name);
     }
 }
 
@@ -148,9 +166,9 @@ void TestStation::planProblems()
     } rows[] = {
         {"sound", covered + R"({"item": 1, "code": "9504", "after": ["look red"]})", ""},
         {"unknown code", covered + "\n" + R"({"item": 1, "name": "?", "code": "9999"})",
-         "p.json:3: \"?\": no panel knows the code"},
+         "p.json, step 2 \"?\": no panel knows the code"},
         {"not at this level", covered + "\n" + R"({"item": 1, "name": "RTC", "code": "8C00"})",
-         "p.json:3: \"RTC\": the code 8C00 is not allowed at level BI"},
+         "p.json, step 2 \"RTC\": the code 8C00 is not allowed at level BI"},
         {"silence may be asked anywhere",
          covered + R"({"item": 1, "code": "8C00", "silence": true})", ""},
         {"item left out", covered + R"({"code": "9504"})",
@@ -162,6 +180,14 @@ void TestStation::planProblems()
          "unknown action \"kick it\""},
         {"impossible action", covered + R"({"item": 1, "code": "9504", "before": ["look pink"]})",
          "unknown action \"look pink\""},
+        {"text for a number", covered + R"({"item": 1, "code": "9504", "timeout": "10000"})",
+         "\"timeout\" must be a whole number"},
+        {"negative number", covered + R"({"item": 1, "code": "9504", "repeats": -5})",
+         "\"repeats\" must be"},
+        {"battery the wrong way round",
+         covered + R"({"item": [1, 3], "code": "8800", "battery": [3600, 2950]})",
+         "the smaller first"},
+        {"raw bytes need no code", covered + R"({"item": 1, "raw": "x\r\n", "bytes": ""})", ""},
         {"unknown value", covered + R"({"item": 1, "code": "9504", "reply": "${colour}"})",
          "what ${colour} is"},
         {"broken JSON", covered + "\n\n{", "p.json:4:"},
@@ -199,6 +225,8 @@ void TestStation::verdicts()
         {"a value is no pattern", "KLV-100-x\n", Step::Text, "${model}\\n", "expected the text"},
         {"battery enough", ":05029564\r", Step::Battery, "", ""},
         {"battery low", ":05029465\r", Step::Battery, "", "expected 2950 to 3600 mV"},
+        {"recorded bytes", "a\xff\n", Step::Bytes, "a\u00ff\n", ""},
+        {"other bytes", "a\xff\n", Step::Bytes, "a\n", "expected a\\n"},
         {"due silence", "", Step::Silence, "", ""},
         {"broken silence", ":05850076\r\n", Step::Silence, "", "no answer is due"},
     };
@@ -245,9 +273,15 @@ void TestStation::reports()
     report.levels[0].steps << runner.runStep(step, T1);
     QVERIFY(!report.passed());
     QTemporaryDir folder;
-    QCOMPARE(writeReport(report, folder.filePath("a/b")), QString());
-    const QList<QPair<QString, QByteArray>> wanted = {{"report.html", "FAILED"},
-                                                      {"report.html", "&lt;DDR&gt;"},
+    beginReport(Report(), folder.filePath("a/b"));
+    QCOMPARE(writeReport(report, folder.filePath("a/b")), folder.filePath("a/b"));
+    QFile file(folder.filePath("file"));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    QVERIFY_EXCEPTION_THROWN(beginReport(report, file.fileName() + "/a"), BenchError);
+    const QString last = writeReport(report, file.fileName() + "/a");
+    QVERIFY(QFile::exists(last + "/report.html") && QDir(last).removeRecursively());
+    const QList<QPair<QString, QByteArray>> wanted = {{"report.html", "\"passed\":false"},
+                                                      {"report.html", "\\u003cDDR>"},
                                                       {"report.html", "nobody there"},
                                                       {"report.json", "\"passed\": false"},
                                                       {"junit.xml", "failures=\"1\""}};
