@@ -16,6 +16,9 @@ must|folder|/usr/local/ict|no level, no results: no dispatcher
 must|folder|/etc|no touch calibration, no time zone
 must|folder|/usr/local/conf|the touch driver is not told of a calibration
 must|program|/usr/local/bin/ict-agent|nothing to start before release
+must|loads|/usr/local/bin/ict-agent|it ends at once
+must|plugin|platforms/libqlinuxfb.so|the agent ends at once
+may|plugin|generic/libqtslibplugin.so|touches obey the driver, not /etc/pointercal
 must|program|/usr/local/HMIAPP/HMIApp|model and version empty, forced changes refused
 must|port|/dev/ttyO1|PC link (COM1 RS-232): the station gets no answer
 must|port|/dev/ttyO3|PC link at BI (COM1 RS-485): the station gets no answer
@@ -54,6 +57,11 @@ must|program|/usr/local/ict/lcd_circuit_test_uninit.sh|the LCM probe decides
 must|program|/usr/local/ict/lcd_circuit_test_pattern.sh|the LCM probe decides
 must|program|/usr/local/ict/fast_lcd_circuit_test_pattern.sh|the LCM probe decides
 must|program|/usr/local/ict/mem_rdwr|the touch controller keeps its sampling
+may|port|/dev/ttyUSB0|PFVP: there once its modules are loaded and the cable is in
+may|port|/dev/ttyGS0|PFVP: there once its modules are loaded and the cable is in
+may|folder|/media/sda|USB storage: A2F0; there while the medium is in
+may|folder|/media/sda1|log export to a stick: CCF0, CCE0; there while it is in
+may|folder|/media/mmcblk0p1|log export to a card: CCF1, CCE1; there while it is in
 may|program|/usr/local/ict/mount_system.sh|goes on
 may|program|/usr/local/ict/update_pointercal.sh|goes on after a calibration
 may|role|usb_mode.sh|CE00 and CE01 do nothing
@@ -83,7 +91,32 @@ is_device() {
         echo "not readable and writable"
     fi
 }
-is_port() { if [ -e "$1" ] && ! [ -c "$1" ]; then echo "not a device"; else is_device "$1"; fi; }
+# Nobody else may read what comes in: no getty, no modem manager, no console of the kernel.
+is_port() {
+    if [ -e "$1" ] && ! [ -c "$1" ]; then echo "not a device"; return; fi
+    is_device "$1"
+    real=$(readlink -f "$1")
+    for pid in $(printf '%s\n' "$descriptors" \
+        | sed -n "s|.* /proc/\([0-9]*\)/fd/[0-9]* -> $real\$|\1|p" | sort -u); do
+        read -r holder <"/proc/$pid/comm"
+        [ "$holder" = ict-agent ] || echo "held by $holder, process $pid"
+    done
+    ! grep -q "^${real##*/} " /proc/consoles || echo "a console of the kernel"
+}
+# The loader tells what it would load and starts nothing.
+is_loads() {
+    [ -x "$1" ] || { echo missing; return; }
+    for loader in /lib/ld-linux*.so.* /lib/*/ld-linux*.so.* /lib64/ld-linux*.so.*; do
+        "$loader" --verify "$1" || continue
+        lacks=$("$loader" --list "$1" 2>&1 | sed -n 's/^[[:space:]]*\(.*\) => not found.*/\1/p')
+        [ -z "$lacks" ] || echo "lacks $lacks"
+        return
+    done
+    echo "not a program for this machine"
+}
+is_plugin() {
+    find /usr/lib /usr/local /opt -path "*/$1" 2>/dev/null | grep -q . || echo missing
+}
 is_set() { if ! [ -e "$1" ]; then echo missing; elif ! [ -w "$1" ]; then echo "not writable"; fi; }
 is_number() {
     [ -r "$1" ] || { echo missing; return; }
@@ -131,6 +164,7 @@ case ${1-} in
     ;;
 esac
 
+descriptors=$(ls -l /proc/[0-9]*/fd/* 2>/dev/null)
 missing=0 lacking=0 good=0
 while IFS='|' read -r need kind name without; do
     [ -n "$need" ] || continue

@@ -91,6 +91,10 @@ void TstImageStartup::checkNamesWhatIsMissing()
     } rows[] = {
         {"a good panel", ":", ""},
         {"port", "rm /dev/ttyO3", "/dev/ttyO3 missing"},
+        {"port that another reads", "sleep 60 </dev/ttyO3 >/dev/null 2>&1 &",
+         "/dev/ttyO3 held by sleep"},
+        {"agent of another machine", "echo : >/usr/local/bin/ict-agent",
+         "/usr/local/bin/ict-agent not a program for this machine"},
         {"file in the port's place", "rm /dev/ttyO1; echo >/dev/ttyO1", "/dev/ttyO1 not a device"},
         {"attribute without a number", "echo n/a >/sys/class/input/input0/device/ADC_X",
          "/sys/class/input/input0/device/ADC_X reads \"n/a\""},
@@ -113,6 +117,8 @@ void TstImageStartup::checkNamesWhatIsMissing()
         qInfo("%s", row.name);
         VirtualPanel panel(running("/bin/sh"));
         installAgent(panel, ":");
+        QFile::remove(panel.hostPath("/usr/local/bin/ict-agent"));
+        QFile::copy("/bin/true", panel.hostPath("/usr/local/bin/ict-agent"));
         // What a board has and the sandbox, whose screen is a network service, has not.
         QDir().mkpath(panel.hostPath("/sys/class/net/eth0"));
         QDir().mkpath(panel.hostPath("/sys/class/graphics/fb0"));
