@@ -1,7 +1,7 @@
 // Command line -> run mode.
 #include "MouseCalibration/calibrationmode.h"
 #include "mainwindow.h"
-#include "state/teststate.h"
+#include "state/runstate.h"
 
 #include <QApplication>
 #include <cstdio>

@@ -8,6 +8,7 @@
 #pragma once
 
 #include "calibrationmath.h"
+#include "state/runstate.h"
 
 #include <QDialog>
 #include <QElapsedTimer>

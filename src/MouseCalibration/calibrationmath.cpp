@@ -1,5 +1,7 @@
 #include "calibrationmath.h"
 
+#include "state/runstate.h"
+
 #include <cstdio>
 #include <limits>
 

@@ -4,7 +4,7 @@
 //   x = (c1 * raw_x + c2 * raw_y + c0) / c6,  y = (c4 * raw_x + c5 * raw_y + c3) / c6
 #pragma once
 
-#include "state/teststate.h"
+#include "state/calibrationstate.h"
 
 #include <QByteArray>
 #include <array>

@@ -2,7 +2,7 @@
 // clockwise from top left, then the centre. Values only, no I/O.
 #pragma once
 
-#include "state/teststate.h"
+#include "state/runstate.h"
 
 #include <QPoint>
 #include <QSize>

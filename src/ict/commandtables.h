@@ -2,8 +2,8 @@
 #pragma once
 
 #include "longrequests.h"
-#include "state/teststate.h"
 
+#include <QtGlobal>
 #include <vector>
 
 class MainWindow;

@@ -4,7 +4,7 @@
 #include "mainwindow.h"
 #include "pfvpexchange.h"
 #include "pfvpitems.h"
-#include "state/teststate.h"
+#include "state/runstate.h"
 
 using ItemTest = bool (*)();
 

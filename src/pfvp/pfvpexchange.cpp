@@ -1,7 +1,7 @@
 #include "pfvpexchange.h"
 
 #include "link/serialports.h"
-#include "state/teststate.h"
+#include "state/linkstate.h"
 
 #include <QThread>
 #include <cstring>

@@ -1,7 +1,7 @@
 // The item lines of each level, once as "not passed" and once as "passed". The flag files hold the
 // not-passed line and get its last character overwritten by the result, and the screen's column
 // alignment rests on the blank after "1." to "9.": the texts are a format, not prose.
-#include "teststate.h"
+#include "runstate.h"
 
 #define NOT_PASSED(line) QStringLiteral(line ": 0")
 #define PASSED(line) QStringLiteral(line ": 1")

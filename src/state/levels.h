@@ -1,7 +1,7 @@
 // The four test levels, one table row each.
 #pragma once
 
-#include "teststate.h"
+#include "runstate.h"
 
 constexpr char LevelFilePath[] = "/usr/local/ict/HMI_TEST_LEVEL.txt";
 constexpr char HmiLevelText[] = "HMI\n"; // all four levels passed
