@@ -21,8 +21,8 @@ if(TARGET bench)
   install(DIRECTORY bench image DESTINATION share/ict-bench USE_SOURCE_PERMISSIONS COMPONENT bench
           PATTERN *.cpp EXCLUDE PATTERN *.h EXCLUDE PATTERN CMakeLists.txt EXCLUDE
           REGEX "/bench/(board|window)$" EXCLUDE)
-  install(DIRECTORY docs DESTINATION share/doc/ict-bench COMPONENT bench)
-  install(FILES README.md CHANGELOG.md DESTINATION share/doc/ict-bench COMPONENT bench)
+  install(DIRECTORY docs examples DESTINATION share/doc/ict-bench COMPONENT bench)
+  install(FILES README.md CHANGELOG.md CONTRIBUTING.md DESTINATION share/doc/ict-bench COMPONENT bench)
 endif()
 
 set(CPACK_GENERATOR DEB)

@@ -4,15 +4,13 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . tools/common.sh
-for tool in clang-tidy cppcheck shellcheck; do
-    command -v "$tool" >/dev/null || die "$tool is missing; run: apt-get install $tool"
-done
+install_packages packages-lint.txt
 [ -f build/dev/compile_commands.json ] || die "nothing is built; run ./test first"
 files=("$@")
 [ $# -gt 0 ] || mapfile -t files < <(git ls-files 'src/*.cpp' 'bench/*.cpp')
 
 say "shellcheck"
-git ls-files '*.sh' run test .ci/run | xargs shellcheck -x
+git ls-files '*.sh' run test .ci/run cmake/debian | xargs shellcheck -x
 say "cppcheck"
 # Qt's slots and QtTest's rows look unused to it, and it knows no Qt headers.
 cppcheck --quiet --error-exitcode=1 --std=c++17 --library=qt --inline-suppr -j "$(nproc)" \
