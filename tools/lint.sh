@@ -1,21 +1,30 @@
 #!/usr/bin/env bash
-# Static checks that are kept clean: clang-tidy (.clang-tidy), cppcheck, shellcheck.
-# Takes some minutes; not part of ./test. Arguments: files, else all of src/ and bench/.
+# Static checks that are kept clean: shellcheck, clang-format, cppcheck, clang-tidy (.clang-tidy).
+#   --fast   without clang-tidy, which takes minutes and wants a built tree
+# Further arguments: files, else all of src/ and bench/.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . tools/common.sh
+fast=
+if [ "${1-}" = --fast ]; then
+    fast=yes
+    shift
+fi
 install_packages packages-lint.txt
-[ -f build/dev/compile_commands.json ] || die "nothing is built; run ./test first"
+[ -n "$fast" ] || [ -f build/dev/compile_commands.json ] || die "nothing is built; run ./test first"
 files=("$@")
 [ $# -gt 0 ] || mapfile -t files < <(git ls-files 'src/*.cpp' 'bench/*.cpp')
 
 say "shellcheck"
 git ls-files '*.sh' run test .ci/run cmake/debian | xargs shellcheck -x
+say "clang-format"
+git ls-files '*.cpp' '*.h' | xargs clang-format --dry-run --Werror
 say "cppcheck"
 # Qt's slots and QtTest's rows look unused to it, and it knows no Qt headers.
 cppcheck --quiet --error-exitcode=1 --std=c++17 --library=qt --inline-suppr -j "$(nproc)" \
     --enable=warning,performance,portability --suppress=missingIncludeSystem \
     --suppress=unknownMacro --suppress=CastIntegerToAddressAtReturn -I src -I bench "${files[@]}"
+[ -z "$fast" ] || exit 0
 say "clang-tidy (${#files[@]} files)"
 printf '%s\n' "${files[@]}" | xargs -P "$(nproc)" -n 4 clang-tidy -p build/dev --quiet 2>/dev/null
 say "clean"
