@@ -11,6 +11,7 @@
 #include "system/files.h"
 
 #include <QFile>
+#include <cstring>
 
 static const char semiMachineIdPath[] = "/usr/local/ict/HMI_SEMIMACHINE_ID.txt";
 
@@ -32,7 +33,8 @@ static QByteArray contentOf(const char *path)
 // The ID of the request; a NUL in it ends the frame before its line end.
 static bool requestedId(StationMatch match, QByteArray *id)
 {
-    return takeId(UART_Buffer, readFile(StationFilePath, 2), match, id);
+    const bool forAll = strncmp(UART_Buffer + 1, "00", 2) == 0;
+    return takeId(UART_Buffer, forAll ? QByteArray() : readFile(StationFilePath, 2), match, id);
 }
 
 void MainWindow::assignStation()
