@@ -201,6 +201,7 @@ void EffectSession::prepare(const QString &condition)
     if (verb == "first") {
         if (!journal_)
             boot({});
+        journal_->take();
         ask(rest);
         settle({}, true);
         return;
@@ -245,6 +246,8 @@ void EffectSession::act(const QString &action)
         panel_->touchRelease();
     else if (verb == "tap")
         panel_->tap(spot);
+    else if (verb == "touch")
+        wrong = Finger(*panel_).tap(spot);
     else if (verb == "calibrate" || verb == "calibrate3")
         wrong = Finger(*panel_).calibrate(verb == "calibrate");
     else if (verb == "check")
