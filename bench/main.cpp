@@ -65,6 +65,7 @@ int main(int argc, char **argv)
     argv[0] = name.data();
     const std::unique_ptr<QCoreApplication> app = makeApplication(argc, argv);
     app->setApplicationName("bench");
+    app->setApplicationVersion(BENCH_VERSION);
     QStringList args = app->arguments().mid(1);
     if (args.removeAll("--arm"))
         useArmAgent();

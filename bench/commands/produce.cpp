@@ -13,8 +13,8 @@
 namespace {
 
 // One panel from factory-new on, level after level as its own level file says, until it is
-// released. Its row of production.json has a title, which begins the names of its levels in the
-// report; the plans, one for each level that it gets to; and the values that the station gives it.
+// released. Its row of production.json has a title, the plans, one for each level that it gets to,
+// and the values that the station gives it.
 class Production {
 public:
     Production(const QJsonObject &row, const QString &plans, const PanelOptions &options,
@@ -24,7 +24,7 @@ public:
 private:
     void runLevel(int level, LevelResult *result);
 
-    QString title_, plans_;
+    QString plans_;
     VirtualPanel panel_;
     Fixture fixture_;
     VirtualStand stand_;
@@ -32,19 +32,28 @@ private:
     QMap<int, Plan> levels_;
 };
 
+Values valuesOf(const QJsonObject &row)
+{
+    Values values;
+    const QJsonObject given = row["values"].toObject();
+    for (const QString &name : given.keys()) {
+        values[name] = given[name].toString();
+    }
+    return values;
+}
+
 Production::Production(const QJsonObject &row, const QString &plans, const PanelOptions &options,
                        const QStringList &faults)
-    : title_(row["title"].toString())
-    , plans_(plans)
+    : plans_(plans)
     , panel_(options)
     , fixture_(panel_)
     , stand_(panel_)
 {
     panel_.factoryNew();
     values_ = identityOf(panel_);
-    const QVariantMap given = row["values"].toObject().toVariantMap();
+    const Values given = valuesOf(row);
     for (auto value = given.begin(); value != given.end(); ++value) {
-        values_[value.key()] = value.value().toString();
+        values_[value.key()] = value.value();
     }
     stand_.files.values = values_;
     panel_.touchPanel() = TouchPanel::ofPanel(values_.value("station").toUInt());
@@ -102,7 +111,7 @@ void Production::run(Report *report)
         before = files.level();
         report->levels << LevelResult();
         LevelResult &result = report->levels.last();
-        result.level = title_.isEmpty() ? title_ : title_ + ", ";
+        result.level = levelName(before);
         runLevel(before, &result);
         if (files.level() == before && !files.released()) {
             result.faults << "the panel stays at this level";
@@ -117,20 +126,41 @@ void Production::run(Report *report)
     }
 }
 
-void produce(const QCommandLineParser &parser, Report *report)
+// One panel. Its report is written whatever happens; false if the bench could not work, which is
+// said.
+bool produce(const QCommandLineParser &parser, const QJsonObject &row, int number, Report *report)
 {
-    const QString plans = parser.value("plans");
-    QJsonArray rows = readJson(plans + "/production.json")["panels"].toArray();
-    const int first = parser.isSet("tour") ? rows.size() - 1 : 0;
-    const int end = parser.isSet("single") ? first + 1 : rows.size();
-    for (int i = first; i < end; ++i) {
-        PanelOptions options;
-        options.folder = parser.value("folder");
-        if (!options.folder.isEmpty() && i > 0) {
-            options.folder += QString("-%1").arg(i + 1);
-        }
-        Production(rows[i].toObject(), plans, options, parser.values("fault")).run(report);
+    const QString base = parser.value("report");
+    report->subject = row["title"].toString();
+    report->given = valuesOf(row);
+    report->operatorName = parser.value("operator");
+    const QString folder = beginReport(*report, base);
+    PanelOptions options;
+    options.folder = parser.value("folder");
+    if (!options.folder.isEmpty() && number > 0) {
+        options.folder += QString("-%1").arg(number + 1);
     }
+    bool worked = true;
+    try {
+        say(report->subject);
+        Production(row, parser.value("plans"), options, parser.values("fault")).run(report);
+    } catch (const BenchError &error) {
+        worked = false;
+        if (report->levels.isEmpty() || report->faults().isEmpty()) {
+            report->levels << LevelResult();
+            report->levels.last().level = "the bench";
+            report->levels.last().faults << error.what();
+        }
+        fprintf(stderr, "bench produce: %s\n", error.what());
+    }
+    report->ended = QDateTime::currentDateTime();
+    for (const QString &fault : report->faults()) {
+        say(fault, true);
+    }
+    say(QString("%1. Report: %2/report.html (and report.json, junit.xml)")
+            .arg(report->passed() ? "PASSED" : "FAILED", writeReport(*report, base, folder)),
+        !report->passed());
+    return worked;
 }
 
 } // namespace
@@ -152,30 +182,25 @@ int runProduce(const QStringList &args)
          "Only the last: identity, presence, failing end check and forced change of each level."},
         {"single", "Only the first panel."},
         {"fault", "Begin with this fault; may be given several times.", "name[:value]"},
-        {"report", "Folder for report.html, report.json, junit.xml and the screens.", "folder",
-         "out/produce"},
+        {"report", "Folder for the reports, UNIT/TIMESTAMP inside it, and for one page with all.",
+         "folder", "out/produce"},
+        {"operator", "Who tests, for the reports.", "name"},
         {"folder", "Keep the panel's files in this folder; it is emptied first.", "folder"},
     });
     parser.process(args);
     quitOnInterrupt();
-    Report report;
-    report.title = "Production of virtual panels";
-    report.subject = "factory-new panels";
-    beginReport(report, parser.value("report"));
-    try {
-        produce(parser, &report);
-    } catch (const BenchError &) {
-        if (!report.levels.isEmpty()) {
-            writeReport(report, parser.value("report"));
-        }
-        throw;
+    const QJsonArray rows = readJson(parser.value("plans") + "/production.json")["panels"].toArray();
+    const int first = parser.isSet("tour") ? rows.size() - 1 : 0;
+    const int end = parser.isSet("single") ? first + 1 : rows.size();
+    QVector<Report> reports;
+    bool worked = true, passed = true;
+    for (int i = first; i < end && worked; ++i) {
+        reports << Report();
+        worked = produce(parser, rows[i].toObject(), i, &reports.last());
+        passed = passed && reports.last().passed();
     }
-    const QString folder = writeReport(report, parser.value("report"));
-    for (const QString &fault : report.faults()) {
-        say(fault, true);
-    }
-    say(QString("%1. Report: %2/report.html (and report.json, junit.xml)")
-            .arg(report.passed() ? "PASSED" : "FAILED", folder),
-        !report.passed());
-    return report.passed() ? 0 : 1;
+    const QString page = parser.value("report") + "/report.html";
+    const QString problem = writePage(reports, page);
+    say(problem.isEmpty() ? "All in one page: " + page : problem, !problem.isEmpty());
+    return interrupted() ? 1 : !worked || !problem.isEmpty() ? 2 : !passed;
 }

@@ -20,6 +20,7 @@ struct Job {
     Values values;
     Plan plan;
     Report report;
+    QString folder; // of the report
 };
 
 QString nameOf(const Job &job)
@@ -96,8 +97,9 @@ QStringList load(const QCommandLineParser &parser, Job *job)
         ? parser.value("plan")
         : QString("%1/%2.json").arg(parser.value("plans"), level);
     job->plan = loadPlan(file, job->values);
-    job->report.title = QString("Level ") + levelName(job->plan.level);
     job->report.subject = nameOf(*job);
+    job->report.given = job->values;
+    job->report.operatorName = parser.value("operator");
     QStringList problems = job->plan.problems + unusedValues(*job);
     if (!level.isEmpty() && job->plan.level >= 0 && job->plan.level != levelByName(level)) {
         problems << QString("%1 is a plan of level %2, not of %3")
@@ -113,7 +115,7 @@ std::vector<Job> jobsOf(const QCommandLineParser &parser)
     for (const QString &port : ports.isEmpty() ? QStringList("no port") : ports) {
         for (const QString &number : parser.value("station").split(',')) {
             bool valid = false;
-            jobs.push_back({port, number.toInt(&valid), {{"station", number}}, {}, {}});
+            jobs.push_back({port, number.toInt(&valid), {{"station", number}}, {}, {}, {}});
             if (!valid || jobs.back().number < 0 || jobs.back().number > 255) {
                 throw BenchError("--station takes numbers from 0 to 255, not " + number);
             }
@@ -169,9 +171,25 @@ bool runAll(std::vector<Job> &jobs, bool unattended)
     return usable;
 }
 
-QString folderOf(const QCommandLineParser &parser, const Job &job)
+// Exit status 0 only if all have passed.
+int report(std::vector<Job> &jobs, const QString &base)
 {
-    return parser.value("report") + '/' + nameOf(job).mid(1).replace(QRegExp("[/ ]"), "-");
+    bool passed = true;
+    QVector<Report> reports;
+    for (Job &job : jobs) {
+        job.report.ended = QDateTime::currentDateTime();
+        passed = passed && job.report.passed();
+        reports << job.report;
+        say(QString("%1  %2  %3/report.html")
+                .arg(job.report.passed() ? "PASSED" : "FAILED", nameOf(job),
+                     writeReport(job.report, base, job.folder)),
+            !job.report.passed());
+    }
+    if (jobs.size() > 1) {
+        const QString problem = writePage(reports, base + "/report.html");
+        say(problem.isEmpty() ? "All in one page: " + base + "/report.html" : problem);
+    }
+    return !passed;
 }
 
 } // namespace
@@ -195,8 +213,8 @@ int runStation(const QStringList &args)
           "NAME=VALUE"},
          {"plans", "Folder of the plans.", "folder", planFolder()},
          {"plan", "This plan instead, for example a record of `bench panel --record`.", "file"},
-         {"report", "Folder for the reports, one inside it for each panel.", "folder",
-          "out/station"},
+         {"report", "Folder for the reports, UNIT/TIMESTAMP inside it.", "folder", "out/station"},
+         {"operator", "Who tests, for the reports.", "name"},
          {"check", "Only check the plan."},
          {"yes", "Take everything asked of a person as done."}});
     parser.process(args);
@@ -212,17 +230,10 @@ int runStation(const QStringList &args)
         return 0;
     }
     quitOnInterrupt();
-    for (const Job &job : jobs) {
-        beginReport(job.report, folderOf(parser, job));
+    for (Job &job : jobs) {
+        job.folder = beginReport(job.report, parser.value("report"));
     }
     const bool usable = runAll(jobs, parser.isSet("yes"));
-    bool passed = true;
-    for (const Job &job : jobs) {
-        const QString folder = writeReport(job.report, folderOf(parser, job));
-        passed = passed && job.report.passed();
-        say(QString("%1  %2  %3/report.html")
-                .arg(job.report.passed() ? "PASSED" : "FAILED", nameOf(job), folder),
-            !job.report.passed());
-    }
-    return !usable ? 2 : passed && !interrupted() ? 0 : 1;
+    const int status = report(jobs, parser.value("report"));
+    return !usable ? 2 : interrupted() ? 1 : status;
 }

@@ -7,6 +7,7 @@
 #include "station/protocol.h"
 #include "station/stand.h"
 
+#include <QCryptographicHash>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QRegularExpression>
@@ -300,11 +301,20 @@ void Reader::read(const QJsonObject &root)
 
 } // namespace
 
+static QByteArray hashOf(const QString &path)
+{
+    QFile file(path);
+    QCryptographicHash hash(QCryptographicHash::Sha256);
+    return file.open(QIODevice::ReadOnly) && hash.addData(&file) ? hash.result().toHex()
+                                                                 : QByteArray();
+}
+
 Plan loadPlan(const QString &path, const Values &values)
 {
     Reader reader(path, values);
     try {
         const QJsonObject root = readJson(path);
+        reader.plan.hash = hashOf(path);
         reader.plan.level = levelByName(root["level"].toString());
         if (reader.plan.level < 0) {
             reader.problem("\"level\" must be ICT, T1, BI or T2");

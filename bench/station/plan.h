@@ -28,6 +28,7 @@ struct Step {
 
 struct Plan {
     QString file; // base name
+    QByteArray hash; // SHA-256 of its text, as hex digits
     int level = -1;
     QStringList items; // the level's item lines without their ": 0"
     bool partial = false; // leaves items out on purpose

@@ -8,166 +8,55 @@
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <QRegularExpression>
 #include <QTemporaryDir>
-#include <QXmlStreamWriter>
 
-bool Report::passed() const
-{
-    return !levels.isEmpty() && faults().isEmpty();
-}
+using Files = QMap<QString, QByteArray>; // contents by name
 
-QStringList Report::faults() const
+// The screens, named as in the record.
+static Files screensOf(const Report &report)
 {
-    QStringList list;
-    for (const LevelResult &level : levels) {
-        for (const StepResult &result : level.steps) {
-            for (const QString &fault : result.faults) {
-                list << QString("%1, %2: %3").arg(level.level, result.step.name, fault);
-            }
-        }
-        for (const QString &fault : level.faults) {
-            list << QString("%1: %2").arg(level.level, fault);
-        }
-    }
-    return list;
-}
-
-static QJsonObject stepRecord(const StepResult &result, const QStringList &items)
-{
-    QJsonArray numbers, names;
-    for (int item : result.step.items) {
-        numbers << item;
-        names << items.value(item - 1);
-    }
-    return {{"items", numbers},
-            {"itemNames", names},
-            {"name", result.step.name},
-            {"code", QString(result.step.code)},
-            {"request", printable(result.request)},
-            {"reply", printable(result.answer.bytes)},
-            {"meaning", result.meaning},
-            {"ms", result.answer.ms},
-            {"prescribedMs", result.step.waitMs},
-            {"tries", result.answer.tries},
-            {"passed", result.faults.isEmpty()},
-            {"faults", QJsonArray::fromStringList(result.faults)}};
-}
-
-// The screens by file name.
-static QMap<QString, QImage> screensOf(const LevelResult &level)
-{
-    QMap<QString, QImage> screens;
-    for (auto screen = level.screens.begin(); screen != level.screens.end(); ++screen) {
-        const QString prefix = level.level.toLower().replace(' ', '-');
-        screens[QString("%1-%2.png").arg(prefix, screen.key())] = screen.value();
-    }
-    return screens;
-}
-
-QJsonObject recordOf(const Report &report)
-{
-    QJsonArray levels;
+    Files pngs;
     for (const LevelResult &level : report.levels) {
-        QJsonArray steps;
-        for (const StepResult &result : level.steps) {
-            steps << stepRecord(result, level.items);
-        }
-        levels << QJsonObject{{"level", level.level},
-                              {"passed", level.passed()},
-                              {"medianOverheadMs", level.medianOverheadMs()},
-                              {"faults", QJsonArray::fromStringList(level.faults)},
-                              {"screens", QJsonArray::fromStringList(screensOf(level).keys())},
-                              {"log", textOf(level.resumeLog).remove(QChar(0))},
-                              {"steps", steps}};
-    }
-    return {{"title", report.title},
-            {"subject", report.subject},
-            {"begun", report.begun.toString(Qt::ISODate)},
-            {"passed", report.passed()},
-            {"faults", QJsonArray::fromStringList(report.faults())},
-            {"levels", levels}};
-}
-
-// The page with the record and the screens in it. Between script tags nothing is escaped but "<".
-static QByteArray pageOf(QJsonObject record, const QMap<QString, QByteArray> &pngs)
-{
-    QJsonObject images;
-    for (auto png = pngs.begin(); png != pngs.end(); ++png) {
-        images[png.key()] = QString(png.value().toBase64());
-    }
-    record["images"] = images;
-    QFile file(dataFolder() + "/bench/report/page.html");
-    if (!file.open(QIODevice::ReadOnly)) {
-        throw BenchError(file.fileName() + " cannot be read: " + file.errorString());
-    }
-    QByteArray json = QJsonDocument(record).toJson(QJsonDocument::Compact);
-    return file.readAll().replace("@RECORD@", json.replace('<', "\\u003c"));
-}
-
-static void writeCase(QXmlStreamWriter &xml, const QString &level, const QString &name,
-                      double seconds, const QJsonArray &faults)
-{
-    xml.writeStartElement("testcase");
-    xml.writeAttribute("classname", level);
-    xml.writeAttribute("name", name);
-    xml.writeAttribute("time", QString::number(seconds, 'f', 3));
-    if (!faults.isEmpty()) {
-        xml.writeStartElement("failure");
-        xml.writeAttribute("message", faults[0].toString());
-        xml.writeCharacters(QVariant(faults.toVariantList()).toStringList().join('\n'));
-        xml.writeEndElement();
-    }
-    xml.writeEndElement();
-}
-
-static QByteArray junitOf(const QJsonObject &record)
-{
-    QByteArray bytes;
-    QXmlStreamWriter xml(&bytes);
-    xml.setAutoFormatting(true);
-    xml.writeStartDocument();
-    xml.writeStartElement("testsuites");
-    xml.writeAttribute("name", record["title"].toString());
-    for (const QJsonValue &level : record["levels"].toArray()) {
-        const QJsonArray steps = level["steps"].toArray(), faults = level["faults"].toArray();
-        int failures = !faults.isEmpty();
-        for (const QJsonValue &step : steps) {
-            failures += !step["passed"].toBool();
-        }
-        const QString name = level["level"].toString();
-        xml.writeStartElement("testsuite");
-        xml.writeAttribute("name", name);
-        xml.writeAttribute("tests", QString::number(steps.size() + !faults.isEmpty()));
-        xml.writeAttribute("failures", QString::number(failures));
-        for (const QJsonValue &step : steps) {
-            writeCase(xml, name, step["name"].toString(), step["ms"].toDouble() / 1000,
-                      step["faults"].toArray());
-        }
-        if (!faults.isEmpty()) {
-            writeCase(xml, name, "the panel as a whole", 0, faults);
-        }
-        xml.writeEndElement();
-    }
-    xml.writeEndDocument();
-    return bytes;
-}
-
-// Empty, or what went wrong.
-static QString write(const Report &report, const QString &folder)
-{
-    QMap<QString, QByteArray> files;
-    for (const LevelResult &level : report.levels) {
-        const QMap<QString, QImage> screens = screensOf(level);
-        for (auto screen = screens.begin(); screen != screens.end(); ++screen) {
-            QBuffer buffer(&files[screen.key()]);
+        for (auto screen = level.screens.begin(); screen != level.screens.end(); ++screen) {
+            QBuffer buffer(&pngs[QString("%1-%2.png").arg(level.level.toLower(), screen.key())]);
             buffer.open(QIODevice::WriteOnly);
             screen.value().save(&buffer, "PNG");
         }
     }
-    const QJsonObject record = recordOf(report);
-    files["report.html"] = pageOf(record, files);
-    files["report.json"] = QJsonDocument(record).toJson();
-    files["junit.xml"] = junitOf(record);
+    return pngs;
+}
+
+// The record with the screens in it.
+static QJsonObject illustrated(const Report &report)
+{
+    QJsonObject record = recordOf(report), images;
+    const Files pngs = screensOf(report);
+    for (auto png = pngs.begin(); png != pngs.end(); ++png) {
+        images[png.key()] = QString(png.value().toBase64());
+    }
+    record["images"] = images;
+    return record;
+}
+
+// The page with the records in it. Between script tags nothing is escaped but "<".
+static QByteArray pageOf(const QVector<Report> &reports)
+{
+    QJsonArray records;
+    for (const Report &report : reports) {
+        records << illustrated(report);
+    }
+    QFile file(dataFolder() + "/bench/report/page.html");
+    if (!file.open(QIODevice::ReadOnly)) {
+        throw BenchError(file.fileName() + " cannot be read: " + file.errorString());
+    }
+    QByteArray json = QJsonDocument(records).toJson(QJsonDocument::Compact);
+    return file.readAll().replace("@RECORDS@", json.replace('<', "\\u003c"));
+}
+
+// Empty, or what went wrong.
+static QString write(const Files &files, const QString &folder)
+{
     if (!QDir().mkpath(folder)) {
         return folder + " cannot be created";
     }
@@ -181,21 +70,55 @@ static QString write(const Report &report, const QString &folder)
     return {};
 }
 
-void beginReport(const Report &report, const QString &folder)
+static QString write(const Report &report, const QString &folder)
 {
-    Report begun = report;
-    begun.title += " (not ended)";
-    const QString problem = write(begun, folder);
+    const QJsonObject record = recordOf(report);
+    Files files = screensOf(report);
+    files["report.html"] = pageOf({report});
+    files["report.json"] = QJsonDocument(record).toJson();
+    files["junit.xml"] = junitOf(record);
+    return write(files, folder);
+}
+
+// BASE/UNIT. An ID may hold anything: what it has of a path is taken away.
+static QString unitFolder(const Report &report, const QString &base)
+{
+    const Values unit = report.unit();
+    QString name = unit.value("machineId", unit.value("semiId", report.subject));
+    name.replace(QRegularExpression("[^\\w.-]+"), "-").replace(QRegularExpression("^[.-]+"), "");
+    return base + '/' + (name.isEmpty() ? "unknown" : name.left(80));
+}
+
+QString beginReport(const Report &report, const QString &base)
+{
+    const QString unit = unitFolder(report, base);
+    const QString wanted = unit + '/' + report.begun.toString("yyyyMMdd-HHmmss");
+    QString folder = wanted, problem;
+    QDir().mkpath(unit);
+    for (int more = 2; !QDir().mkdir(folder) && QFileInfo::exists(folder); ++more) {
+        folder = QString("%1-%2").arg(wanted).arg(more);
+    }
+    problem = write(report, folder);
     if (!problem.isEmpty()) {
         throw BenchError(problem + "; choose another folder with --report");
     }
+    return folder;
 }
 
-QString writeReport(const Report &report, const QString &folder)
+QString writeReport(const Report &report, const QString &base, const QString &folder)
 {
-    const QString problem = write(report, folder);
+    const QString unit = unitFolder(report, base);
+    QString place = folder;
+    if (QFileInfo(folder).path() != unit && QDir().mkpath(unit)) {
+        const QString known = unit + '/' + QFileInfo(folder).fileName();
+        if (!QFileInfo::exists(known) && QDir().rename(folder, known)) {
+            QDir().rmdir(QFileInfo(folder).path());
+            place = known;
+        }
+    }
+    const QString problem = write(report, place);
     if (problem.isEmpty()) {
-        return folder;
+        return place;
     }
     QTemporaryDir last(QDir::tempPath() + "/bench-report-XXXXXX");
     last.setAutoRemove(false);
@@ -205,4 +128,9 @@ QString writeReport(const Report &report, const QString &folder)
     }
     say(QString("%1; the report is in %2 instead").arg(problem, last.path()), true);
     return last.path();
+}
+
+QString writePage(const QVector<Report> &reports, const QString &file)
+{
+    return write(Files{{QFileInfo(file).fileName(), pageOf(reports)}}, QFileInfo(file).path());
 }

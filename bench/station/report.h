@@ -4,25 +4,39 @@
 
 #include <QJsonObject>
 
+// What was done to one unit.
 struct Report {
-    QString title;
-    QString subject; // the panel: its port, its station number
+    QString subject; // where it was: its port, its station number
+    Values given; // what the station was told of the unit
+    QString operatorName;
     QDateTime begun = QDateTime::currentDateTime();
+    QDateTime ended; // invalid: not yet
     QVector<LevelResult> levels;
 
     bool passed() const;
     // One line a fault, with level and step; empty when passed.
     QStringList faults() const;
+    // Who the unit is: machineId and semiId as given, else as it answered; model, version, crc and
+    // toolVersion (of its fixture) as it answered, else as given. Unknown ones are left out.
+    Values unit() const;
 };
 
-// The whole run as one document: all that the reports show, and nothing else.
+// The whole run as one document: all that the reports show, and nothing else. docs/bench.md
+// describes it.
 QJsonObject recordOf(const Report &report);
+// The record as JUnit XML.
+QByteArray junitOf(const QJsonObject &record);
 
-// Writes the report of a run that has not ended into `folder`, which is created, over that of an
-// earlier run. Throws BenchError when the folder cannot be written.
-void beginReport(const Report &report, const QString &folder);
+// Makes a new folder for a report, BASE/UNIT/TIMESTAMP, UNIT being the machine ID, else the semi ID,
+// else the subject, and writes the report of a run that has not ended into it. Throws BenchError
+// when that cannot be done.
+QString beginReport(const Report &report, const QString &base);
 // Writes report.html (self-contained, screens included: report/page.html with the record in it),
-// report.json (the record), junit.xml and every screen as PNG. Returns the folder: `folder`, or
-// when it cannot be written, which is said, a new one for temporary files. Throws BenchError when
+// report.json (the record), junit.xml and every screen as PNG into `folder` from beginReport().
+// Returns where they are: there, or below `base` where the unit's ID has come to be known, or when
+// it cannot be written, which is said, in a new folder for temporary files. Throws BenchError when
 // that fails too.
-QString writeReport(const Report &report, const QString &folder);
+QString writeReport(const Report &report, const QString &base, const QString &folder);
+// Writes one page with all the reports, its first part an index; over that of an earlier run.
+// Empty, or what went wrong.
+QString writePage(const QVector<Report> &reports, const QString &file);

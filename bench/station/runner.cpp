@@ -53,7 +53,9 @@ Runner::Runner(Link &link, Stand &stand, Values values, int number, QString labe
 
 void Runner::run(const Plan &plan, LevelResult *level)
 {
-    level->level += levelName(plan.level);
+    level->level = levelName(plan.level);
+    level->plan = plan.file;
+    level->planHash = plan.hash;
     level->items = plan.items;
     say(QString("%1%2 (%3)").arg(label_, levelName(plan.level), plan.file));
     stand_.screens.clear();

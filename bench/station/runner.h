@@ -19,7 +19,9 @@ struct StepResult {
 };
 
 struct LevelResult {
-    QString level; // name of the level or of the part of the run
+    QString level; // its name
+    QString plan; // the plan's file
+    QByteArray planHash; // SHA-256 of its text, as hex digits
     QStringList items;
     QVector<StepResult> steps;
     QMap<QString, QImage> screens;

@@ -35,10 +35,16 @@ void TestProduce::verdict()
         QVERIFY(bench.waitForFinished(120000));
         const QByteArray said = bench.readAll();
         QVERIFY2(bench.exitCode() == (failing.isEmpty() ? 0 : 1), said);
-        QFile file(folder.filePath("out/report.json"));
+        QVERIFY(QFile::exists(folder.filePath("out/report.html")));
+        const QDir unit(folder.filePath("out/third-panel"));
+        QCOMPARE(unit.entryList(QDir::Dirs | QDir::NoDotAndDotDot).size(), 1);
+        const QString place = unit.filePath(unit.entryList(QDir::Dirs | QDir::NoDotAndDotDot)[0]);
+        QFile file(place + "/report.json");
         QVERIFY(file.open(QIODevice::ReadOnly));
         const QJsonObject report = QJsonDocument::fromJson(file.readAll()).object();
         QCOMPARE(report["passed"].toBool(), failing.isEmpty());
+        QCOMPARE(report["unit"]["version"].toString(), QString("A.0123.120"));
+        QCOMPARE(report["levels"][0]["planHash"].toString().size(), 64);
         QStringList failed;
         for (const QJsonValue &level : report["levels"].toArray())
             for (const QJsonValue &step : level["steps"].toArray())
@@ -47,8 +53,7 @@ void TestProduce::verdict()
         QCOMPARE(failed, failing);
         QCOMPARE(report["levels"].toArray().size(), levels);
         for (const QString &level : QStringList{"ict", "t1", "bi", "t2"}.mid(0, levels)) {
-            const QString name = QString("out/third-panel,-%1-%1.png").arg(level);
-            QCOMPARE(QImage(folder.filePath(name)).size(), QSize(800, 480));
+            QCOMPARE(QImage(place + QString("/%1-%1.png").arg(level)).size(), QSize(800, 480));
         }
     }
 }

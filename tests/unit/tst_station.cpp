@@ -273,12 +273,17 @@ void TestStation::reports()
     report.levels[0].steps << runner.runStep(step, T1);
     QVERIFY(!report.passed());
     QTemporaryDir folder;
-    beginReport(Report(), folder.filePath("a/b"));
-    QCOMPARE(writeReport(report, folder.filePath("a/b")), folder.filePath("a/b"));
+    report.subject = "../port/1";
+    const QString base = folder.filePath("a"), begun = beginReport(report, base);
+    QCOMPARE(QFileInfo(begun).path(), base + "/port-1");
+    QVERIFY(beginReport(report, base) != begun);
+    report.given["machineId"] = "../ID 1"; // known only now
+    const QString place = writeReport(report, base, begun);
+    QCOMPARE(QFileInfo(place).path(), base + "/ID-1");
     QFile file(folder.filePath("file"));
     QVERIFY(file.open(QIODevice::WriteOnly));
     QVERIFY_EXCEPTION_THROWN(beginReport(report, file.fileName() + "/a"), BenchError);
-    const QString last = writeReport(report, file.fileName() + "/a");
+    const QString last = writeReport(report, file.fileName(), file.fileName() + "/a/b");
     QVERIFY(QFile::exists(last + "/report.html") && QDir(last).removeRecursively());
     const QList<QPair<QString, QByteArray>> wanted = {{"report.html", "\"passed\":false"},
                                                       {"report.html", "\\u003cDDR>"},
@@ -286,7 +291,7 @@ void TestStation::reports()
                                                       {"report.json", "\"passed\": false"},
                                                       {"junit.xml", "failures=\"1\""}};
     for (const auto &[name, text] : wanted) {
-        QFile file(folder.filePath("a/b/" + name));
+        QFile file(place + '/' + name);
         QVERIFY(file.open(QIODevice::ReadOnly));
         QVERIFY2(file.readAll().contains(text), qPrintable(name + " lacks " + text));
     }
