@@ -167,7 +167,7 @@ int openCom3(int mode)
 
 static void openUsb(const char *path, qint32 &fd)
 {
-    fd = open(path, O_RDWR | O_NOCTTY | O_CLOEXEC);
+    fd = open(path, O_RDWR | O_NOCTTY);
     if (fd < 1) {
         fd = -1;
         return;
