@@ -281,13 +281,15 @@ void EffectSession::boot(const EffectSection &section)
     read_ = 0;
     reader_ = std::make_unique<TraceReader>();
     journal_ = std::make_unique<Journal>();
-    const bool burnIn = panel_->readFile("/usr/local/ict/HMI_TEST_LEVEL.txt").startsWith("BI");
-    journal_->setLink(burnIn ? "/dev/ttyO3" : "/dev/ttyO1");
     QStringList args;
     for (const QString &condition : section.conditions) {
         if (condition.startsWith("agent "))
             args = condition.mid(6).split(' ');
     }
+    // In the other run modes no port is a link.
+    const bool burnIn = panel_->readFile("/usr/local/ict/HMI_TEST_LEVEL.txt").startsWith("BI");
+    if (args.isEmpty())
+        journal_->setLink(burnIn ? "/dev/ttyO3" : "/dev/ttyO1");
     panel_->powerOn(args);
     if (section.title.isEmpty())
         settle({}, false);
