@@ -157,6 +157,9 @@ bool TraceReader::parse(QByteArray line, Operation *operation)
     }
     if (line.startsWith("<... "))
         line = unfinished_.take(thread) + line.mid(line.indexOf('>') + 1);
+    // Pictures for whoever looks at the screen, which can be most of a trace.
+    if (line.startsWith("write") && line.left(40).contains("<socket:"))
+        return false;
     const int open = line.indexOf('('), close = closing(line, open + 1);
     if (open <= 0 || close < 0)
         return false;
