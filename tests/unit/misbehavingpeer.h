@@ -47,18 +47,20 @@ public:
 private:
     void serve()
     {
+        QByteArray received; // of a request that is not complete
         while (!m_stop) {
             pollfd fd{m_master, POLLIN, 0};
             char bytes[256];
             if (poll(&fd, 1, 20) < 1)
                 continue;
             const ssize_t n = read(m_master, bytes, sizeof bytes);
-            for (const Piece &piece :
-                 m_answer(requests++, QByteArray(bytes, int(qMax<ssize_t>(n, 0))))) {
-                std::this_thread::sleep_for(std::chrono::milliseconds(piece.delayMs));
-                if (write(m_master, piece.bytes, size_t(piece.bytes.size())) < 0)
-                    return;
-            }
+            received.append(bytes, int(qMax<ssize_t>(n, 0)));
+            for (int end; (end = received.indexOf('\n')) >= 0; received.remove(0, end + 1))
+                for (const Piece &piece : m_answer(requests++, received.left(end + 1))) {
+                    std::this_thread::sleep_for(std::chrono::milliseconds(piece.delayMs));
+                    if (write(m_master, piece.bytes, size_t(piece.bytes.size())) < 0)
+                        return;
+                }
         }
     }
     Answer m_answer;
