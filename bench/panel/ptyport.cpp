@@ -169,6 +169,17 @@ bool PtyPort::isOpenOnPanel() const
     return panel_.master >= 0 && ::poll(&master, 1, 0) == 0;
 }
 
+bool PtyPort::isDelivered()
+{
+    bool delivered = false;
+    const auto look = [&] {
+        pollfd outside{outside_.master, POLLIN, 0};
+        delivered = line_.isEmpty() && ::poll(&outside, 1, 0) == 0;
+    };
+    QMetaObject::invokeMethod(this, look, Qt::BlockingQueuedConnection);
+    return delivered;
+}
+
 void PtyPort::send(const QByteArray &bytes)
 {
     QMetaObject::invokeMethod(this, [this, bytes] { queue(bytes); });

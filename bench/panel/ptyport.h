@@ -54,6 +54,8 @@ public:
     int lineSpeed() const;
     // Whether a process of the panel holds the port open now.
     bool isOpenOnPanel() const;
+    // Whether all that was sent to the panel has arrived there, or is lost.
+    bool isDelivered();
     // Puts bytes on the line to the panel.
     void send(const QByteArray &bytes);
     // Wires ports together, two by a cable or any number on a bus: what one's panel or outside

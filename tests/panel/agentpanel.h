@@ -32,22 +32,45 @@ public:
         link_.reset();
         panel.powerCycle(args);
         link_ = std::make_unique<PcPort>(panel, link);
-        return waitFor([&] { return panel.port(link)->isOpenOnPanel(); }, 20000);
+        device_ = link;
+        return waitFor([&] { return panel.port(link)->isOpenOnPanel(); }, DeadlineMs);
     }
     PcPort &link()
     {
         return *link_;
     }
-    // One request, once; what comes until `size` bytes are there or `ms` are over.
-    QByteArray ask(const QByteArray &request, int size = 11, int ms = 2000)
+    // One request, once; what comes until `size` bytes are there.
+    QByteArray ask(const QByteArray &request, int size = 11)
     {
-        link_->write(request);
-        return link_->read(size, ms);
+        return link_->ask(request, size);
     }
-    // Whether nothing comes for longer than the panel takes to look at its link twice.
-    bool isSilent(int ms = 300)
+    // All that `request` brings: what comes until `probe`, which the panel echoes, is answered
+    // behind it.
+    QByteArray all(const QByteArray &request, const QByteArray &probe = requestFrame("8000"))
     {
-        return link_->read(1, ms).isEmpty();
+        sendAndSettle(request);
+        QByteArray bytes = link_->read(1000, 1); // which may end as the probe's answer does
+        link_->write(probe);
+        QByteArray byte;
+        do {
+            byte = link_->read(1);
+            bytes += byte;
+        } while (!byte.isEmpty() && !bytes.endsWith(probe));
+        return byte.isEmpty() ? bytes + " and no more" : bytes.chopped(probe.size());
+    }
+    // Whether a panel that serves nothing to hear behind it leaves a request unanswered.
+    bool ignores(const QByteArray &request)
+    {
+        sendAndSettle(request);
+        return link_->read(1, 1).isEmpty();
+    }
+    // Sends, and waits until the agent has had its time for that and for finding the line quiet
+    // again: each tick goes to sleep, with eleven bytes at most.
+    void sendAndSettle(const QByteArray &bytes)
+    {
+        link_->write(bytes);
+        if (!settle(panel, device_, 12 + bytes.size() / 8))
+            qWarning("the agent does not look at its link");
     }
     // The result characters of a level's items, one each: '0', '1' or 'F'.
     QByteArray results(const QString &level) const
@@ -63,4 +86,5 @@ public:
 
 private:
     std::unique_ptr<PcPort> link_;
+    Port device_ = Port::ttyO1;
 };

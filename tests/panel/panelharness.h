@@ -18,6 +18,15 @@ extern "C" const char *__tsan_default_options()
 }
 #endif
 
+// Longest wait for what must come; generous, for the machine may be busy with something else.
+constexpr int DeadlineMs = 30000;
+#undef QTRY_VERIFY
+#undef QTRY_VERIFY2
+#undef QTRY_COMPARE
+#define QTRY_VERIFY(...) QTRY_VERIFY_WITH_TIMEOUT((__VA_ARGS__), DeadlineMs)
+#define QTRY_VERIFY2(expr, said) QTRY_VERIFY2_WITH_TIMEOUT(expr, said, DeadlineMs)
+#define QTRY_COMPARE(expr, wanted) QTRY_COMPARE_WITH_TIMEOUT(expr, wanted, DeadlineMs)
+
 // The rows of a test from structures, each with its name first. The test has QFETCH(Row, row).
 template <typename Row> void addRows(const QVector<Row> &rows)
 {
@@ -35,7 +44,7 @@ inline PanelOptions running(const QString &program)
 }
 
 // Runs a shell script as the panel's agent until it ends; what it printed.
-inline QByteArray runInside(VirtualPanel &panel, const QString &script, int ms = 20000)
+inline QByteArray runInside(VirtualPanel &panel, const QString &script, int ms = DeadlineMs)
 {
     panel.powerOn({"-c", script});
     panel.waitForExit(ms);
@@ -68,7 +77,7 @@ public:
         serial_.flush();
     }
     // What arrives until `size` bytes are there or `ms` are over.
-    QByteArray read(int size, int ms)
+    QByteArray read(int size, int ms = DeadlineMs)
     {
         QElapsedTimer clock;
         clock.start();
@@ -79,22 +88,36 @@ public:
         }
         return bytes;
     }
-    // Sends as a station does, again and again until an answer comes; empty after `ms`.
-    QByteArray ask(const QByteArray &request, int size = 11, int ms = 5000)
+    QByteArray ask(const QByteArray &request, int size = 11)
     {
-        QElapsedTimer clock;
-        clock.start();
-        QByteArray reply;
-        while (reply.isEmpty() && clock.elapsed() < ms) {
-            write(request);
-            reply = read(size, 1000);
-        }
-        return reply;
+        write(request);
+        return read(size);
     }
 
 private:
     QSerialPort serial_;
 };
+
+// How often the panel's program has waited for something, in its main thread.
+inline int sleeps(const VirtualPanel &panel)
+{
+    QFile status(QString("/proc/%1/status").arg(panel.agentPid()));
+    const char key[] = "\nvoluntary_ctxt_switches:";
+    if (!status.open(QIODevice::ReadOnly))
+        return 0;
+    const QByteArray text = status.readAll();
+    return text.mid(text.indexOf(key) + int(sizeof key)).split('\n').value(0).toInt();
+}
+
+// Waits until all that was sent to the panel's port is there, and its program has then waited for
+// something `more` times: a wait that a busy machine makes longer. False if that takes too long.
+inline bool settle(VirtualPanel &panel, Port port, int more)
+{
+    if (!waitFor([&] { return panel.port(port)->isDelivered(); }, DeadlineMs))
+        return false;
+    const int settled = sleeps(panel) + more;
+    return waitFor([&] { return sleeps(panel) >= settled; }, DeadlineMs);
+}
 
 // The buzzer's events as "type code value" each, and what there is of time between the last two.
 inline QByteArray toneEvents(VirtualPanel &panel, double *seconds)

@@ -26,12 +26,21 @@ struct ScreenText {
     QColor pen;
 };
 
+// What the items are called on the screens, misspelling included.
+inline const QStringList selfTestItems = {
+    "1. 5V",         "2. 3.3V",       "3. Batery",     "4. RTC",        "5. COM1 RS232",
+    "6. COM1 RS485", "7. COM2 RS485", "8. USB Host",   "9. USB Slave",  "10.SRAM",
+    "11.SDRAM(DDR)", "12.LCD Show R", "13.LCD Show G", "14.LCD Show B", "15.TouchPanel",
+    "16.BackLight",  "17.Buzzer"};
+inline const QStringList emiItems = {"1. COM1 RS232", "2. COM1 RS485", "3. COM2 RS485",
+                                     "4. USB Host", "5. USB Slave"};
+
 // The headers and items of a table, apart from its figures; `x` and `separator` are its columns.
-inline QVector<ScreenText> tableTexts(int x, int separator, const QString *items, int count)
+inline QVector<ScreenText> tableTexts(int x, int separator, const QStringList &items)
 {
     QVector<ScreenText> texts{{{x, 80}, "|  Test Case", 14, QColor(0, 128, 0)},
                               {{separator, 80}, "|   Pass   |   Fail   |", 14, QColor(0, 128, 0)}};
-    for (int i = 0; i < count; ++i) {
+    for (int i = 0; i < items.size(); ++i) {
         const int y = 110 + 30 * i;
         texts << ScreenText{{x, y}, items[i], 14, Qt::black}
               << ScreenText{{separator, y}, ":", 14, Qt::black};
@@ -51,4 +60,4 @@ inline QStringList missingOn(const QImage &screen, const QVector<ScreenText> &te
 }
 
 // Longest wait for a cycle's end: the period, the rest of a cycle, and a busy machine.
-constexpr int CycleMs = 45000;
+constexpr int CycleMs = 90000;

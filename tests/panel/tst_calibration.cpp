@@ -38,7 +38,7 @@ public:
     }
     QByteArray reply()
     {
-        return link().read(11, 5000);
+        return link().read(11);
     }
     int callsOf(const QString &tool) const
     {
@@ -77,12 +77,16 @@ public:
 };
 
 // A finger that the touch stack alone sees: the ADC stays as the test has left it.
-void point(VirtualPanel &panel, const QVector<QPoint> &pixels)
+void point(Scene &scene, const QVector<QPoint> &pixels)
 {
     for (const QPoint &pixel : pixels) {
-        QTest::qWait(450);
-        panel.screen().pointer(pixel, true);
-        panel.screen().pointer(pixel, false);
+        QVERIFY(scene.finger.awaitTarget(pixel));
+        QThread::msleep(350); // what comes sooner is a bounce
+        for (const char *event : {" PressEvent", "ReleaseEvent"}) {
+            const int before = scene.panel.output().count(event);
+            scene.panel.screen().pointer(pixel, *event == ' ');
+            QTRY_COMPARE(scene.panel.output().count(event), before + 1);
+        }
     }
 }
 
@@ -216,9 +220,9 @@ void TstCalibration::stationChecks()
     QCOMPARE(scene.panel.bootEnvironment(), QByteArray());
 
     // The dialog is closed: what is touched now is nothing to it.
-    QTest::qWait(400);
+    QThread::msleep(350);
     scene.panel.tap({400, 240});
-    QVERIFY(scene.isSilent(800));
+    QCOMPARE(scene.all(""), QByteArray());
     QCOMPARE(scene.panel.output().count("PressEvent"), 5);
 }
 
@@ -247,12 +251,11 @@ void TstCalibration::applicationCalibrates()
         panel.touchPanel().bend = row.bend;
         panel.powerOn({"HMIAppCalibation"});
         if (row.adcDead) {
-            QTRY_COMPARE(scene.callsOf("mem_rdwr"), 1);
-            point(panel, targets); // the check passes, on the calibration that was there
+            point(scene, targets); // the check passes, on the calibration that was there
         } else {
             QCOMPARE(scene.finger.follow(targets), QString());
         }
-        QCOMPARE(panel.waitForExit(20000), status);
+        QCOMPARE(panel.waitForExit(DeadlineMs), status);
         QCOMPARE(scene.callsOf("mem_rdwr"), 2); // a dialog each
         const QByteArray fitted = scene.constants();
         QCOMPARE(panel.output().contains(tooSmall), row.adcDead);
@@ -309,10 +312,9 @@ void TstCalibration::deadAdcStoresNothing()
     panel.writeFile(attribute::adcY, "");
     scene.request("9000");
     const QVector<QPoint> targets = touchTargets(calibrationMargin);
-    QTRY_COMPARE(scene.callsOf("mem_rdwr"), 1);
-    point(panel, targets.mid(0, 3));
+    point(scene, targets.mid(0, 3));
     panel.setPresent(attribute::adcX, false);
-    point(panel, targets.mid(3) + touchTargets(checkMargin));
+    point(scene, targets.mid(3) + touchTargets(checkMargin));
     QCOMPARE(scene.reply(), requestFrame("9000"));
     QVERIFY2(panel.output().contains(tooSmall), panel.output());
     QTRY_COMPARE(scene.results("T1").mid(11, 1), QByteArray("1"));
@@ -337,7 +339,8 @@ void TstCalibration::oneAnswerForRepeatedRequests()
     QCOMPARE(scene.finger.follow(calibration), QString());
     scene.request("9000");
     QCOMPARE(scene.finger.calibrate(), QString());
-    QCOMPARE(scene.link().read(22, 2000), requestFrame("9000"));
+    QCOMPARE(scene.reply(), requestFrame("9000"));
+    QCOMPARE(scene.all(""), QByteArray());
     QCOMPARE(scene.panel.readFile(t1Values).count('\n'), 10);
 }
 
@@ -351,11 +354,12 @@ void TstCalibration::linkLivesWhileDialogIsUp()
     QVERIFY(scene.powerCycle(Port::ttyO1, {"--watched-agent"}));
     scene.request("9000");
     QCOMPARE(scene.finger.follow(calibration.mid(0, 1)), QString());
-    QVERIFY(scene.link().ask(requestFrame("FF00")).endsWith(".120\n")); // at any level
+    QVERIFY(scene.ask(requestFrame("FF00")).endsWith(".120\n")); // at any level
     QCOMPARE(scene.link().ask(requestFrame("9302")), requestFrame("9302")); // T1's own table
     QCOMPARE(scene.finger.follow(calibration.mid(1) + check.mid(0, 1)), QString());
-    QVERIFY(scene.link().ask(requestFrame("FF00")).endsWith(".120\n"));
-    QCOMPARE(scene.link().ask(requestFrame("9302"), 11, 1500), QByteArray()); // not in the check
+    QVERIFY(scene.ask(requestFrame("FF00")).endsWith(".120\n"));
+    scene.sendAndSettle(requestFrame("9302")); // not in the check
+    QVERIFY(scene.ask(requestFrame("FF00")).endsWith(".120\n"));
     QCOMPARE(scene.finger.follow(check.mid(1)), QString()); // the dialog has stayed on top
     QCOMPARE(scene.reply(), requestFrame("9000"));
     QCOMPARE(scene.link().ask(requestFrame("9302")), requestFrame("9302"));
@@ -367,7 +371,7 @@ void TstCalibration::linkLivesWhileDialogIsUp()
     scene.request("9000");
     QCOMPARE(scene.finger.follow(calibration.mid(0, 2)), QString());
     panel.writeFile("/tmp/quit", "");
-    QCOMPARE(panel.waitForExit(5000), 0);
+    QCOMPARE(panel.waitForExit(DeadlineMs), 0);
     QVERIFY2(!panel.errorOutput().contains("QThread"), panel.errorOutput());
 }
 
@@ -377,24 +381,31 @@ void TstCalibration::hastyAndHeldTouches()
     VirtualPanel &panel = scene.panel;
     const auto events = [&](const char *what) { return panel.output().count(what); };
     QVERIFY(scene.powerCycle());
-    scene.request("9000");
-    QCOMPARE(scene.finger.follow(touchTargets(calibrationMargin).mid(0, 1)), QString());
-    // Within the pause a touch does not count, but its drag does.
-    panel.screen().pointer({300, 300}, true);
-    panel.screen().pointer({310, 300}, true);
-    panel.screen().pointer({310, 300}, false);
-    QTRY_COMPARE(events("MoveEvent : (0310, 0300)"), 1);
-    // A finger that stays: the pass waits, the link does not.
-    QTest::qWait(400);
-    panel.screen().pointer({700, 100}, true);
-    QTRY_COMPARE(events("PressEvent : (0700, 0100)"), 1);
-    QCOMPARE(scene.link().ask(requestFrame("8000")), requestFrame("8000"));
+    int tries = 0, pressed, released;
+    do { // a busy machine is seldom hasty enough
+        QVERIFY(tries < 20);
+        panel.screen().pointer({700, 100}, false);
+        scene.request("9000");
+        pressed = events(" PressEvent");
+        released = events("ReleaseEvent");
+        QCOMPARE(scene.finger.follow(touchTargets(calibrationMargin).mid(0, 1)), QString());
+        // Within the pause a touch does not count, but its drag does.
+        panel.screen().pointer({300, 300}, true);
+        panel.screen().pointer({310, 300}, true);
+        panel.screen().pointer({310, 300}, false);
+        ++tries;
+        QTRY_COMPARE(events("MoveEvent : (0310, 0300)"), tries);
+        // A finger that stays: the pass waits, the link does not.
+        QThread::msleep(350);
+        panel.screen().pointer({700, 100}, true);
+        QTRY_COMPARE(events("PressEvent : (0700, 0100)"), tries);
+    } while (events(" PressEvent") != pressed + 2 || events("ReleaseEvent") != released + 1);
+    QCOMPARE(scene.ask(requestFrame("8000")), requestFrame("8000"));
     panel.screen().pointer({702, 100}, true);
     QTRY_COMPARE(events("MoveEvent : (0702, 0100)"), 1);
-    QCOMPARE(events("ReleaseEvent"), 1);
+    QCOMPARE(events("ReleaseEvent"), released + 1);
     panel.screen().pointer({702, 100}, false);
     QTRY_COMPARE(events("ReleaseEvent : (0702, 0100)"), 1);
-    QCOMPARE(events("PressEvent"), 2);
 }
 
 int main(int argc, char *argv[])

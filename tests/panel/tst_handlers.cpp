@@ -120,7 +120,9 @@ void TstHandlers::silence()
     for (const QByteArray &file : files)
         before << panel.panel.readFile(AgentPanel::ict(file));
     panel.panel.clearCalls();
-    QCOMPARE(panel.ask(row.request, 1, 400), QByteArray());
+    panel.sendAndSettle(row.request);
+    QCOMPARE(panel.panel.backlight(), 100);
+    QCOMPARE(panel.all(""), QByteArray());
     if (row.item)
         results[row.item - 1] = 'F';
     QCOMPARE(panel.results(row.level), results);
@@ -129,8 +131,6 @@ void TstHandlers::silence()
     QCOMPARE(after, before);
     for (const ToolCall &call : panel.panel.calls())
         QVERIFY2(call.tool != "hwclock", qPrintable(call.line()));
-    QCOMPARE(panel.panel.backlight(), 100);
-    QCOMPARE(panel.ask(requestFrame("8000")), requestFrame("8000"));
 }
 
 void TstHandlers::semiMachineIds()
@@ -152,14 +152,12 @@ void TstHandlers::semiMachineIds()
         qInfo("%s", name);
         AgentPanel &panel = at("ICT");
         const QByteArray before = panel.panel.readFile(AgentPanel::ict(semiFile));
-        QCOMPARE(panel.ask(identity("0602", id)), requestFrame(stored ? "0602" : "06F2"));
-        panel.link().read(1, 300); // what of the line was too long is no request
+        // What of the line was too long is no request.
+        QCOMPARE(panel.all(identity("0602", id)), requestFrame(stored ? "0602" : "06F2"));
         const QByteArray kept = stored ? id : before;
         QCOMPARE(panel.panel.readFile(AgentPanel::ict(semiFile)), kept);
         QTRY_COMPARE(panel.results("ICT").mid(9, 1), QByteArray(stored ? "1" : "F"));
-        const QByteArray frame = identity("0702", kept);
-        QCOMPARE(panel.ask(requestFrame("0702"), frame.size()), frame);
-        QVERIFY(panel.isSilent(100));
+        QCOMPARE(panel.all(requestFrame("0702")), identity("0702", kept));
     }
 }
 
@@ -188,9 +186,7 @@ void TstHandlers::machineIds()
         QCOMPARE(panel.panel.readFile(AgentPanel::ict(stationFile)), station);
         QTRY_COMPARE(panel.results("T1").mid(10, 1), QByteArray("1"));
         QCOMPARE(panel.results("T1").mid(13, 3), QByteArray(granted ? "101" : "000"));
-        const QByteArray frame = identity("0701", id);
-        QCOMPARE(panel.ask(requestFrame("0701"), frame.size()), frame);
-        QVERIFY(panel.isSilent(100));
+        QCOMPARE(panel.all(requestFrame("0701")), identity("0701", id));
     }
 }
 
@@ -201,8 +197,7 @@ void TstHandlers::stationOfTheRequest()
     QCOMPARE(panel.ask(requestFrame("8A00", "0a")), requestFrame("8A00", "0A"));
     QTRY_COMPARE(panel.results("T1").mid(15, 1), QByteArray("1"));
     QCOMPARE(panel.panel.readFile(AgentPanel::ict(stationFile)), QByteArray("0a"));
-    QCOMPARE(panel.ask(requestFrame("8000")), requestFrame("8000"));
-    QCOMPARE(panel.ask(requestFrame("8000", "0A"), 1, 400), QByteArray());
+    QCOMPARE(panel.all(requestFrame("8000", "0A")), QByteArray());
 }
 
 // Nothing is granted for what was not stored.
@@ -264,21 +259,20 @@ void TstHandlers::crcLineOfAnyLength()
     AgentPanel &panel = at("ICT");
     const QByteArray line = QByteArray(55, 'C') + '\n';
     panel.panel.toolPrints("ReadCrc.bin", line + "more\n");
-    QCOMPARE(panel.ask(requestFrame("AA00"), 57, 1000), line);
+    QCOMPARE(panel.all(requestFrame("AA00")), line);
     panel.panel.toolPrints("ReadCrc.bin", QByteArray(5000, 'C'));
-    QCOMPARE(panel.ask(requestFrame("AA00"), 61, 1000), QByteArray(60, 'C'));
+    QCOMPARE(panel.all(requestFrame("AA00")), QByteArray(60, 'C'));
     panel.panel.restoreTool("ReadCrc.bin");
-    QCOMPARE(panel.ask(requestFrame("8000")), requestFrame("8000"));
 }
 
 void TstHandlers::toneOfTheBuzzer()
 {
     AgentPanel &panel = at("ICT");
     panel.panel.events().clear();
-    QCOMPARE(panel.ask(requestFrame("9201"), 11, 6000), requestFrame("9201"));
+    QCOMPARE(panel.ask(requestFrame("9201")), requestFrame("9201"));
     double seconds;
     QCOMPARE(toneEvents(panel.panel, &seconds), QByteArray("18 3 99, 18 2 1000, 18 2 0"));
-    QVERIFY(qAbs(seconds - 3) < 0.5);
+    QVERIFY(seconds > 2.5);
 }
 
 // A second round closes what the first one left: RS-422's two, the buzzer, the stick's other end.
@@ -297,11 +291,11 @@ void TstHandlers::descriptorsLeftOpen()
     int before = 0;
     for (int round = 0; round < 2; ++round) {
         before = descriptors();
-        QCOMPARE(panel.ask(requestFrame("8107"), 11, 20000), requestFrame("81F7"));
-        QCOMPARE(panel.ask(requestFrame("FF01"), 14, 20000).left(8), QByteArray("ToolVer="));
-        QCOMPARE(panel.ask(requestFrame("9202"), 11, 20000), requestFrame("9202"));
-        QCOMPARE(panel.ask(requestFrame("A200"), 11, 20000), requestFrame("A2F0"));
-        QCOMPARE(panel.ask(requestFrame("8000"), 11, 20000), requestFrame("8000"));
+        QCOMPARE(panel.ask(requestFrame("8107")), requestFrame("81F7"));
+        QCOMPARE(panel.ask(requestFrame("FF01"), 14).left(8), QByteArray("ToolVer="));
+        QCOMPARE(panel.ask(requestFrame("9202")), requestFrame("9202"));
+        QCOMPARE(panel.ask(requestFrame("A200")), requestFrame("A2F0"));
+        QCOMPARE(panel.ask(requestFrame("8000")), requestFrame("8000"));
     }
     QCOMPARE(descriptors(), before);
     panel.fixture.clearFault("com2-422");
@@ -364,7 +358,7 @@ void TstHandlers::usbPortSwitchesUnanswered()
 {
     AgentPanel &panel = at("T2");
     for (const char *code : {"CE00", "CE01"}) {
-        QCOMPARE(panel.ask(requestFrame(code), 1, 400), QByteArray());
+        QCOMPARE(panel.all(requestFrame(code)), QByteArray());
         QCOMPARE(panel.panel.attribute("/sys/class/usb_role/usb0-role-switch/role"),
                  QByteArray(code[3] == '0' ? "host" : "device"));
     }

@@ -162,7 +162,7 @@ void TstIctScreen::t2()
     bands.fill(530, 0, 270, 480, Qt::blue);
     QTRY_COMPARE(bands.difference(at.panel), 0);
     // The request that brings the list back need not be one that is obeyed.
-    QCOMPARE(at.ask("KLV-101-01\n", 18, 600), QByteArray("FORCIBLY_GOTO_FAIL"));
+    QCOMPARE(at.ask("KLV-101-01\n", 18), QByteArray("FORCIBLY_GOTO_FAIL"));
     Expected screen;
     screen.text(40, 30, "      Ostra HMI KLV-100 T2 Test =====", 18, Qt::blue)
         .items(T2_Item_UnPASS, "00000001000000000")

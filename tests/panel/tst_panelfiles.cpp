@@ -46,7 +46,8 @@ void TstPanelFiles::resultsSurvive()
 bool TstPanelFiles::isMute(VirtualPanel &panel)
 {
     panel.powerOn();
-    return waitFor([&] { return colourAt(panel.screen().grab(), 790, 470) == Qt::white; }, 15000)
+    return waitFor([&] { return colourAt(panel.screen().grab(), 790, 470) == Qt::white; },
+                   DeadlineMs)
         && !panel.port(Port::ttyO1)->isOpenOnPanel();
 }
 
@@ -110,7 +111,7 @@ void TstPanelFiles::brokenDisks()
                 QCOMPARE(at.ask(present), presentReply);
                 // There is room for a level where there was one; where not, that is said.
                 const QByteArray answer = used ? "FORCIBLY_GOTO_T1_PASS" : "FORCIBLY_GOTO_FAIL";
-                QCOMPARE(at.ask("KLV-100-01\n", answer.size() + 1, 1000), answer);
+                QCOMPARE(at.all("KLV-100-01\n"), answer);
                 QTRY_COMPARE(at.panel.readFile(at.ict(levelFile)), used ? "T1 \n" : "");
                 QCOMPARE(at.ask(requestFrame("0400")), QByteArray(":0004F00C\r\n"));
             }
@@ -123,12 +124,11 @@ void TstPanelFiles::brokenDisks()
 void TstPanelFiles::noScreen()
 {
     AgentPanel board;
-    board.panel.powerOn({"-platform", "linuxfb"});
-    PcPort link(board.panel);
-    QCOMPARE(link.ask(present), presentReply);
+    QVERIFY(board.powerCycle(Port::ttyO1, {"-platform", "linuxfb"}));
+    QCOMPARE(board.ask(present), presentReply);
     QVERIFY(board.panel.isOn());
     board.panel.powerCycle({"-platform", "linuxfb", "HMIAppCalibation"});
-    QCOMPARE(board.panel.waitForExit(20000), 255);
+    QCOMPARE(board.panel.waitForExit(DeadlineMs), 255);
     QVERIFY(board.panel.output().endsWith("there is no screen\n"));
 }
 

@@ -38,8 +38,8 @@ void TstPfvpEms::badPeer()
         });
     };
     respond(Port::ttyO1, "PFVPV01 COM1RS232OK\r\n", 100);
-    respond(Port::ttyO3, "PFVPV01 COM1RS485OK", 2600);
-    respond(Port::ttyGS0, "PFVPV01 USBDEVI R\r\n", 10);
+    respond(Port::ttyO3, "PFVPV01 COM1RS485OK", 5000);
+    respond(Port::ttyGS0, "PFVPV01 USBDEVI R\r\n", 0);
     auto *noise = new QTimer; // in the thread of the ports
     connect(noise, &QTimer::timeout, panel_->port(Port::ttyO4),
             [port = panel_->port(Port::ttyO4)] { port->send(QByteArray(40, '\xA5') + '\0'); });

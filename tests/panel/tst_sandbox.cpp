@@ -65,7 +65,8 @@ void TstSandbox::clockStaysInside()
         const QByteArray printed =
             runInside(panel, row.command + " >/dev/null 2>&1; sh -c 'date +%Y-%m-%d'");
         QVERIFY(qAbs(machineOffset() - before) < 0.5);
-        const QByteArray today = QDate::currentDate().toString(Qt::ISODate).toLatin1();
+        const QByteArray today =
+            QDateTime::currentDateTimeUtc().date().toString(Qt::ISODate).toLatin1();
         QCOMPARE(printed.trimmed(), row.works ? QByteArray("2015-01-01") : today);
     }
 }
@@ -84,7 +85,7 @@ void TstSandbox::rtcSurvivesPowerCycle()
     QCOMPARE(lines[0], QByteArray("Sat Nov 21 10:11"));
     QVERIFY2(QRegExp("Sat Nov 21 10:11:[1-5]\\d 2026  .*").exactMatch(lines[1]), next);
     QVERIFY2(qAbs(lines[2].toLongLong() - 1795227072) < 30, next);
-    QVERIFY2(qAbs(lines[2].toLongLong() - lines[3].toLongLong()) <= 1, next);
+    QVERIFY2(qAbs(lines[2].toLongLong() - lines[3].toLongLong()) <= 5, next);
 }
 
 void TstSandbox::wireRunsAtLineSpeed()
@@ -93,17 +94,19 @@ void TstSandbox::wireRunsAtLineSpeed()
     panel.powerOn({"-c",
                    "stty -F /dev/ttyO1 9600 raw; stty -F /dev/ttyO3 19200; echo x; exec cat "
                    "/dev/ttyO1 >/dev/ttyO1"});
-    QTRY_VERIFY(panel.port(Port::ttyO1)->isOpenOnPanel());
+    QTRY_COMPARE(panel.output(), QByteArray("x\n"));
     QCOMPARE(panel.port(Port::ttyO3)->lineSpeed(), 19200);
     PcPort pc(panel);
-    QTRY_COMPARE(pc.ask("?", 1, 100), QByteArray("?"));
+    QTRY_VERIFY(panel.port(Port::ttyO1)->isOpenOnPanel());
+    QCOMPARE(pc.ask("?", 1), QByteArray("?"));
 
     // 96 bytes of 11 bits at 9600 baud are 110 ms on the wire, whoever blocks meanwhile.
     QElapsedTimer clock;
     clock.start();
     pc.write(QByteArray(96, 'x'));
-    QCOMPARE(pc.read(96, 3000).size(), 96);
-    QVERIFY2(clock.elapsed() >= 108 && clock.elapsed() < 400, QByteArray::number(clock.elapsed()));
+    QCOMPARE(pc.read(96).size(), 96);
+    QVERIFY2(clock.elapsed() >= 108 && clock.elapsed() < DeadlineMs,
+             QByteArray::number(clock.elapsed()));
 }
 
 void TstSandbox::unreadPortLosesBytes()
@@ -111,11 +114,14 @@ void TstSandbox::unreadPortLosesBytes()
     VirtualPanel panel(running("/bin/sh"));
     auto pc = std::make_unique<PcPort>(panel);
     pc->write("off");
-    panel.powerOn({"-c",
-                   "while [ ! -e /tmp/go ]; do sleep .05; done; exec <>/dev/ttyO1; timeout 1 cat; "
-                   "echo nobody >&0; sleep .5; cat"});
+    QTRY_VERIFY(panel.port(Port::ttyO1)->isDelivered());
+    panel.powerOn(
+        {"-c",
+         "while [ ! -e /tmp/go ]; do sleep .05; done; exec 3<>/dev/ttyO1; cat <&3 & until "
+         "[ -e /tmp/alone ]; do sleep .05; done; kill $!; wait; echo nobody >&3; "
+         ">/tmp/said; cat <&3"});
     pc->write("closed");
-    QTest::qWait(50);
+    QTRY_VERIFY(panel.port(Port::ttyO1)->isDelivered());
     panel.writeFile("/tmp/go", "");
     QTRY_VERIFY(panel.port(Port::ttyO1)->isOpenOnPanel());
     pc->write("open");
@@ -123,7 +129,8 @@ void TstSandbox::unreadPortLosesBytes()
 
     // The other way, what is said while no program listens is not kept for the next one.
     pc.reset();
-    QTest::qWait(1600);
+    panel.writeFile("/tmp/alone", "");
+    QTRY_VERIFY(QFile::exists(panel.hostPath("/tmp/said")));
     pc = std::make_unique<PcPort>(panel);
     pc->write("again");
     QTRY_COMPARE(panel.output(), QByteArray("openagain"));
@@ -145,11 +152,10 @@ void TstSandbox::closingEmptiesThePort()
     QSignalSpy arrived(panel.port(Port::ttyO1), &PtyPort::intoPanel);
     pc.write("unread");
     QTRY_VERIFY(!arrived.isEmpty());
-    QTest::qWait(50);
     panel.writeFile("/tmp/go", "");
     QTRY_VERIFY(panel.output().contains('\n'));
     pc.write("new");
-    panel.waitForExit(5000);
+    panel.waitForExit(DeadlineMs);
     QCOMPARE(panel.output(), QByteArray("u\nnew"));
 }
 
@@ -158,7 +164,7 @@ void TstSandbox::viewersAreOfThisMachine()
 {
     VirtualPanel panel;
     panel.powerOn();
-    QTRY_VERIFY_WITH_TIMEOUT(!panel.screen().grab().isNull(), 10000);
+    QTRY_VERIFY_WITH_TIMEOUT(!panel.screen().grab().isNull(), DeadlineMs);
     QTcpSocket viewer;
     viewer.connectToHost(QHostAddress::LocalHost, panel.vncPort());
     QTRY_VERIFY(viewer.peek(3) == "RFB");
@@ -184,7 +190,7 @@ void TstSandbox::attributesAreNeverEmpty()
         QThread::msleep(1);
     }
     panel.writeFile("/tmp/stop", "");
-    QCOMPARE(panel.waitForExit(5000), 0);
+    QCOMPARE(panel.waitForExit(DeadlineMs), 0);
     QCOMPARE(panel.output(), QByteArray());
 }
 
