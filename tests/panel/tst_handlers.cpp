@@ -75,7 +75,7 @@ void TstHandlers::unfinishedTests()
         const QString flags = AgentPanel::ict("HMI_" + row.level + "_TEST_Flag.txt");
         panel.panel.writeFile(flags, QByteArray("1" + QByteArray(61, '\0') + "\r\n").repeated(19));
         QVERIFY(panel.boot(row.level));
-        QCOMPARE(panel.ask(requestFrame("8000"), 11, 20000), requestFrame("8000"));
+        QCOMPARE(panel.ask(requestFrame("8000")), requestFrame("8000"));
         if (!row.fault.isEmpty())
             QCOMPARE(panel.fixture.setFault(row.fault), QString());
         panel.link().write(row.request);
@@ -215,8 +215,8 @@ void TstHandlers::fullMedium()
         const QString path = panel.panel.hostPath(AgentPanel::ict(row.file));
         QFile::remove(path);
         QVERIFY(QFile::link("/dev/full", path));
-        QCOMPARE(panel.ask(row.request, 11, 20000), requestFrame(row.reply));
-        QCOMPARE(panel.ask(requestFrame("8500"), 11, 20000), requestFrame("8500"));
+        QCOMPARE(panel.ask(row.request), requestFrame(row.reply));
+        QCOMPARE(panel.ask(requestFrame("8500")), requestFrame("8500"));
         const QByteArray results = panel.results(row.level);
         QVERIFY2(results.count('1') <= 1, results + ' ' + row.reply); // of the memory
     }
