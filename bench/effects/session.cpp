@@ -59,6 +59,8 @@ private:
             place_ = QString("%1:%2: ").arg(name).arg(++number);
             if (line.trimmed().isEmpty())
                 defining_.clear();
+            else if (line.startsWith("@ ") && definitions_.contains(line.mid(2).trimmed()))
+                throw BenchError(place_ + "there is another " + line);
             else if (line.startsWith("@ "))
                 defining_ = line.mid(2).trimmed();
             else if (!defining_.isEmpty())
@@ -233,7 +235,11 @@ void EffectSession::act(const QString &action)
     else if (verb == "passed")
         passAll(rest);
     else if (verb == "file")
-        panel_->writeFile(path, unprintable(value.toLatin1()));
+        QDir().mkpath(QFileInfo(panel_->hostPath(path)).path()),
+            panel_->writeFile(path, unprintable(value.toLatin1()));
+    else if (verb == "arrives")
+        panel_->port(path == "/dev/ttyO3" ? Port::ttyO3 : Port::ttyO4)
+            ->send(unprintable(value.toLatin1()));
     else if (verb == "remove")
         QFile::remove(panel_->hostPath(rest));
     else if (verb == "set")
