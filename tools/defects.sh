@@ -72,10 +72,10 @@ read_family() {
     done <"tools/defects/$1.txt"
 }
 
-# Whether the old text of defect $1 is in its file, exactly once.
+# Whether the old text of defect $1 is in its file of tree $2, exactly once.
 is_fresh() {
     local text rest
-    text=$(cat "${files[$1]}" 2>/dev/null) || return 1
+    text=$(cat "$2/${files[$1]}" 2>/dev/null) || return 1
     rest=${text#*"${olds[$1]}"}
     [ "$rest" != "$text" ] && [[ $rest != *"${olds[$1]}"* ]]
 }
@@ -123,15 +123,13 @@ judge() {
 }
 
 try() {
-    local file=${files[$1]} text
-    if ! is_fresh "$1"; then
-        caught=stale
-        return
-    fi
+    local file=$tree/${files[$1]} text
+    caught=stale
+    is_fresh "$1" "$tree" || return 0
     text=$(cat "$file")
-    printf '%s\n' "${text/"${olds[$1]}"/"${news[$1]}"}" >"$tree/$file"
+    printf '%s\n' "${text/"${olds[$1]}"/"${news[$1]}"}" >"$file"
     judge "$1"
-    cp "$file" "$tree/$file"
+    printf '%s\n' "$text" >"$file"
 }
 
 for family in panel state screens values; do
@@ -140,7 +138,7 @@ done
 [ ${#names[@]} -gt 0 ] || die "no defect is named $*; see tools/defects.sh --list"
 if [ -n "$list" ]; then
     for i in "${!names[@]}"; do
-        is_fresh "$i" && state='' || state=STALE
+        is_fresh "$i" . && state='' || state=STALE
         printf '%-52s %-24s %s\n' "${names[i]}" "${tests[i]}" "$state"
     done
     exit
