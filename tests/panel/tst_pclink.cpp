@@ -9,9 +9,7 @@ private slots:
     void initTestCase();
     void badInput_data();
     void badInput();
-    void forcedChange();
     void logCaps();
-    void stationNumbers();
 
 private:
     std::unique_ptr<AgentPanel> ict_; // at ICT, for the tests that need no boot of their own
@@ -20,8 +18,7 @@ private:
 namespace {
 
 const QByteArray present = requestFrame("8000"), presentReply = ":00800080\r\n";
-const QByteArray logFile = "FactoryTestLog.txt", levelFile = "HMI_TEST_LEVEL.txt",
-                 flagFile = "HMI_ICT_TEST_Flag.txt", stationFile = "HMI_STATION_NUM.txt";
+const QByteArray logFile = "FactoryTestLog.txt", levelFile = "HMI_TEST_LEVEL.txt";
 
 } // namespace
 
@@ -85,59 +82,6 @@ void TstPcLink::badInput()
     QCOMPARE(ict_->panel.readFile(AgentPanel::ict(levelFile)), QByteArray("ICT\n"));
 }
 
-void TstPcLink::forcedChange()
-{
-    const QByteArray model = "KLV-100", answer = "FORCIBLY_GOTO_", fail = answer + "FAIL",
-                     t1 = answer + "T1_PASS";
-    const struct {
-        const char *name;
-        QByteArray line, answer;
-        QByteArray level; // what the level file holds afterwards
-    } rows[] = {
-        {"to T1", model + "-01\n", t1, "T1 \n"},
-        {"to BI", model + "-02\r\n", answer + "BI_PASS", "BI \n"},
-        {"to T2", model + "-03\n", answer + "T2_PASS", "T2 \n"},
-        {"to HMI", model + "-00\n", answer + "HMI_PASS", "HMI\n"},
-        {"to ICT", model + "-04\n", answer + "ICT_PASS", "ICT\n"},
-        {"to no level", model + "-05\n", "", ""},
-        {"digits that are none", model + "-\xff\xfe\n", "", ""},
-        {"a line of 39 bytes", model + "-01" + QByteArray(29, 'x'), t1, "T1 \n"},
-        {"a line of 40 bytes", model + "-01" + QByteArray(30, 'x'), fail, "ICT\n"},
-        {"another model", "KLV-101-01\n", fail, "ICT\n"},
-        {"a shorter name of the family", "KLV-10-01\r\n", t1, "T1 \n"},
-        {"a longer name", model + "X-01", fail, "ICT\n"},
-        {"no second dash", model + "01xx", fail, "ICT\n"},
-        {"shell characters", "KLV-`reboot`;$(id)-01", fail, "ICT\n"},
-    };
-    for (const auto &row : rows) {
-        qInfo("%s", row.name);
-        const QByteArray answer = row.answer, level = row.level;
-        VirtualPanel &panel = ict_->panel;
-        const QByteArray word = level.left(3).trimmed();
-        const QString flags = AgentPanel::ict("HMI_" + word + "_TEST_Flag.txt"),
-                      resume = AgentPanel::ict("HMI_Factory_Resume.txt");
-        const QByteArray kept = panel.readFile(AgentPanel::ict(flagFile));
-        panel.writeFile(AgentPanel::ict(levelFile), "ICT\n");
-        panel.writeFile(resume, "");
-        const bool done = answer.endsWith("PASS"), flagged = done && word != "HMI";
-        if (flagged && word != "ICT")
-            panel.writeFile(flags, "old results");
-
-        QCOMPARE(ict_->all(row.line), answer);
-        QTRY_COMPARE(panel.readFile(AgentPanel::ict(levelFile)), level);
-        QByteArray expected = "++++++++ Receive Forcibly Goto Command ++++++++\n";
-        if (done)
-            expected += "QZ! ===== Forcibly Goto " + word + " Pass!! =====\n";
-        else if (!answer.isEmpty())
-            expected += "=.=Forcibly Goto Fail=.=\n";
-        QTRY_COMPARE(panel.readFile(resume), expected);
-        // The new level starts with no results.
-        QCOMPARE(QFile::exists(panel.hostPath(flags)), !flagged && word == "ICT");
-        panel.writeFile(AgentPanel::ict(flagFile), kept);
-        panel.writeFile(AgentPanel::ict(levelFile), "ICT\n");
-    }
-}
-
 void TstPcLink::logCaps()
 {
     const QString path = AgentPanel::ict(logFile);
@@ -153,26 +97,6 @@ void TstPcLink::logCaps()
         const QByteArray end = ict_->panel.readFile(path).mid(before + 100);
         QCOMPARE(end, bytes > 100 ? QByteArray("File size going to exceed max size\n", 36) : "");
     }
-}
-
-void TstPcLink::stationNumbers()
-{
-    AgentPanel at;
-    at.panel.writeFile(at.ict(stationFile), "1F");
-    QVERIFY(at.boot("BI"));
-    const QByteArray frame = requestFrame("9504", "1F");
-    QCOMPARE(at.all(requestFrame("9504", "1E"), frame), QByteArray());
-    QCOMPARE(at.all(requestFrame("8A00", "1E"), frame), QByteArray()); // no table has it here
-    QCOMPARE(at.ask(frame), frame);
-    QCOMPARE(at.ask(requestFrame("9504")), frame); // the reply echoes the code
-    QCOMPARE(at.all("KLV-101-01\n", frame), QByteArray("FORCIBLY_GOTO_FAIL"));
-    // The exchanges of a shared bus are not logged.
-    QCOMPARE(at.panel.readFile(at.ict(logFile)).size(), 100);
-    QCOMPARE(at.results("BI"), QByteArray("100000"));
-    // Without its number a panel on the bus keeps quiet.
-    QVERIFY(QFile::remove(at.panel.hostPath(at.ict(stationFile))));
-    QVERIFY(at.ignores(frame));
-    QVERIFY(at.panel.isOn());
 }
 
 QTEST_GUILESS_MAIN(TstPcLink)
