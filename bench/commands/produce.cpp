@@ -20,6 +20,7 @@ public:
     Production(const QJsonObject &row, const QString &plans, const PanelOptions &options,
                const QStringList &faults);
     void run(Report *report);
+    bool verbose = false; // shows requests and answers
 
 private:
     void runLevel(int level, LevelResult *result);
@@ -95,7 +96,7 @@ void Production::runLevel(int level, LevelResult *result)
     const int number = level == Bi
         ? stand_.files.read("/usr/local/ict/HMI_STATION_NUM.txt").toInt(nullptr, 16)
         : values_.value("station").toInt();
-    Runner(link, stand_, values_, number, {}, true).run(plan, result);
+    Runner(link, stand_, values_, {number, {}, true, verbose}).run(plan, result);
     if (!sound) {
         result->faults += stand_.files.itemFaults(level, *result, 5000);
     }
@@ -143,7 +144,9 @@ bool produce(const QCommandLineParser &parser, const QJsonObject &row, int numbe
     bool worked = true;
     try {
         say(report->subject);
-        Production(row, parser.value("plans"), options, parser.values("fault")).run(report);
+        Production production(row, parser.value("plans"), options, parser.values("fault"));
+        production.verbose = parser.isSet("verbose");
+        production.run(report);
     } catch (const BenchError &error) {
         worked = false;
         if (report->levels.isEmpty() || report->faults().isEmpty()) {
@@ -185,11 +188,13 @@ int runProduce(const QStringList &args)
         {"report", "Folder for the reports, UNIT/TIMESTAMP inside it, and for one page with all.",
          "folder", "out/produce"},
         {"operator", "Who tests, for the reports.", "name"},
+        {"verbose", "Show the requests and answers."},
         {"folder", "Keep the panel's files in this folder; it is emptied first.", "folder"},
     });
     parser.process(args);
     quitOnInterrupt();
-    const QJsonArray rows = readJson(parser.value("plans") + "/production.json")["panels"].toArray();
+    const QJsonArray rows =
+        readJson(parser.value("plans") + "/production.json")["panels"].toArray();
     const int first = parser.isSet("tour") ? rows.size() - 1 : 0;
     const int end = parser.isSet("single") ? first + 1 : rows.size();
     QVector<Report> reports;
@@ -202,5 +207,6 @@ int runProduce(const QStringList &args)
     const QString page = parser.value("report") + "/report.html";
     const QString problem = writePage(reports, page);
     say(problem.isEmpty() ? "All in one page: " + page : problem, !problem.isEmpty());
+    sayVerdict(passed && !interrupted());
     return interrupted() ? 1 : !worked || !problem.isEmpty() ? 2 : !passed;
 }

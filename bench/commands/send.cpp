@@ -1,7 +1,10 @@
 #include "commands/commands.h"
 #include "panel/bencherror.h"
+#include "station/codec.h"
+#include "station/console.h"
+#include "station/link.h"
+#include "station/plan.h"
 #include "station/protocol.h"
-#include "station/runner.h"
 
 #include <QCommandLineParser>
 
@@ -13,7 +16,8 @@ int runSend(const QStringList &args)
         "(clock; ARGUMENT: seconds "
         "to be off), 0601 to 0603 (ARGUMENT: the ID),\n9510 (ARGUMENT: RRGGBB), KLV- (forced "
         "change; ARGUMENT: the level). "
-        "Exit status 0 if any answer came.\nExample: bench send --port /dev/ttyUSB0 8000");
+        "Exit status 0 if a good answer came, 1 if none or a damaged one did.\nExample: bench send "
+        "--port /dev/ttyUSB0 8000");
     parser.addHelpOption();
     parser.addOptions({{"port", "Serial device or pty of the PC link.", "path"},
                        {"station", "Station number, decimal (default 0: any).", "number", "0"},
@@ -62,5 +66,5 @@ int runSend(const QStringList &args)
     if (!answer.error.isEmpty()) {
         throw BenchError(answer.error);
     }
-    return reply.kind == Reply::None;
+    return reply.kind == Reply::None || reply.kind == Reply::Damaged;
 }

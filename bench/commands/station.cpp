@@ -8,6 +8,7 @@
 #include <QEventLoop>
 #include <QThread>
 
+#include <algorithm>
 #include <atomic>
 #include <memory>
 
@@ -23,6 +24,10 @@ struct Job {
     QString folder; // of the report
 };
 
+struct View { // of the person who tests
+    bool unattended, verbose, several;
+};
+
 QString nameOf(const Job &job)
 {
     return job.number ? QString("%1 station %2").arg(job.port).arg(job.number) : job.port;
@@ -30,7 +35,7 @@ QString nameOf(const Job &job)
 
 // All panels of one port, one after the other; those that it does not get to when told to stop have
 // that as their fault. False if the port cannot be used.
-bool work(const QString &port, const QVector<Job *> &jobs, bool unattended, bool labels)
+bool work(const QString &port, const QVector<Job *> &jobs, const View &view)
 {
     Link link;
     QString error;
@@ -46,9 +51,9 @@ bool work(const QString &port, const QVector<Job *> &jobs, bool unattended, bool
             result.faults << error;
             continue;
         }
-        TerminalStand stand(nameOf(*job), unattended);
-        Runner runner(link, stand, job->values, job->number,
-                      labels ? nameOf(*job) + " " : QString());
+        TerminalStand stand(nameOf(*job), view.unattended);
+        const QString label = view.several ? nameOf(*job) + " " : QString();
+        Runner runner(link, stand, job->values, {job->number, label, false, view.verbose});
         try {
             runner.run(job->plan, &result);
         } catch (const BenchError &wrong) {
@@ -136,7 +141,7 @@ std::vector<Job> jobsOf(const QCommandLineParser &parser)
 }
 
 // One thread a port. False if one of the ports cannot be used.
-bool runAll(std::vector<Job> &jobs, bool unattended)
+bool runAll(std::vector<Job> &jobs, const View &view)
 {
     QMap<QString, QVector<Job *>> ports;
     for (Job &job : jobs) {
@@ -147,12 +152,12 @@ bool runAll(std::vector<Job> &jobs, bool unattended)
     QEventLoop loop;
     int running = ports.size();
     for (auto port = ports.begin(); port != ports.end(); ++port) {
-        threads.emplace_back(QThread::create([&usable, path = port.key(), list = port.value(),
-                                              unattended, labels = jobs.size() > 1] {
-            if (!work(path, list, unattended, labels)) {
-                usable = false;
-            }
-        }));
+        threads.emplace_back(
+            QThread::create([&usable, &view, path = port.key(), list = port.value()] {
+                if (!work(path, list, view)) {
+                    usable = false;
+                }
+            }));
         QObject::connect(threads.back().get(), &QThread::finished, &loop, [&] {
             if (--running == 0) {
                 loop.quit();
@@ -171,25 +176,32 @@ bool runAll(std::vector<Job> &jobs, bool unattended)
     return usable;
 }
 
-// Exit status 0 only if all have passed.
-int report(std::vector<Job> &jobs, const QString &base)
+// False if one of the reports could not be written; the verdicts are said all the same.
+bool report(std::vector<Job> &jobs, const QString &base)
 {
-    bool passed = true;
+    QStringList problems;
     QVector<Report> reports;
     for (Job &job : jobs) {
         job.report.ended = QDateTime::currentDateTime();
-        passed = passed && job.report.passed();
         reports << job.report;
-        say(QString("%1  %2  %3/report.html")
-                .arg(job.report.passed() ? "PASSED" : "FAILED", nameOf(job),
-                     writeReport(job.report, base, job.folder)),
+        QString file = "no report";
+        try {
+            file = writeReport(job.report, base, job.folder) + "/report.html";
+        } catch (const BenchError &error) {
+            problems << error.what();
+        }
+        say(QString("%1  %2  %3").arg(job.report.passed() ? "PASSED" : "FAILED", nameOf(job), file),
             !job.report.passed());
     }
     if (jobs.size() > 1) {
-        const QString problem = writePage(reports, base + "/report.html");
-        say(problem.isEmpty() ? "All in one page: " + base + "/report.html" : problem);
+        problems << writePage(reports, base + "/report.html");
+        say("All in one page: " + base + "/report.html");
     }
-    return !passed;
+    problems.removeAll({});
+    for (const QString &problem : problems) {
+        say(problem, true);
+    }
+    return problems.isEmpty();
 }
 
 } // namespace
@@ -215,6 +227,7 @@ int runStation(const QStringList &args)
          {"plan", "This plan instead, for example a record of `bench panel --record`.", "file"},
          {"report", "Folder for the reports, UNIT/TIMESTAMP inside it.", "folder", "out/station"},
          {"operator", "Who tests, for the reports.", "name"},
+         {"verbose", "Show the requests and answers."},
          {"check", "Only check the plan."},
          {"yes", "Take everything asked of a person as done."}});
     parser.process(args);
@@ -233,7 +246,12 @@ int runStation(const QStringList &args)
     for (Job &job : jobs) {
         job.folder = beginReport(job.report, parser.value("report"));
     }
-    const bool usable = runAll(jobs, parser.isSet("yes"));
-    const int status = report(jobs, parser.value("report"));
-    return !usable ? 2 : interrupted() ? 1 : status;
+    const bool usable =
+        runAll(jobs, {parser.isSet("yes"), parser.isSet("verbose"), jobs.size() > 1});
+    const bool reported = report(jobs, parser.value("report"));
+    const bool passed = !interrupted() && std::all_of(jobs.begin(), jobs.end(), [](const Job &job) {
+        return job.report.passed();
+    });
+    sayVerdict(passed);
+    return !usable || !reported ? 2 : !passed;
 }

@@ -21,6 +21,11 @@ static QString remedy(const QSerialPort &port)
         return "no such device (ls /dev/ttyUSB* /dev/ttyS*; is the adapter plugged in?)";
     case QSerialPort::PermissionError:
         return "busy or not permitted (fuser -v PORT shows who has it; usermod -aG dialout $USER)";
+    case QSerialPort::ResourceError:
+    case QSerialPort::ReadError:
+    case QSerialPort::WriteError:
+    case QSerialPort::UnknownError: // what a pty gives whose other end is gone
+        return "the port has failed (is the adapter still plugged in?)";
     default:
         return port.errorString();
     }

@@ -70,23 +70,12 @@ namespace {
 // What a key's value must be; texts and numbers may stand where a list of them may.
 enum Form { Text = 1, Number = 2, Flag = 4, Texts = 8, Numbers = 16 };
 
-const QMap<QString, int> stepKeys = {{"item", Number | Numbers},
-                                     {"name", Text},
-                                     {"code", Text},
-                                     {"raw", Text},
-                                     {"argument", Text | Number},
-                                     {"addressed", Flag},
-                                     {"reply", Text},
-                                     {"text", Text},
-                                     {"bytes", Text},
-                                     {"battery", Numbers},
-                                     {"silence", Flag},
-                                     {"timeout", Number},
-                                     {"repeats", Number},
-                                     {"wait", Number},
-                                     {"before", Texts},
-                                     {"during", Texts},
-                                     {"after", Texts}};
+const QMap<QString, int> stepKeys = {
+    {"item", Number | Numbers},  {"name", Text},      {"code", Text},       {"raw", Text},
+    {"argument", Text | Number}, {"addressed", Flag}, {"reply", Text},      {"text", Text},
+    {"expected", Text},          {"bytes", Text},     {"battery", Numbers}, {"silence", Flag},
+    {"timeout", Number},         {"repeats", Number}, {"wait", Number},     {"before", Texts},
+    {"during", Texts},           {"after", Texts}};
 
 int formOf(const QJsonValue &value)
 {
@@ -195,6 +184,7 @@ void Reader::expectation(const QJsonObject &object, Step *step)
     if (object.contains("text")) {
         step->expect = Step::Text;
         step->reply = object["text"].toString();
+        step->expected = object["expected"].toString();
     } else if (object.contains("bytes")) {
         step->expect = Step::Bytes;
         step->reply = object["bytes"].toString();

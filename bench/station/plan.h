@@ -18,6 +18,7 @@ struct Step {
 
     enum Expect { Payload, Text, Bytes, Battery, Silence } expect = Payload;
     QString reply; // payload, regular expression for the whole text, or bytes; "${name}" allowed
+    QString expected; // what a text should be, in words; empty: its pattern says it
     int minimumMv = 0, maximumMv = 0; // Battery
 
     int timeoutMs = 2000;
@@ -47,5 +48,6 @@ QString expand(const QString &text, const Values &values, bool pattern = false);
 QByteArray requestOf(const Step &step, const Values &values, int number);
 // Where the bench's own plans lie.
 QString planFolder();
-// The item lines of a level, without their ": 0"; from items.json in `folder`, else the bench's own.
+// The item lines of a level, without their ": 0"; from items.json in `folder`, else the bench's
+// own.
 QStringList levelItems(int level, const QString &folder = planFolder());

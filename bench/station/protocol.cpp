@@ -36,12 +36,14 @@ namespace {
 struct Protocol {
     QHash<QByteArray, Command> commands;
     QJsonObject answers; // replies that say more than "passed" or "failed"
+    QJsonObject advice; // by payload or code
 };
 
 Protocol load()
 {
     const QJsonObject file = readJson(dataFolder() + "/bench/plans/commands.json");
     Protocol protocol;
+    protocol.advice = file["advice"].toObject();
     protocol.answers = file["answers"].toObject();
     for (const QJsonValue &row : file["commands"].toArray()) {
         Command command;
@@ -109,6 +111,13 @@ QString meaningOf(const QByteArray &payload, const QByteArray &code)
         return what + ": failed";
     }
     return what + ": foreign answer " + payload;
+}
+
+QString adviceOf(const QByteArray &payload, const QByteArray &code)
+{
+    const QJsonObject &advice = protocol().advice;
+    const QString byAnswer = advice[QLatin1String(payload)].toString();
+    return byAnswer.isEmpty() ? advice[QLatin1String(code)].toString() : byAnswer;
 }
 
 QString refusal(const QByteArray &request, int level)

@@ -38,5 +38,7 @@ const Command *commandOf(const QByteArray &request);
 
 // A reply payload (or raw text) in words, for the request `code` ("" when unknown).
 QString meaningOf(const QByteArray &payload, const QByteArray &code);
+// What to look at when the request `code` was answered so; empty where nobody knows.
+QString adviceOf(const QByteArray &payload, const QByteArray &code);
 // Why a panel at `level` leaves `request` without an answer; empty when it should answer.
 QString refusal(const QByteArray &request, int level);

@@ -31,7 +31,7 @@ QStringList Report::faults() const
 Values Report::unit() const
 {
     static const QHash<QByteArray, QString> askedBy = {
-        {"AB00", "model"},      {"AA00", "crc"},       {"FF00", "version"},
+        {"AB00", "model"},       {"AA00", "crc"},       {"FF00", "version"},
         {"FF01", "toolVersion"}, {"0701", "machineId"}, {"0702", "semiId"}};
     Values answered;
     for (const LevelResult &level : levels) {
@@ -73,13 +73,14 @@ static QJsonArray measured(const StepResult &result)
     }
     const Command *command = findCommand(result.step.code);
     const QString name = command ? command->meaning : result.step.name;
-    return {QJsonObject{{"name", name + " x"}, {"unit", "px"}, {"value", match.captured(1).toInt()}},
-            QJsonObject{
-                {"name", name + " y"}, {"unit", "px"}, {"value", match.captured(2).toInt()}}};
+    return {
+        QJsonObject{{"name", name + " x"}, {"unit", "px"}, {"value", match.captured(1).toInt()}},
+        QJsonObject{{"name", name + " y"}, {"unit", "px"}, {"value", match.captured(2).toInt()}}};
 }
 
 static QJsonObject stepRecord(const StepResult &result, const QStringList &items)
 {
+    const bool passed = result.faults.isEmpty();
     QJsonArray numbers, names;
     for (int item : result.step.items) {
         numbers << item;
@@ -96,8 +97,10 @@ static QJsonObject stepRecord(const StepResult &result, const QStringList &items
             {"ms", result.answer.ms},
             {"prescribedMs", result.step.waitMs},
             {"tries", result.answer.tries},
-            {"passed", result.faults.isEmpty()},
-            {"faults", QJsonArray::fromStringList(result.faults)}};
+            {"passed", passed},
+            {"faults", QJsonArray::fromStringList(result.faults)},
+            {"earlier", QJsonArray::fromStringList(result.earlier)},
+            {"advice", result.advice()}};
 }
 
 static QJsonObject levelRecord(const LevelResult &level)

@@ -11,6 +11,8 @@
 #include <QRegularExpression>
 #include <QTemporaryDir>
 
+#include <cerrno>
+
 using Files = QMap<QString, QByteArray>; // contents by name
 
 // The screens, named as in the record.
@@ -64,7 +66,7 @@ static QString write(const Files &files, const QString &folder)
         QFile file(folder + '/' + bytes.key());
         if (!file.open(QIODevice::WriteOnly) || file.write(bytes.value()) != bytes.value().size()
             || !file.flush()) {
-            return file.fileName() + ": " + file.errorString();
+            return file.fileName() + ": " + qt_error_string(errno); // QFile does not know them all
         }
     }
     return {};

@@ -27,9 +27,9 @@ QJsonObject recordOf(const Report &report);
 // The record as JUnit XML.
 QByteArray junitOf(const QJsonObject &record);
 
-// Makes a new folder for a report, BASE/UNIT/TIMESTAMP, UNIT being the machine ID, else the semi ID,
-// else the subject, and writes the report of a run that has not ended into it. Throws BenchError
-// when that cannot be done.
+// Makes a new folder for a report, BASE/UNIT/TIMESTAMP, UNIT being the machine ID, else the semi
+// ID, else the subject, and writes the report of a run that has not ended into it. Throws
+// BenchError when that cannot be done.
 QString beginReport(const Report &report, const QString &base);
 // Writes report.html (self-contained, screens included: report/page.html with the record in it),
 // report.json (the record), junit.xml and every screen as PNG into `folder` from beginReport().

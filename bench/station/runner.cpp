@@ -3,20 +3,9 @@
 #include "panel/bencherror.h"
 #include "station/protocol.h"
 
-#include <QMutex>
-#include <QRegularExpression>
+#include <QElapsedTimer>
+#include <QTimer>
 #include <algorithm>
-#include <cstdio>
-#include <unistd.h>
-
-void say(const QString &line, bool bad)
-{
-    static QMutex mutex;
-    const QMutexLocker lock(&mutex);
-    const bool colour = bad && isatty(STDOUT_FILENO);
-    printf(colour ? "\033[31m%s\033[0m\n" : "%s\n", qPrintable(line));
-    fflush(stdout);
-}
 
 bool LevelResult::passed() const
 {
@@ -41,14 +30,31 @@ double LevelResult::medianOverheadMs() const
     return *middle;
 }
 
-Runner::Runner(Link &link, Stand &stand, Values values, int number, QString label, bool strict)
+Runner::Runner(Link &link, Stand &stand, Values values, Options options)
     : link_(link)
     , stand_(stand)
     , values_(std::move(values))
-    , number_(number)
-    , label_(std::move(label))
-    , strict_(strict)
+    , options_(std::move(options))
 {
+}
+
+// Where the run is, and what is left of the waits that the tests prescribe.
+void Runner::showProgress(const Plan &plan, int step, qint64 elapsedMs) const
+{
+    constexpr int exchangeMs = 100, width = 24; // of an exchange without a wait; of the bar
+    qint64 all = 0, done = 0;
+    for (int i = 0; i < plan.steps.size(); ++i) {
+        const qint64 ms = plan.steps[i].waitMs + exchangeMs;
+        all += ms;
+        done += i < step ? ms : i == step ? qMin(ms, elapsedMs) : 0;
+    }
+    const int filled = int(width * done / qMax<qint64>(1, all));
+    showStatus(QString("  step %1 of %2  %3 [%4%5] %6 s left")
+                   .arg(step + 1)
+                   .arg(plan.steps.size())
+                   .arg(plan.steps[step].name.left(30), -30)
+                   .arg(QString(filled, '#'), QString(width - filled, '.'))
+                   .arg((all - done + 999) / 1000));
 }
 
 void Runner::run(const Plan &plan, LevelResult *level)
@@ -57,127 +63,128 @@ void Runner::run(const Plan &plan, LevelResult *level)
     level->plan = plan.file;
     level->planHash = plan.hash;
     level->items = plan.items;
-    say(QString("%1%2 (%3)").arg(label_, levelName(plan.level), plan.file));
+    say(QString("%1%2 (%3), %4 steps")
+            .arg(options_.label, levelName(plan.level), plan.file)
+            .arg(plan.steps.size()));
     stand_.screens.clear();
+    QElapsedTimer clock;
+    QTimer tick; // fires while the link waits
+    QObject::connect(&tick, &QTimer::timeout,
+                     [&] { showProgress(plan, level->steps.size(), clock.elapsed()); });
+    if (options_.label.isEmpty()) {
+        tick.start(100);
+    }
     try {
-        for (const Step &step : plan.steps) {
-            level->steps << runStep(step, plan.level);
+        for (int i = 0; i < plan.steps.size() && dead_.isEmpty(); ++i) {
+            clock.start();
+            const StepResult result = runStep(plan.steps[i], plan.level);
+            showStatus({});
+            level->steps << result;
+            report(result, QString("%1/%2").arg(i + 1, 2).arg(plan.steps.size()));
         }
     } catch (const BenchError &error) {
+        showStatus({});
         level->screens = stand_.screens;
         level->faults << error.what();
         throw;
     }
     level->screens = stand_.screens;
+    if (!dead_.isEmpty()) {
+        level->faults << dead_;
+        say(options_.label + dead_, true);
+    }
 }
 
 StepResult Runner::runStep(const Step &step, int level)
 {
+    StepResult result = attempt(step, level);
+    while (!result.faults.isEmpty() && dead_.isEmpty()
+           && stand_.wantsAgain(step.name + ": " + result.faults.join("; "))) {
+        const QStringList earlier = result.earlier + result.faults;
+        result = attempt(step, level);
+        result.earlier = earlier;
+    }
+    return result;
+}
+
+void Runner::act(const QStringList &actions, StepResult *result)
+{
+    for (const QString &action : actions) {
+        const QString fault = stand_.act(action);
+        if (!fault.isEmpty()) {
+            result->faults << QString("%1: %2").arg(action, fault);
+        }
+    }
+}
+
+StepResult Runner::attempt(const Step &step, int level)
+{
     StepResult result;
     result.step = step;
-    const auto actions = [&](const QStringList &list) {
-        for (const QString &action : list) {
-            const QString fault = stand_.act(action);
-            if (!fault.isEmpty()) {
-                result.faults << QString("%1: %2").arg(action, fault);
-            }
-        }
-    };
-    actions(step.before);
+    act(step.before, &result);
     Link::Request request;
-    request.bytes = result.request = requestOf(step, values_, number_);
+    request.bytes = result.request = requestOf(step, values_, options_.number);
     request.timeoutMs = step.timeoutMs;
     request.tries = 1 + step.repeats;
     request.silence = step.expect == Step::Silence;
     request.framed = step.expect == Step::Payload || step.expect == Step::Battery
         || (step.expect == Step::Bytes && step.reply.startsWith(':'));
     if (!step.during.isEmpty()) {
-        request.during = [&] { actions(step.during); };
+        request.during = [&] { act(step.during, &result); };
     }
     result.answer = link_.exchange(request);
-    judge(&result, level);
-    actions(step.after);
-    report(result);
+    judge(&result, level, values_, options_.number, options_.strict);
+    heard_ = heard_ || !result.answer.bytes.isEmpty();
+    if (result.unanswered()) {
+        dead_ = whyDead(result, level);
+    }
+    if (dead_.isEmpty()) {
+        act(step.after, &result);
+    }
     return result;
 }
 
-// What is wrong with the content of an answer, empty for nothing.
-static QString mismatch(const Step &step, const Reply &reply, const QByteArray &bytes,
-                        const Values &values)
+// Why there is no use in going on after a step without an answer; empty if there is.
+QString Runner::whyDead(const StepResult &result, int level)
 {
-    const QString wanted = expand(step.reply, values);
-    const QRegularExpression pattern(
-        QRegularExpression::anchoredPattern(expand(step.reply, values, true)));
-    const bool text = reply.kind == Reply::Text;
-    const int millivolts = reply.kind == Reply::Battery ? reply.payload.toInt() * 10 : -1;
-    switch (step.expect) {
-    case Step::Payload:
-        return !text && reply.payload == wanted.toLatin1() ? "" : "expected " + wanted;
-    case Step::Text:
-        return pattern.match(textOf(bytes)).hasMatch() ? "" : "expected the text " + wanted;
-    case Step::Bytes:
-        return bytes == wanted.toLatin1() ? "" : "expected " + printable(wanted.toLatin1());
-    case Step::Battery:
-        return millivolts >= step.minimumMv && millivolts <= step.maximumMv
-            ? ""
-            : QString("expected %1 to %2 mV").arg(step.minimumMv).arg(step.maximumMv);
-    case Step::Silence:
-        break;
+    if (!result.answer.error.isEmpty()) {
+        return result.answer.error;
     }
-    return "answered where no answer is due";
+    if (!heard_) {
+        return "nothing was heard from the panel. Look at the cable and which of the panel's "
+               "ports it is in; the panel's power; whether it is at another level, or already "
+               "had its end check (it then listens again after a restart)";
+    }
+    const Command *presence = findCommand("8000");
+    Link::Request request{shortRequest(0, "8000"), 2000, 2, true, false, {}};
+    const bool silent = presence->allowedAt(level)
+        ? link_.exchange(request).bytes.isEmpty()
+        : result.answer.tries > 1; // at burn-in nothing can be asked that leaves no trace
+    return silent ? "the panel has stopped answering. Look at its power and at the cable" : "";
 }
 
-void Runner::judge(StepResult *result, int level) const
-{
-    const Step &step = result->step;
-    const Link::Answer &answer = result->answer;
-    const Reply reply = result->reply = decode(answer.bytes);
-    result->meaning = reply.kind == Reply::Damaged ? "damaged: " + printable(answer.bytes)
-                                                   : meaningOf(reply.payload, step.code);
-    QStringList &faults = result->faults;
-    if (!answer.error.isEmpty()) {
-        faults << answer.error;
-    }
-    if (reply.kind == Reply::None && step.expect == Step::Silence) {
-        result->meaning = "no answer, as it must be";
-        return;
-    }
-    if (reply.kind == Reply::None) {
-        faults << QString("no answer to %1 requests of %2 ms (cable, power, port settings?)")
-                      .arg(answer.tries)
-                      .arg(step.timeoutMs);
-        return;
-    }
-    const QString wrong = mismatch(step, reply, answer.bytes, values_);
-    if (!wrong.isEmpty()) {
-        faults << wrong;
-    }
-    const int number = level == Bi || step.addressed ? number_ : 0;
-    if (reply.station >= 0 && reply.kind != Reply::Identity && step.raw.isEmpty()
-        && reply.station != number) {
-        faults << QString("answered as station %1 instead of %2").arg(reply.station).arg(number);
-    }
-    if (strict_ && !reply.noise.isEmpty()) {
-        faults << "bytes before the reply: " + printable(reply.noise);
-    }
-    if (strict_ && answer.tries > 1) {
-        faults << QString("answered only at request %1").arg(answer.tries);
-    }
-}
-
-void Runner::report(const StepResult &result) const
+void Runner::report(const StepResult &result, const QString &place) const
 {
     const bool bad = !result.faults.isEmpty();
-    QString line =
-        QString("%1 %2 %3  %4  %5 %6 ms")
-            .arg(label_, bad ? "FAIL" : "ok  ", printable(result.request).leftJustified(28),
-                 printable(result.answer.bytes).leftJustified(28), result.meaning.leftJustified(44))
-            .arg(result.answer.ms, 7, 'f', 1);
+    QString line = QString("%1 %2 ").arg(options_.label, bad ? "FAIL" : "ok  ");
+    if (options_.verbose) {
+        line += QString("%1  %2  %3")
+                    .arg(printable(result.request).leftJustified(28),
+                         printable(result.answer.bytes).leftJustified(28),
+                         result.meaning.leftJustified(44));
+    } else {
+        line += place + "  " + result.step.name.leftJustified(44);
+    }
+    line += QString(" %1 ms").arg(result.answer.ms, 7, 'f', 1);
     if (result.step.waitMs > 0) {
         line += QString(" (%1 of them prescribed)").arg(result.step.waitMs);
     }
     say(line, bad);
     for (const QString &fault : result.faults) {
-        say(QString("%1      ^ %2").arg(label_, fault), true);
+        say(QString("%1      ^ %2").arg(options_.label, fault), true);
+    }
+    const QString advice = result.advice();
+    if (!advice.isEmpty()) {
+        say(QString("%1        look at: %2").arg(options_.label, advice));
     }
 }

@@ -1,22 +1,8 @@
 #pragma once
 
-#include "station/codec.h"
-#include "station/link.h"
-#include "station/plan.h"
+#include "station/console.h"
 #include "station/stand.h"
-
-struct StepResult {
-    Step step;
-    QByteArray request;
-    Link::Answer answer;
-    Reply reply;
-    QString meaning;
-    QStringList faults; // empty: passed
-    double overheadMs() const
-    {
-        return answer.ms - step.waitMs;
-    }
-};
+#include "station/verdict.h"
 
 struct LevelResult {
     QString level; // its name
@@ -33,33 +19,35 @@ struct LevelResult {
     double medianOverheadMs() const;
 };
 
-// Runs plans over a link, with a live table on the terminal. Several runners may live in several
-// threads.
+// Runs plans over a link and tells the terminal. Several runners may live in several threads.
 class Runner {
 public:
-    // `number`: the panel's station number, which its replies must carry at burn-in. `label` begins
-    // every line of the table where several panels are tested at once. `strict`: noise around a
-    // good reply is a fault too.
-    Runner(Link &link, Stand &stand, Values values, int number = 0, QString label = {},
-           bool strict = false);
+    struct Options {
+        int number = 0; // the panel's station number, which its replies must carry at burn-in
+        QString label; // begins every line where several panels are tested at once
+        bool strict = false; // see judge()
+        bool verbose = false; // shows requests and answers
+    };
+    Runner(Link &link, Stand &stand, Values values, Options options);
 
     // Fills `level` step by step, so that what was done is there when this throws: BenchError once
-    // the application or thread was told to stop.
+    // the application or thread was told to stop. Ends before the plan does when the panel or the
+    // port turns out to be dead: nobody is asked anything about it.
     void run(const Plan &plan, LevelResult *level);
+    // One step; as often as the stand wants it again.
     StepResult runStep(const Step &step, int level);
 
 private:
-    void judge(StepResult *result, int level) const;
-    void report(const StepResult &result) const;
+    StepResult attempt(const Step &step, int level);
+    QString whyDead(const StepResult &result, int level);
+    void act(const QStringList &actions, StepResult *result);
+    void showProgress(const Plan &plan, int step, qint64 elapsedMs) const;
+    void report(const StepResult &result, const QString &place) const;
 
     Link &link_;
     Stand &stand_;
     Values values_;
-    int number_;
-    QString label_;
-    bool strict_;
+    Options options_;
+    bool heard_ = false; // the panel has answered once
+    QString dead_; // why nothing more is asked of it
 };
-
-// One line on standard output, never torn by another thread's; red for bad news where the terminal
-// can.
-void say(const QString &line, bool bad = false);

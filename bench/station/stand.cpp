@@ -3,6 +3,7 @@
 #include "panel/bencherror.h"
 #include "panel/folders.h"
 #include "panel/json.h"
+#include "station/console.h"
 
 #include <QJsonArray>
 #include <QMutex>
@@ -62,12 +63,25 @@ QString actionFault(const QString &action)
     return QString("unknown action \"%1\"; known are: %2").arg(action, known.join(", "));
 }
 
+static QMutex mutex; // one question at a time
+
+bool TerminalStand::wantsAgain(const QString &fault)
+{
+    if (unattended_ || !isatty(STDIN_FILENO)) {
+        return false;
+    }
+    const QMutexLocker lock(&mutex);
+    showStatus({});
+    say(QString(">> %1: %2").arg(port_, fault), true);
+    say("   Try it again?  [r = again, Enter = go on]");
+    return toupper(answer()) == 'R';
+}
+
 QString TerminalStand::act(const QString &action)
 {
     if (action.startsWith("fault ")) {
         return "faults can be set on a virtual panel only";
     }
-    static QMutex mutex; // one question at a time
     const QMutexLocker lock(&mutex);
     for (const QJsonValue &row : knownActions()) {
         const QRegularExpressionMatch match = matchOf(row, action);
@@ -78,6 +92,7 @@ QString TerminalStand::act(const QString &action)
         if (prompt.isEmpty()) {
             return {};
         }
+        showStatus({});
         printf(">> %s: %s  %s\n", qPrintable(port_), qPrintable(prompt),
                unattended_ ? "[taken as done]" : "[Enter = yes, n = no]");
         if (unattended_) {

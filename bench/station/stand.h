@@ -12,6 +12,11 @@ public:
     virtual ~Stand() = default;
     // Empty if it was done, else what went wrong.
     virtual QString act(const QString &action) = 0;
+    // Whether a step that failed so shall be tried again.
+    virtual bool wantsAgain(const QString &)
+    {
+        return false;
+    }
     // Screens kept by "screenshot", by name.
     QMap<QString, QImage> screens;
 };
@@ -30,6 +35,8 @@ public:
     }
     // Throws BenchError when the thread is asked to stop while it waits for the person.
     QString act(const QString &action) override;
+    // Asks only a person who sits at a terminal. Throws as act() does.
+    bool wantsAgain(const QString &fault) override;
 
 private:
     QString port_;

@@ -4,6 +4,7 @@
 #include <QList>
 #include <atomic>
 #include <chrono>
+#include <fcntl.h>
 #include <functional>
 #include <poll.h>
 #include <pty.h>
@@ -15,7 +16,7 @@
 class MisbehavingPeer {
 public:
     struct Piece {
-        int delayMs;
+        int delayMs; // -1: the adapter is pulled out
         QByteArray bytes;
     };
     // `answer` is called in the peer's thread with the number of the request (from 0) and its
@@ -27,6 +28,8 @@ public:
     {
         char name[64];
         openpty(&m_master, &m_slave, name, nullptr, nullptr);
+        fcntl(m_master, F_SETFD, FD_CLOEXEC); // a program under test must not hold it open
+        fcntl(m_master, F_SETFL, O_NONBLOCK); // nobody may read any more
         termios raw;
         tcgetattr(m_slave, &raw);
         cfmakeraw(&raw);
@@ -57,6 +60,11 @@ private:
             received.append(bytes, int(qMax<ssize_t>(n, 0)));
             for (int end; (end = received.indexOf('\n')) >= 0; received.remove(0, end + 1))
                 for (const Piece &piece : m_answer(requests++, received.left(end + 1))) {
+                    if (piece.delayMs < 0) {
+                        close(m_master);
+                        m_master = -1;
+                        return;
+                    }
                     std::this_thread::sleep_for(std::chrono::milliseconds(piece.delayMs));
                     if (write(m_master, piece.bytes, size_t(piece.bytes.size())) < 0)
                         return;

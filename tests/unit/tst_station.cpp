@@ -78,7 +78,7 @@ void TestStation::refusals()
                  row.request + ": " + why.toLatin1());
     }
     QVERIFY(meaningOf("9FF1", "9011").contains("no touched position 1"));
-    QVERIFY(meaningOf("95EF", "9502").contains("pattern 17"));
+    QCOMPARE(meaningOf("95EF", "9502"), QString("LCM pattern 17 of 20 failed"));
     QVERIFY(meaningOf("85F0", "8500").contains("failed"));
     QVERIFY(meaningOf("8500", "8000").contains("foreign"));
 }
@@ -214,18 +214,22 @@ void TestStation::verdicts()
         QString reply, fault; // empty: passes
     } rows[] = {
         {"as expected", ":05850076\r\n", Step::Payload, "8500", ""},
-        {"another code", ":0585F086\r\n", Step::Payload, "8500", "expected 8500"},
-        {"half", ":058500", Step::Payload, "8500", "expected 8500"},
-        {"lower-case check digits", ":05810E6c\r\n", Step::Payload, "810E", "expected 810E"},
+        {"another code", ":0585F086\r\n", Step::Payload, "8500", "DDR memory: failed (85F0)"},
+        {"a pass that is none", ":05850076\r\n", Step::Payload, "85F0",
+         "DDR memory: passed (8500), expected DDR memory: failed (85F0)"},
+        {"half", ":058500", Step::Payload, "8500", "damaged answer: :058500"},
+        {"lower-case check digits", ":05810E6c\r\n", Step::Payload, "810E", "damaged"},
         {"another station", ":06850075\r\n", Step::Payload, "8500", "as station 6 instead of 5"},
         {"noise before", "x:05850076\r\n", Step::Payload, "8500", "bytes before"},
-        {"nothing", "", Step::Payload, "8500", "no answer to 1 requests"},
+        {"nothing", "", Step::Payload, "8500", "no answer (asked 1 times"},
         {"text with a value", "KLV-100.x\n", Step::Text, "${model}\\n", ""},
         {"text with a zero byte", QByteArray("KLV-100.x\0\n", 11), Step::Text, "${model}",
-         "expected the text"},
-        {"a value is no pattern", "KLV-100-x\n", Step::Text, "${model}\\n", "expected the text"},
+         "expected KLV-100.x"},
+        {"a value is no pattern", "KLV-100-x\n", Step::Text, "${model}\\r\\n",
+         "KLV-100-x, expected KLV-100.x"},
+        {"no pattern for people", "(1)\n", Step::Text, "\\d+", "expected another form"},
         {"battery enough", ":05029564\r", Step::Battery, "", ""},
-        {"battery low", ":05029465\r", Step::Battery, "", "expected 2950 to 3600 mV"},
+        {"battery low", ":05029465\r", Step::Battery, "", "2.94 V, expected 2.95 V to 3.60 V"},
         {"recorded bytes", "a\xff\n", Step::Bytes, "a\u00ff\n", ""},
         {"other bytes", "a\xff\n", Step::Bytes, "a\n", "expected a\\n"},
         {"due silence", "", Step::Silence, "", ""},
@@ -236,14 +240,14 @@ void TestStation::verdicts()
         Wire wire(peer, Link::Mode::Rs485);
         SilentStand stand;
         Step step;
-        step.code = "8500";
+        step.code = row.expect == Step::Battery ? "8800" : "8500";
         step.expect = row.expect;
         step.reply = row.reply;
         step.minimumMv = 2950;
         step.maximumMv = 3600;
         step.timeoutMs = row.answer.endsWith('\r') || row.answer.endsWith('\n') ? 20000 : 1000;
         step.repeats = 0;
-        Runner runner(wire.link, stand, {{"model", "KLV-100.x"}}, 5, {}, true);
+        Runner runner(wire.link, stand, {{"model", "KLV-100.x"}}, {5, {}, true});
         const QString faults = runner.runStep(step, Bi).faults.join(' ');
         QVERIFY2(row.fault.isEmpty() ? faults.isEmpty() : faults.contains(row.fault),
                  qPrintable(row.name + (": " + faults)));
@@ -262,7 +266,7 @@ void TestStation::reports()
     step.code = "8500";
     step.reply = "8500";
     step.items << 1;
-    Runner runner(wire.link, stand, {});
+    Runner runner(wire.link, stand, {}, {});
     LevelResult level;
     level.level = "T1";
     level.items << "7. DDR Test";
@@ -296,6 +300,9 @@ void TestStation::reports()
         QVERIFY(file.open(QIODevice::ReadOnly));
         QVERIFY2(file.readAll().contains(text), qPrintable(name + " lacks " + text));
     }
+    const QString schema = QFINDTESTDATA("../junit.xsd");
+    QCOMPARE(QProcess::execute("xmllint", {"--noout", "--schema", schema, place + "/junit.xml"}),
+             0);
 }
 
 QTEST_GUILESS_MAIN(TestStation)

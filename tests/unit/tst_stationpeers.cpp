@@ -1,0 +1,166 @@
+#include "misbehavingpeer.h"
+
+#include <QDir>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QtTest>
+
+using Pieces = QList<MisbehavingPeer::Piece>;
+
+// Whatever stands at the other end of the line, and whatever happens to disk and plan meanwhile,
+// `bench station` ends with a verdict and a reason, and asks nobody about a panel that is not
+// there.
+class TestStationPeers : public QObject {
+    Q_OBJECT
+private slots:
+    void verdictAndReason();
+    void send();
+};
+
+static const QByteArray plan = R"({"level": "T1", "partial": true, "steps": [
+    {"name": "one", "code": "8000", "timeout": 300},
+    {"name": "two", "code": "8500", "timeout": 300, "after": ["look red"]},
+    {"name": "three", "code": "9003", "timeout": 300}]})";
+
+// What a right panel answers to the requests of the plan.
+static QByteArray echo(const QByteArray &request)
+{
+    return request.mid(request.lastIndexOf(':'));
+}
+
+static QByteArray run(const QStringList &arguments, int *status, const QByteArray &limit = {})
+{
+    QProcess bench;
+    bench.setProcessChannelMode(QProcess::MergedChannels);
+    bench.start("/bin/sh",
+                QStringList{"-c", limit + " exec \"$0\" \"$@\"", QT_TESTCASE_BUILDDIR "/bench"}
+                    + arguments);
+    bench.closeWriteChannel(); // there is nobody to ask
+    *status = bench.waitForFinished(60000) && bench.exitStatus() == QProcess::NormalExit
+        ? bench.exitCode()
+        : -1;
+    return bench.readAll();
+}
+
+void TestStationPeers::verdictAndReason()
+{
+    // Room for the report that is written at the beginning, not for what has come to it.
+    const qint64 page = QFileInfo(QFINDTESTDATA("../../bench/report/page.html")).size();
+    QTemporaryDir folder;
+    const QString file = folder.filePath("plan.json");
+    const auto writePlan = [&](const QByteArray &text) {
+        QFile out(file);
+        if (out.open(QIODevice::WriteOnly)) {
+            out.write(text);
+        }
+    };
+    const struct {
+        const char *name;
+        MisbehavingPeer::Answer answer;
+        int status;
+        QByteArray reason; // said; begins with "!" when nobody may be asked
+        QByteArray limit;
+    } rows[] = {
+        {"right",
+         [](int, const QByteArray &r) {
+             return Pieces{{0, echo(r)}};
+         },
+         0,
+         "PASSED",
+         {}},
+        {"dead", [](int, const QByteArray &) { return Pieces{}; }, 1, "!nothing was heard", {}},
+        {"dies",
+         [](int n, const QByteArray &r) {
+             return n ? Pieces{} : Pieces{{0, echo(r)}};
+         },
+         1,
+         "!stopped answering",
+         {}},
+        {"late",
+         [](int n, const QByteArray &r) {
+             return Pieces{{n ? 0 : 400, echo(r)}};
+         },
+         0,
+         "PASSED",
+         {}},
+        {"twice",
+         [](int, const QByteArray &r) {
+             return Pieces{{0, echo(r)}, {5, echo(r)}};
+         },
+         0,
+         "PASSED",
+         {}},
+        {"half",
+         [](int, const QByteArray &r) {
+             return Pieces{{0, echo(r).left(5)}};
+         },
+         1,
+         "damaged answer: :0080",
+         {}},
+        {"garbage without end",
+         [](int, const QByteArray &) {
+             Pieces pieces;
+             for (int i = 0; i < 200; ++i) {
+                 pieces << MisbehavingPeer::Piece{5, QByteArray(200, char(i))};
+             }
+             return pieces;
+         },
+         1,
+         "FAIL",
+         {}},
+        {"pulled out",
+         [](int n, const QByteArray &r) {
+             return n ? Pieces{{-1, {}}} : Pieces{{0, echo(r)}};
+         },
+         1,
+         "!is the adapter still plugged in",
+         {}},
+        {"plan changes",
+         [&](int, const QByteArray &r) {
+             writePlan("{");
+             return Pieces{{0, echo(r)}};
+         },
+         0,
+         "PASSED",
+         {}},
+        {"disk full",
+         [](int, const QByteArray &r) {
+             return Pieces{{0, echo(r)}};
+         },
+         2, "report.html: File too large",
+         QString("trap '' XFSZ; ulimit -f %1;").arg(page / 512 + 3).toLatin1()},
+    };
+    for (const auto &row : rows) {
+        writePlan(plan);
+        MisbehavingPeer peer(row.answer);
+        const bool asked = !row.reason.startsWith('!');
+        int status = 0;
+        const QByteArray said = run(QStringList{"station", "--port", peer.path, "--plan", file,
+                                                "--report", folder.filePath("out")}
+                                        + (asked ? QStringList{"--yes"} : QStringList()),
+                                    &status, row.limit);
+        QVERIFY2(status == row.status && said.contains(row.reason.mid(!asked)),
+                 QByteArray(row.name) + ": " + said);
+        QVERIFY2(asked || !said.contains(">>"), said);
+        QVERIFY2(said.contains("PASSED") || said.contains("FAILED"), said);
+    }
+}
+
+void TestStationPeers::send()
+{
+    int status = 0;
+    {
+        MisbehavingPeer peer([](int, const QByteArray &) { return Pieces{{-1, {}}}; });
+        const QByteArray said = run({"send", "--port", peer.path, "8000"}, &status);
+        QVERIFY2(status == 2 && said.contains("plugged in"), said);
+    }
+    MisbehavingPeer peer([](int, const QByteArray &) { return Pieces{{0, ":00"}}; });
+    const QByteArray said = run({"send", "--port", peer.path, "--timeout", "300", "8000"}, &status);
+    QVERIFY2(status == 1 && said.contains("damaged"), said);
+}
+
+QTEST_GUILESS_MAIN(TestStationPeers)
+#include "tst_stationpeers.moc"
