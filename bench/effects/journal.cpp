@@ -75,6 +75,9 @@ void Journal::add(const Operation &operation)
         for (Effect &effect : effects_)
             effect.over = true;
         return;
+    case Operation::Exit:
+        put(operation, QString("exit %1").arg(operation.args.value(0).toInt() & 0xff)).over = true;
+        return;
     default:
         return;
     }

@@ -252,8 +252,8 @@ void EffectSession::act(const QString &action)
         panel_->touchRelease();
     else if (verb == "tap")
         panel_->tap(spot);
-    else if (verb == "touch")
-        wrong = Finger(*panel_).tap(spot);
+    else if (verb == "touch" || verb == "point")
+        wrong = Finger(*panel_).tap(spot, verb == "touch");
     else if (verb == "calibrate" || verb == "calibrate3")
         wrong = Finger(*panel_).calibrate(verb == "calibrate");
     else if (verb == "check")
