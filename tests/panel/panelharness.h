@@ -119,19 +119,6 @@ inline bool settle(VirtualPanel &panel, Port port, int more)
     return waitFor([&] { return sleeps(panel) >= settled; }, DeadlineMs);
 }
 
-// The buzzer's events as "type code value" each, and what there is of time between the last two.
-inline QByteArray toneEvents(VirtualPanel &panel, double *seconds)
-{
-    QByteArrayList texts;
-    const QVector<InputEvent> events = panel.events().all();
-    for (const InputEvent &event : events)
-        texts << QByteArray::number(event.type) + ' ' + QByteArray::number(event.code) + ' '
-                + QByteArray::number(event.value);
-    const int last = events.size() - 1;
-    *seconds = last > 0 ? double(events[last].ns - events[last - 1].ns) / 1e9 : 0;
-    return texts.join(", ");
-}
-
 // Colour of the screen at a spot; black when there is no picture.
 inline QColor colourAt(const QImage &image, int x, int y)
 {

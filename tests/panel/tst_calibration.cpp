@@ -8,9 +8,7 @@
 namespace {
 
 constexpr char pointercal[] = "/etc/pointercal", backup[] = "/usr/local/ict/pointercal",
-               t1Values[] = "/usr/local/ict/T1_TP_Value.txt",
-               t2Values[] = "/usr/local/ict/T2_TP_Value.txt",
-               tooSmall[] = "ts_calibrate: determinant is too small -- 0.000000\n";
+               t1Values[] = "/usr/local/ict/T1_TP_Value.txt";
 const QByteArray lastGood("13000 5 -7 -3 7700 9 65536\0", 27);
 const QByteArray shipped = QByteArray(factoryPointercal).append('\0');
 const QByteArray endless(600, '1');
@@ -76,20 +74,6 @@ public:
     Finger finger;
 };
 
-// A finger that the touch stack alone sees: the ADC stays as the test has left it.
-void point(Scene &scene, const QVector<QPoint> &pixels)
-{
-    for (const QPoint &pixel : pixels) {
-        QCOMPARE(scene.finger.awaitTarget(pixel), QString());
-        QThread::msleep(350); // what comes sooner is a bounce
-        for (const char *event : {" PressEvent", "ReleaseEvent"}) {
-            const int before = scene.panel.output().count(event);
-            scene.panel.screen().pointer(pixel, *event == ' ');
-            QTRY_COMPARE(scene.panel.output().count(event), before + 1);
-        }
-    }
-}
-
 // The agent as it is, in an application that watches the calibration dialog's events and ends when
 // it finds /tmp/quit.
 class WatchedApplication : public QApplication {
@@ -132,11 +116,7 @@ class TstCalibration : public QObject {
 private slots:
     void stationCalibrates_data();
     void stationCalibrates();
-    void stationChecks_data();
-    void stationChecks();
-    void applicationCalibrates();
     void lastGoodFile();
-    void deadAdcStoresNothing();
     void oneAnswerForRepeatedRequests();
     void linkLivesWhileDialogIsUp();
     void hastyAndHeldTouches();
@@ -153,8 +133,6 @@ Q_DECLARE_METATYPE(Foil)
 void TstCalibration::stationCalibrates_data()
 {
     addRows<Foil>({
-        {"good foil", "9000", 0, "9000", "bbbbb"},
-        {"two corners off", "9000", 40, "90F0", "brbrb"},
         {"two corners off, not looked at", "9004", 40, "9004", "brbrb"},
         {"bent all over, endless backup", "9004", 100, "90F4", "rrrrr", endless},
     });
@@ -180,89 +158,6 @@ void TstCalibration::stationCalibrates()
     QCOMPARE(panel.readFile(pointercal),
              passes ? fitted : QByteArray(saved.left(512).constData()).append('\0'));
     QCOMPARE(panel.readFile(backup), passes ? fitted : saved);
-    QCOMPARE(panel.bootEnvironment(),
-             passes ? "pointercal " + scene.constants() + '\n' : QByteArray());
-    QTRY_COMPARE(scene.callsOf("update_pointercal.sh"), int(passes));
-    QTRY_COMPARE(scene.results("T1").mid(11, 1), QByteArray(passes ? "1" : "F"));
-
-    QCOMPARE(scene.callsOf("mem_rdwr"), 2);
-    QCOMPARE(panel.readFile("/usr/local/conf/smpl_delay"), QByteArray("1\n"));
-    const QList<QByteArray> touched = panel.readFile(t1Values).split('\n');
-    QCOMPARE(touched.size(), 11);
-    QVERIFY2(!passes || QRegExp("\\((4|5)\\d,(4|5)\\d\\)").exactMatch(touched[5]), touched[5]);
-    QVERIFY2(!passes || QRegExp("\\(7[45]\\d,4[23]\\d\\)").exactMatch(touched[7]), touched[7]);
-    QCOMPARE(touched[6] == "(0,0)", code == "9004"); // never shown
-}
-
-void TstCalibration::stationChecks_data()
-{
-    addRows<Foil>({
-        {"as calibrated", "9001", 0, "9001", "bbbbb"},
-        {"slipped since", "9001", 20, "90F1", "rrrrr"},
-    });
-}
-
-void TstCalibration::stationChecks()
-{
-    QFETCH(Foil, row);
-    Scene scene("T2 \n");
-    scene.panel.touchPanel() = TouchPanel(); // the one that the shipped calibration is for
-    scene.panel.touchPanel().shift = row.fault;
-    QVERIFY(scene.powerCycle());
-    scene.request("9001");
-    QCOMPARE(scene.finger.check(), QString());
-    QCOMPARE(scene.reply(), requestFrame(row.reply));
-    QTRY_COMPARE(scene.pointLines(), row.lines);
-    QTRY_COMPARE(scene.results("T2").mid(10, 1), QByteArray(row.reply == "9001" ? "1" : "F"));
-    QCOMPARE(scene.panel.readFile(pointercal), shipped);
-    QCOMPARE(scene.panel.readFile(backup), lastGood);
-    QCOMPARE(scene.panel.readFile(t2Values).count('\n'), 5);
-    QCOMPARE(scene.panel.bootEnvironment(), QByteArray());
-
-    // The dialog is closed: what is touched now is nothing to it.
-    QThread::msleep(350);
-    scene.panel.tap({400, 240});
-    QCOMPARE(scene.all(""), QByteArray());
-    QCOMPARE(scene.panel.output().count("PressEvent"), 5);
-}
-
-void TstCalibration::applicationCalibrates()
-{
-    const struct {
-        const char *name;
-        double bend;
-        bool adcDead;
-        int status;
-    } rows[] = {
-        {"good foil", 0, false, 0},
-        {"bent all over, empty backup", 120, false, 255},
-        {"no fit", 0, true, 255},
-    };
-    for (const auto &row : rows) {
-        qInfo("%s", row.name);
-        const int status = row.status;
-        const QVector<QPoint> targets =
-            touchTargets(calibrationMargin) + touchTargets(calibrationMargin, false);
-        Scene scene("HMI\n");
-        VirtualPanel &panel = scene.panel;
-        panel.writeFile(backup, "");
-        if (row.bend == 0)
-            QVERIFY(QFile::remove(panel.hostPath(backup)));
-        panel.touchPanel().bend = row.bend;
-        panel.powerOn({"HMIAppCalibation"});
-        if (row.adcDead) {
-            point(scene, targets); // the check passes, on the calibration that was there
-        } else {
-            QCOMPARE(scene.finger.follow(targets), QString());
-        }
-        QCOMPARE(panel.waitForExit(DeadlineMs), status);
-        QCOMPARE(scene.callsOf("mem_rdwr"), 2); // a dialog each
-        const QByteArray fitted = scene.constants();
-        QCOMPARE(panel.output().contains(tooSmall), row.adcDead);
-        QCOMPARE(panel.readFile(pointercal), status ? shipped : fitted + '\0');
-        QCOMPARE(panel.readFile(backup), shipped); // kept before the first calibration
-        QCOMPARE(panel.bootEnvironment(), status ? QByteArray() : "pointercal " + fitted + '\n');
-    }
 }
 
 void TstCalibration::lastGoodFile()
@@ -298,29 +193,6 @@ void TstCalibration::lastGoodFile()
         QTRY_COMPARE(scene.panel.readFile(backup), row.savedAfter);
         QCOMPARE(scene.panel.readFile(pointercal), row.currentAfter);
     }
-}
-
-// The check can pass without a fit, on the calibration that was there. There is nothing to hand to
-// the boot loader then.
-void TstCalibration::deadAdcStoresNothing()
-{
-    Scene scene("T1 \n");
-    VirtualPanel &panel = scene.panel;
-    panel.writeFile(backup, shipped);
-    QVERIFY(scene.powerCycle());
-    panel.writeFile(attribute::adcX, "not a number\n");
-    panel.writeFile(attribute::adcY, "");
-    scene.request("9000");
-    const QVector<QPoint> targets = touchTargets(calibrationMargin);
-    point(scene, targets.mid(0, 3));
-    panel.setPresent(attribute::adcX, false);
-    point(scene, targets.mid(3) + touchTargets(checkMargin));
-    QCOMPARE(scene.reply(), requestFrame("9000"));
-    QVERIFY2(panel.output().contains(tooSmall), panel.output());
-    QTRY_COMPARE(scene.results("T1").mid(11, 1), QByteArray("1"));
-    QCOMPARE(panel.readFile(pointercal), shipped);
-    QCOMPARE(panel.bootEnvironment(), QByteArray());
-    QCOMPARE(scene.callsOf("fw_setenv") + scene.callsOf("update_pointercal.sh"), 0);
 }
 
 // Before the first touch, in the middle of either dialog and as the check begins.

@@ -9,7 +9,6 @@ class TstHandlers : public QObject {
 private slots:
     void initTestCase();
     void semiMachineIds();
-    void stationOfTheRequest();
     void fullMedium();
     void colours();
     void usbPortSwitchesUnanswered();
@@ -72,16 +71,6 @@ void TstHandlers::semiMachineIds()
         QTRY_COMPARE(panel.results("ICT").mid(9, 1), QByteArray(stored ? "1" : "F"));
         QCOMPARE(panel.all(requestFrame("0702")), identity("0702", kept));
     }
-}
-
-// The number is kept as it was sent, answered in upper case, and not the panel's own before BI.
-void TstHandlers::stationOfTheRequest()
-{
-    AgentPanel &panel = at("T1");
-    QCOMPARE(panel.ask(requestFrame("8A00", "0a")), requestFrame("8A00", "0A"));
-    QTRY_COMPARE(panel.results("T1").mid(15, 1), QByteArray("1"));
-    QCOMPARE(panel.panel.readFile(AgentPanel::ict(stationFile)), QByteArray("0a"));
-    QCOMPARE(panel.all(requestFrame("8000", "0A")), QByteArray());
 }
 
 // Nothing is granted for what was not stored.

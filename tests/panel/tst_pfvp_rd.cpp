@@ -133,33 +133,9 @@ void TstPfvpRd::manual()
     QCOMPARE(background(), QColor(Qt::white));
     QCOMPARE(colourAt(panel_->screen().grab(), 640, 300), QColor(Qt::white)); // no FAIL
     QVERIFY(person_->press("Test BackLight"));
-    QElapsedTimer clock;
-    clock.start();
-    QVector<int> levels{100};
-    QVector<qint64> changes;
-    waitFor(
-        [&] {
-            const int level = panel_->backlight();
-            if (level == levels.last())
-                return false;
-            levels << level;
-            changes << clock.elapsed();
-            return levels.size() == 11;
-        },
-        DeadlineMs);
-    QCOMPARE(levels, QVector<int>({100, 80, 60, 40, 20, 0, 20, 40, 60, 80, 100}));
-    for (int i = 1; i < changes.size(); ++i) { // seconds that the level before was held
-        const double held = (changes[i] - changes[i - 1]) / 1000.0;
-        const double wanted = levels[i] == 0 ? 2 : 1;
-        QVERIFY2(held > wanted - 0.5, qPrintable(QString::number(held)));
-    }
     QVERIFY(person_->sees("BackLight FAIL"));
-    panel_->events().clear();
     QVERIFY(person_->press("BackLight PASS"));
     QVERIFY(person_->press("Buzzer FAIL"));
-    double seconds;
-    QCOMPARE(toneEvents(*panel_, &seconds), QByteArray("18 3 99, 18 2 1000, 18 2 0"));
-    QVERIFY(seconds > 1.5);
 
     QVERIFY(person_->sees("Manual Stop")); // as it stays until Reset or END
     QCOMPARE(person_->buttons({"Buzzer PASS", "Auto Start", "Reset Test", "END Test"}),
