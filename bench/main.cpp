@@ -35,7 +35,8 @@ int usage(FILE *out, int status)
     for (const Command &command : commands)
         fprintf(out, "  %-10s %s\n", command.name, command.help);
     fputs("`bench COMMAND --help` explains a command. With --arm it takes the ARM agent that "
-          "tools/arm.sh\nhas built, in an emulator.\n",
+          "tools/arm.sh\nhas built, in an emulator; with --board the whole ARM machine of "
+          "tools/board.sh.\n",
           out);
     return status;
 }
@@ -69,6 +70,8 @@ int main(int argc, char **argv)
     QStringList args = app->arguments().mid(1);
     if (args.removeAll("--arm"))
         useArmAgent();
+    if (args.removeAll("--board"))
+        useBoard();
     if (args.isEmpty() || args[0] == "--help" || args[0] == "-h" || args[0] == "help")
         return usage(args.isEmpty() ? stderr : stdout, args.isEmpty() ? 2 : 0);
     if (args[0] == "--version") {

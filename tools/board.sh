@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Makes the whole ARM machine that `bench ... --board` switches on, in build/board: Debian's armhf
-# kernel with drivers and libraries (once, some two minutes; remove the folder to have it made anew),
+# kernel with drivers and libraries (once, a minute or two; remove the folder to have it made anew),
 # over it the panel's own .deb and what a board's maker adds (bench/board).
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -8,8 +8,8 @@ cd "$(dirname "$0")/.."
 
 board=build/board
 # Drivers of everything on the machine; what they depend on comes with them.
-modules="virtio_pci virtio_console virtio_input virtio_net virtio_blk 9pnet_virtio 9p ext4 crc32c_generic loop
-    virtio-gpu evdev uinput nandsim dummy_hcd g_serial usb_f_mass_storage xhci-pci usb-storage
+modules="virtio_pci virtio_console virtio_input virtio_net virtio_blk 9pnet_virtio 9p ext4 loop
+    crc32c_generic virtio-gpu evdev uinput nandsim dummy_hcd g_serial usb_f_mass_storage xhci-pci usb-storage
     sd_mod sdhci-pci mmc_block ftdi_sio usbserial cdc-acm industrialio roles"
 
 # Prints the file of module $1 and those it needs; nothing for one that is built in.
@@ -35,9 +35,9 @@ make_base() {
     say "Making the ARM machine in $board"
     rm -rf "$new"
     mkdir -p "$new"/root/{bin,usr/share} "$new/all"
-    unpack_armhf linux-image-armmp,busybox-static,libqt5widgets5,fonts-dejavu-core,tzdata \
-        "$new/all" ./boot ./bin ./lib ./etc ./usr/lib/arm-linux-gnueabihf ./usr/share/fonts \
-        ./usr/share/fontconfig ./usr/share/zoneinfo
+    unpack_armhf linux-image-armmp,busybox-static,coreutils,libqt5widgets5,fonts-dejavu-core,tzdata \
+        "$new/all" ./boot ./bin ./lib ./etc ./usr/bin/cksum ./usr/lib/arm-linux-gnueabihf \
+        ./usr/share/fonts ./usr/share/fontconfig ./usr/share/zoneinfo
     mv "$new"/all/boot/vmlinuz-* "$new/vmlinuz"
     version=$(ls "$new/all/lib/modules")
     cd "$new/all/lib/modules/$version"
@@ -49,7 +49,7 @@ make_base() {
     busybox depmod -b "$new/root" "$version"
     cd "$new/all"
     rm -rf lib/modules
-    cp -a --parents bin/busybox lib etc/fonts usr/lib usr/share "$new/root"
+    tar -c bin/busybox usr/bin/cksum lib etc/fonts usr/lib usr/share | tar -x -C "$new/root"
     ln -s busybox "$new/root/bin/sh"
     ln -s bin/busybox "$new/root/init"
     cd "$new/../.."
@@ -69,7 +69,8 @@ make_panel() {
     for program in bin/fw_setenv bin/check_bk_rootfs.sh; do
         ln -s /board/toolbox "$root/usr/local/$program"
     done
-    arm-linux-gnueabihf-gcc -Wall -Wextra -Os -s -static -o "$root/board/buzzer" bench/board/buzzer.c
+    arm-linux-gnueabihf-gcc -Wall -Wextra -Os -s -static -o "$root/board/buzzer" \
+        bench/board/buzzer.c
     arm-linux-gnueabihf-g++ --sysroot="$PWD/build/arm-root" -fPIC -Os -s -std=c++17 \
         -I"$qt" -I"$qt/QtCore" -I"$qt/QtGui" -I"$qt/QtWidgets" \
         -o "$root/board/window" bench/window/main.cpp -lQt5Widgets -lQt5Gui -lQt5Core

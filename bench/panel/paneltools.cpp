@@ -43,6 +43,8 @@ void VirtualPanel::toolMissing(const QString &tool)
 
 void VirtualPanel::restoreTool(const QString &tool)
 {
+    if (board_ && toolPath(tool).startsWith("/usr/local/bin"))
+        throw BenchError("On the ARM machine the programs of /usr/local/bin cannot be replaced");
     if (toolPath(tool).isEmpty())
         throw BenchError(QString("The panel's image has no program %1").arg(tool));
     QFile::remove(hostPath("/run/bench/fault/" + tool));

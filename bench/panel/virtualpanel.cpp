@@ -1,4 +1,5 @@
 #include "panel/virtualpanel.h"
+#include "panel/board.h"
 #include "panel/filewrite.h"
 #include "panel/folders.h"
 #include "panel/panelimage.h"
@@ -25,6 +26,16 @@ void useArmAgent()
 {
     qputenv("BENCH_AGENT", QFile::encodeName(dataFolder() + "/build/arm/ict-agent"));
     qputenv("BENCH_AGENT_ROOT", QFile::encodeName(dataFolder() + "/build/arm-root"));
+}
+
+void useBoard()
+{
+    qputenv("BENCH_BOARD", "1");
+}
+
+bool boardWanted()
+{
+    return qEnvironmentVariableIsSet("BENCH_BOARD");
 }
 
 VirtualPanel::VirtualPanel(const PanelOptions &options, QObject *parent)
@@ -57,7 +68,7 @@ VirtualPanel::VirtualPanel(const PanelOptions &options, QObject *parent)
                                        "yours")
                                    .arg(folder_));
     }
-    const QString socket = hostPath("/run/bench/vnc");
+    const QString socket = options_.board ? Board::vncSocket(folder_) : hostPath("/run/bench/vnc");
     if (socket.size() > 100) // a socket's path has 108 bytes
         throw BenchError(QString("The panel's folder %1 has too long a path: choose a shorter one")
                              .arg(folder_));
@@ -80,8 +91,11 @@ VirtualPanel::VirtualPanel(const PanelOptions &options, QObject *parent)
         throw;
     }
     screen_ = std::make_unique<VncScreen>(socket);
-    sandbox_ = std::make_unique<Sandbox>(options_, folder_);
-    connect(sandbox_.get(), &Sandbox::ended, this, [this] {
+    if (options_.board)
+        machine_.reset(board_ = new Board(options_, folder_, ports_));
+    else
+        machine_ = std::make_unique<Sandbox>(options_, folder_);
+    connect(machine_.get(), &Machine::ended, this, [this] {
         screen_->disconnect();
         emit powered(false);
     });
@@ -101,6 +115,8 @@ void VirtualPanel::factoryNew()
         throw BenchError("The panel must be off to be made factory-new");
     clearPanel(root_);
     layOutPanel(root_);
+    if (board_)
+        board_->factoryNew();
 }
 
 void VirtualPanel::powerOn(const QStringList &agentArgs)
@@ -110,7 +126,15 @@ void VirtualPanel::powerOn(const QStringList &agentArgs)
     clearVolatile(root_);
     setAttribute(attribute::backlight, "100");
     clock_->powerOn();
-    // Each with a pty of its own: nothing of the last power-up is left on the line.
+    if (!machine_->keepsPorts())
+        renewPorts();
+    machine_->start(agentArgs);
+    emit powered(true);
+}
+
+// Each with a pty of its own: nothing of the last power-up is left on the line.
+void VirtualPanel::renewPorts()
+{
     setPlugged(Port::ttyUSB0, !port(Port::ttyUSB0)->panelPath().isEmpty());
     setPlugged(Port::ttyGS0, true);
     for (Port uart : {Port::ttyO1, Port::ttyO3, Port::ttyO4}) {
@@ -118,13 +142,11 @@ void VirtualPanel::powerOn(const QStringList &agentArgs)
         port(uart)->setPlugged(true);
         linkPort(uart, "/dev/", "pts/");
     }
-    sandbox_->start(agentArgs);
-    emit powered(true);
 }
 
 void VirtualPanel::powerOff()
 {
-    sandbox_->stop();
+    machine_->stop();
 }
 
 void VirtualPanel::powerCycle(const QStringList &agentArgs)
@@ -133,36 +155,51 @@ void VirtualPanel::powerCycle(const QStringList &agentArgs)
     powerOn(agentArgs);
 }
 
+bool VirtualPanel::isReady(Port id)
+{
+    return machine_->isReady(port(id));
+}
+
+PanelClock &VirtualPanel::clock()
+{
+    if (board_)
+        throw BenchError("The ARM machine has an RTC of its own, which the bench does not set");
+    return *clock_;
+}
+
 bool VirtualPanel::isOn()
 {
-    return sandbox_->isRunning();
+    return machine_->isRunning();
 }
 
 int VirtualPanel::waitForExit(int ms)
 {
-    return sandbox_->waitForEnd(ms);
+    return machine_->waitForEnd(ms);
 }
 
 qint64 VirtualPanel::agentPid() const
 {
-    return sandbox_->agentPid();
+    return machine_->agentPid();
 }
 
 QByteArray VirtualPanel::output() const
 {
-    return sandbox_->printed("agent.log");
+    return machine_->printed("agent.log");
 }
 
 QByteArray VirtualPanel::errorOutput() const
 {
-    return sandbox_->printed("agent.err");
+    return machine_->printed("agent.err");
 }
 
 void VirtualPanel::setPlugged(Port id, bool plugged)
 {
+    if (board_ && id == Port::ttyGS0)
+        return board_->setGadget(plugged);
     port(id)->setPlugged(false);
     port(id)->setPlugged(plugged);
-    linkPort(id, "/dev/plugged/", "../pts/");
+    if (!machine_->setPlugged(id, port(id)->panelPath()))
+        linkPort(id, "/dev/plugged/", "../pts/");
 }
 
 void VirtualPanel::cable(VirtualPanel &a, Port ofA, VirtualPanel &b, Port ofB)
@@ -199,6 +236,8 @@ void VirtualPanel::linkPort(Port id, const QString &folder, const QString &ptys)
 
 void VirtualPanel::setPresent(const QString &panelPath, bool present)
 {
+    if (machine_->setPresent(panelPath, present))
+        return;
     const QString here = hostPath(panelPath), away = here + ".away";
     QFile::rename(present ? away : here, present ? here : away);
 }
@@ -206,7 +245,7 @@ void VirtualPanel::setPresent(const QString &panelPath, bool present)
 QString VirtualPanel::hostPath(const QString &panelPath) const
 {
     // With a full disk the files lie in the panel's own memory.
-    const bool inside = options_.ictDisk == IctDisk::full && sandbox_ && agentPid()
+    const bool inside = options_.ictDisk == IctDisk::full && machine_ && agentPid()
         && panelPath.startsWith("/usr/local/ict");
     return (inside ? QString("/proc/%1/root").arg(agentPid()) : root_) + panelPath;
 }

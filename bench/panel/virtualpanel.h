@@ -18,12 +18,18 @@
 #include <array>
 #include <memory>
 
-class Sandbox;
+class Board;
+class Machine;
 class VncGate;
 
+// From here on, panels are the whole ARM machine that tools/board.sh has made.
+void useBoard();
+bool boardWanted();
+
 // How the panel's /usr/local/ict is mounted. `full` is a file system with the panel's files and no
-// free byte; what the agent writes there is gone at power-off.
-enum class IctDisk { normal, readOnly, full };
+// free byte; what the agent writes there is gone at power-off. `own` is a disk of the ARM machine,
+// whose files are not on this one.
+enum class IctDisk { normal, readOnly, full, own };
 
 struct PanelOptions {
     QString folder; // the panel's persistent files; empty: a temporary folder, removed at the end
@@ -38,6 +44,7 @@ struct PanelOptions {
     // A program of this machine, with its arguments, that starts the agent inside the panel and
     // becomes it or ends with it, for example a tracer.
     QStringList wrapper;
+    bool board = boardWanted(); // a whole ARM machine instead of the sandbox
 };
 
 // From here on, panels take the ARM agent that tools/arm.sh has built where none is named.
@@ -70,7 +77,8 @@ inline QString voltage(int channel)
 } // namespace attribute
 
 // A panel that is not there: runs the unmodified agent in a sandbox with a file system, devices,
-// ports, clock and screen of the panel's own. Nothing inside reaches the machine's own.
+// ports, clock and screen of the panel's own, or on a whole emulated machine. Nothing inside
+// reaches the machine's own. What one of the two cannot offer throws a BenchError that names it.
 //
 // Use from one thread (but for the ports, see PtyPort); that thread must outlive the power-on, for
 // the sandbox dies with it. Its events need not run: the traffic has a thread of its own.
@@ -103,6 +111,9 @@ public:
     QByteArray errorOutput() const;
 
     // Ports. A USB port's device file exists while it is plugged and its driver loaded (modprobe).
+    // Whether the panel is ready for a station on that port: its program has the port open, and
+    // what it started in its boot has come up.
+    bool isReady(Port id);
     PtyPort *port(Port id) const
     {
         return ports_[size_t(id)];
@@ -150,13 +161,15 @@ public:
     // What fw_setenv was given since factory-new, line by line.
     QByteArray bootEnvironment() const;
 
-    PanelClock &clock()
-    {
-        return *clock_;
-    }
+    PanelClock &clock();
     InputEvents &events() // the buzzer
     {
         return *events_;
+    }
+    // What only the ARM machine has; null for a sandbox.
+    Board *board() const
+    {
+        return board_;
     }
     VncScreen &screen()
     {
@@ -179,6 +192,7 @@ signals:
     void powered(bool on);
 
 private:
+    void renewPorts();
     void followGadget(VirtualPanel &peer);
     void linkPort(Port id, const QString &folder, const QString &ptys);
     void sampleTouch(const QPoint &spot);
@@ -187,7 +201,8 @@ private:
     std::unique_ptr<QTemporaryDir> temporary_;
     QString folder_, root_;
     std::unique_ptr<QLockFile> lock_; // of the folder
-    std::unique_ptr<Sandbox> sandbox_; // its power
+    std::unique_ptr<Machine> machine_; // its power
+    Board *board_ = nullptr; // machine_, if it is one
     QThread io_;
     std::array<PtyPort *, portCount> ports_;
     PanelClock *clock_ = nullptr;

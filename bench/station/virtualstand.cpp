@@ -25,9 +25,9 @@ QString VirtualStand::port(int level) const
 
 QString VirtualStand::powerOn()
 {
-    const PtyPort *link = panel_.port(linkPort(files.level()));
+    const Port link = linkPort(files.level());
     panel_.powerOn();
-    if (!waitFor([&] { return link->isOpenOnPanel() || !panel_.isOn(); }, bootMs)) {
+    if (!waitFor([&] { return panel_.isReady(link) || !panel_.isOn(); }, bootMs)) {
         return QString("the panel does not open its PC link within %1 s").arg(bootMs / 1000);
     }
     return panel_.isOn() ? QString() : "the agent ended: " + panel_.errorOutput().right(400);

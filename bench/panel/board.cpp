@@ -1,0 +1,372 @@
+#include "panel/board.h"
+
+#include "panel/filewrite.h"
+#include "panel/folders.h"
+#include "panel/virtualpanel.h"
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QStandardPaths>
+#include <QThread>
+
+#include <fcntl.h>
+#include <termios.h>
+#include <unistd.h>
+
+namespace {
+
+// An emulated machine on a busy one.
+constexpr int bootMs = 180000, answerMs = 60000, monitorMs = 20000;
+
+// A medium of 8 MiB with one partition, from 1 MiB on.
+constexpr int sectors = 16384, firstSector = 2048;
+
+const char stick[] = "/media/sda1", card[] = "/media/mmcblk0p1", cable[] = "/media/sda";
+
+QByteArray littleEndian(quint32 value)
+{
+    QByteArray bytes;
+    for (int shift = 0; shift < 32; shift += 8)
+        bytes.append(char(value >> shift));
+    return bytes;
+}
+
+void runHere(const QString &program, const QStringList &args)
+{
+    if (QProcess::execute(program, args) != 0)
+        throw BenchError(program + ' ' + args.join(' ')
+                         + " failed: is packages-board.txt installed?");
+}
+
+// An ext file system of the whole image, or of its one partition.
+void makeDisk(const QString &path, int size, bool partitioned, const QString &type)
+{
+    if (QFile::exists(path))
+        return;
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly) || !file.resize(qint64(size) * 512))
+        throw BenchError("Cannot write " + path + ": " + file.errorString());
+    if (partitioned) {
+        file.seek(446); // of the master boot record: the first partition, type Linux
+        file.write(QByteArray::fromHex("0000000083000000") + littleEndian(firstSector)
+                   + littleEndian(quint32(size - firstSector)));
+        file.seek(510);
+        file.write("\x55\xaa");
+    }
+    file.close();
+    const int start = partitioned ? firstSector : 0;
+    runHere("/sbin/mke2fs",
+            {"-q", "-F", "-t", type, "-b", "1024", "-E", QString("offset=%1").arg(start * 512),
+             path, QString::number((size - start) / 2)});
+}
+
+// The PC link's speed is not told to a pipe, which that port is to the emulator: see arguments().
+void setSpeed(const QString &device)
+{
+    const int fd = ::open(QFile::encodeName(device), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    termios line;
+    if (tcgetattr(fd, &line) == 0) {
+        cfsetspeed(&line, B9600);
+        tcsetattr(fd, TCSANOW, &line);
+    }
+    ::close(fd);
+}
+
+} // namespace
+
+Board::Board(const PanelOptions &options, const QString &folder,
+             const std::array<PtyPort *, portCount> &ports)
+    : folder_(folder + "/board")
+    , root_(folder + "/root")
+    , ownDisk_(options.ictDisk == IctDisk::own)
+    , ports_(ports)
+{
+    if (QStandardPaths::findExecutable("qemu-system-arm").isEmpty()
+        || !QFile::exists(dataFolder() + "/build/board/initrd"))
+        throw BenchError("There is no ARM machine: make it with tools/board.sh");
+    if (options.ictDisk == IctDisk::full || options.ictDisk == IctDisk::readOnly)
+        throw BenchError("The ARM machine has no full or read-only disk");
+    QDir().mkpath(folder_);
+    layOut();
+}
+
+Board::~Board()
+{
+    machine_.kill();
+    machine_.waitForFinished(5000);
+}
+
+void Board::factoryNew()
+{
+    monitor_.abort();
+    machine_.kill();
+    machine_.waitForFinished(5000);
+    for (const char *disk : {"/usb.img", "/sd.img", "/ict.img"})
+        QFile::remove(folder_ + disk);
+    layOut();
+}
+
+// The programs of the image are the board's, and what the package brings is not to be the
+// sandbox's copy.
+void Board::layOut() const
+{
+    for (const char *folder : {"/var/log", "/mnt/ict_log"})
+        QDir().mkpath(root_ + folder);
+    QFile::remove(root_ + "/run/bench/toolbox");
+    QFile::link("/board/toolbox", root_ + "/run/bench/toolbox");
+    for (const char *script : {"log_rdwr.sh", "usb_mode.sh", "start-panel.sh", "check-panel.sh"})
+        QFile::remove(root_ + "/usr/local/ict/" + script);
+    for (const char *name : {"/usb.img", "/sd.img"})
+        makeDisk(folder_ + name, sectors, true, "ext2");
+    if (ownDisk_)
+        makeDisk(folder_ + "/ict.img", 4 * sectors, false, "ext4");
+}
+
+// The ports' devices are ptys of the bench. As serial devices they learn the speed that the panel
+// sets, but have no CTS; the PC link needs that line, so its pty is a mere pipe to the emulator.
+QStringList Board::arguments() const
+{
+    const QString machine = dataFolder() + "/build/board";
+    const auto pipe = [](const QString &id, const QString &path) {
+        return QString("pipe,id=%1,path=%2").arg(id, path);
+    };
+    QStringList args{
+        "-M", "virt,highmem=off", "-cpu", "cortex-a15", "-m", "512", "-nodefaults", "-display",
+        "none", "-kernel", machine + "/vmlinuz", "-initrd", machine + "/initrd",
+        // The machine's power button would be the first input device.
+        "-append", "console=ttyAMA0 quiet initcall_blacklist=gpio_keys_init", "-serial",
+        "file:" + folder_ + "/console.log", "-rtc", "base=utc", "-qmp",
+        "unix:" + folder_ + "/monitor,server=on,wait=off", "-vnc", "unix:" + folder_ + "/vnc",
+        "-fsdev", "local,id=panel,security_model=none,path=" + root_, "-device",
+        "virtio-9p-pci,fsdev=panel,mount_tag=panel", "-device", "virtio-gpu-pci,xres=800,yres=480",
+        "-device", "virtio-tablet-pci", "-device", "virtio-serial-pci", "-device",
+        "qemu-xhci,id=usb", "-netdev", "user,id=net,restrict=on", "-device",
+        "virtio-net-pci,netdev=net,romfile=", "-device",
+        "pci-serial-4x,chardev1=link,chardev2=com1,chardev3=com2,chardev4=none", "-chardev",
+        "null,id=none", "-chardev", pipe("link", portPath(Port::ttyO1)), "-chardev",
+        "serial,id=com1,path=" + portPath(Port::ttyO3), "-chardev",
+        "serial,id=com2,path=" + portPath(Port::ttyO4), "-chardev",
+        "socket,id=shell,server=on,wait=off,path=" + folder_ + "/shell", "-chardev",
+        "file,id=buzzer,path=" + root_ + "/dev/input/event1", "-chardev",
+        pipe("gadget", portPath(Port::ttyGS0)), "-device",
+        "virtserialport,chardev=shell,name=control", "-device",
+        "virtserialport,chardev=buzzer,name=buzzer", "-device",
+        "virtserialport,chardev=gadget,name=gadget", "-device", "sdhci-pci", "-drive",
+        "if=none,id=sd,format=raw,file=" + folder_ + "/sd.img", "-device",
+        "sd-card,id=card,drive=sd", "-drive",
+        "if=none,id=sram,format=raw,file=" + root_ + "/dev/OstraHMI_GPMC_RW", "-device",
+        "virtio-blk-pci,drive=sram,serial=sram"};
+    if (ownDisk_)
+        args << "-drive"
+             << "if=none,id=ict,format=raw,file=" + folder_ + "/ict.img"
+             << "-device"
+             << "virtio-blk-pci,drive=ict,serial=ict";
+    return args;
+}
+
+void Board::launch()
+{
+    for (const char *file : {"/monitor", "/shell", "/vnc"})
+        QFile::remove(folder_ + file);
+    setSpeed(portPath(Port::ttyO1));
+    machine_.setProcessChannelMode(QProcess::MergedChannels);
+    machine_.setStandardOutputFile(folder_ + "/emulator.log");
+    machine_.start("qemu-system-arm", QStringList("-S") + arguments());
+    connectTo(&monitor_, "monitor");
+    monitor("qmp_capabilities");
+    monitor("blockdev-add",
+            {{"driver", "raw"},
+             {"node-name", "usb"},
+             {"file", QJsonObject{{"driver", "file"}, {"filename", folder_ + "/usb.img"}}}});
+    for (const char *medium : {stick, card})
+        applyPresence(medium, !away_.contains(medium));
+}
+
+void Board::connectTo(QLocalSocket *socket, const QString &name)
+{
+    QElapsedTimer clock;
+    clock.start();
+    do {
+        socket->connectToServer(folder_ + '/' + name);
+        if (socket->waitForConnected(100))
+            return;
+        QThread::msleep(20);
+    } while (machine_.state() != QProcess::NotRunning && clock.elapsed() < monitorMs);
+    throw BenchError("The ARM machine did not start: "
+                     + readWhole(folder_ + "/emulator.log").trimmed());
+}
+
+QJsonObject Board::monitor(const QString &command, const QJsonObject &arguments)
+{
+    const QJsonObject request{{"execute", command}, {"arguments", arguments}};
+    monitor_.write(QJsonDocument(request).toJson(QJsonDocument::Compact) + '\n');
+    monitor_.flush();
+    QElapsedTimer clock;
+    clock.start();
+    while (clock.elapsed() < monitorMs) {
+        if (!monitor_.canReadLine() && !monitor_.waitForReadyRead(100))
+            continue;
+        const QJsonObject answer = QJsonDocument::fromJson(monitor_.readLine()).object();
+        if (answer.contains("error"))
+            throw BenchError(QString("The ARM machine refuses %1: %2")
+                                 .arg(command, answer["error"].toObject()["desc"].toString()));
+        if (answer.contains("return")) // else a greeting or an event
+            return answer["return"].toObject();
+    }
+    throw BenchError("The ARM machine does not answer its monitor's " + command);
+}
+
+void Board::start(const QStringList &agentArgs)
+{
+    const QString mode = root_ + "/run/bench/mode";
+    QFile::remove(mode);
+    if (!agentArgs.isEmpty())
+        writeInPlace(mode, agentArgs.join(' ').toUtf8());
+    QFile::remove(root_ + "/var/log/ict-panel.log");
+    if (machine_.state() == QProcess::NotRunning)
+        launch();
+    else
+        monitor("system_reset");
+    on_ = true;
+    monitor("cont");
+    awaitBoot();
+}
+
+void Board::awaitBoot()
+{
+    QElapsedTimer clock;
+    clock.start();
+    while (!QFile::exists(root_ + "/run/bench/booted")) {
+        if (machine_.state() == QProcess::NotRunning || clock.elapsed() > bootMs)
+            throw BenchError("The ARM machine did not boot: see " + folder_ + "/console.log");
+        machine_.waitForFinished(20);
+    }
+    shell_.abort();
+    connectTo(&shell_, "shell");
+    for (const QString &path : qAsConst(away_)) {
+        if (path != stick && path != card)
+            applyPresence(path, false);
+    }
+}
+
+void Board::stop()
+{
+    if (!on_)
+        return;
+    on_ = false;
+    monitor("stop");
+    emit ended();
+}
+
+int Board::waitForEnd(int)
+{
+    throw BenchError("On the ARM machine the agent does not end: the init script starts it again");
+}
+
+qint64 Board::agentPid() const
+{
+    throw BenchError("The ARM machine's processes are not this machine's");
+}
+
+// The marks cannot be part of what a command prints: it is typed in two halves.
+QByteArray Board::run(const QString &command, int *status)
+{
+    if (!on_)
+        throw BenchError("The ARM machine is off");
+    shell_.readAll();
+    shell_.write(command.toUtf8() + "\nprintf '\\001%d\\002' $?\n");
+    shell_.flush();
+    QByteArray answer;
+    QElapsedTimer clock;
+    clock.start();
+    while (!answer.endsWith('\2')) {
+        if (clock.elapsed() > answerMs)
+            throw BenchError("The ARM machine does not answer: " + command + ": " + answer);
+        shell_.waitForReadyRead(100);
+        answer += shell_.readAll();
+    }
+    const int mark = answer.lastIndexOf('\1');
+    if (status)
+        *status = answer.mid(mark + 1).chopped(1).toInt();
+    return answer.left(mark);
+}
+
+// An open port raises DTR. The ram disk takes seconds from the script's start over gadget and USB
+// host to its mount.
+bool Board::isReady(PtyPort *port)
+{
+    if (port->id() > Port::ttyO4)
+        throw BenchError(QString("On the ARM machine %1 does not tell who has it open")
+                             .arg(portName(port->id())));
+    int status = 0;
+    run(QString("grep -q '^%1:.*DTR' /proc/tty/driver/serial && grep -q ' %2 ' /proc/mounts")
+            .arg(int(port->id()))
+            .arg(away_.contains(cable) ? "/" : cable),
+        &status);
+    return status == 0;
+}
+
+// The cable in the USB host port has an FTDI adapter.
+bool Board::setPlugged(Port, const QString &device)
+{
+    if (adapters_ > 0)
+        monitor("device_del", {{"id", QString("adapter%1").arg(adapters_)}});
+    if (device.isEmpty())
+        return true;
+    const QString id = QString("adapter%1").arg(++adapters_);
+    const QJsonObject data{{"device", device}};
+    monitor("chardev-add",
+            {{"id", id}, {"backend", QJsonObject{{"type", "serial"}, {"data", data}}}});
+    monitor("device_add",
+            {{"driver", "usb-serial"}, {"id", id}, {"bus", "usb.0"}, {"chardev", id}});
+    return true;
+}
+
+void Board::setGadget(bool plugged)
+{
+    if (!plugged)
+        throw BenchError("On the ARM machine ttyGS0 cannot be unplugged");
+}
+
+bool Board::setPresent(const QString &panelPath, bool present)
+{
+    if (!QStringList{stick, card, cable}.contains(panelPath) && !panelPath.startsWith("/dev/"))
+        return false;
+    if (present != away_.contains(panelPath))
+        return true;
+    if (present)
+        away_.remove(panelPath);
+    else
+        away_.insert(panelPath);
+    const bool started = machine_.state() != QProcess::NotRunning;
+    if (on_ || (started && (panelPath == stick || panelPath == card)))
+        applyPresence(panelPath, present);
+    return true;
+}
+
+void Board::applyPresence(const QString &panelPath, bool present)
+{
+    if (panelPath == stick && present)
+        monitor("device_add",
+                {{"driver", "usb-storage"}, {"id", "stick"}, {"bus", "usb.0"}, {"drive", "usb"}});
+    else if (panelPath == stick)
+        monitor("device_del", {{"id", "stick"}});
+    else if (panelPath == card && present)
+        monitor("blockdev-change-medium",
+                {{"id", "card"}, {"filename", folder_ + "/sd.img"}, {"format", "raw"}});
+    else if (panelPath == card)
+        monitor("eject", {{"id", "card"}, {"force", true}});
+    else if (panelPath == cable)
+        run(QString("echo %1 >/sys/kernel/config/usb_gadget/ramdisk/UDC")
+                .arg(present ? "dummy_udc.0" : "''"));
+    else
+        run(QString(present ? "mv %1.away %1" : "mv %1 %1.away").arg(panelPath));
+}
+
+QByteArray Board::printed(const QString &) const
+{
+    return readWhole(root_ + "/var/log/ict-panel.log");
+}
