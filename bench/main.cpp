@@ -25,6 +25,7 @@ const Command commands[] = {
     {"send", "send one request and decode the reply", runSend},
     {"effects", "tell what requests do to a panel", runEffects},
     {"pfvp", "run a PFVP mode on two cabled virtual panels", runPfvp, true},
+    {"board", "look at the drivers of the whole ARM machine, or cut its power", runBoard},
     {"measure", "measure speed and size of the agent", runMeasure},
 };
 

@@ -11,5 +11,6 @@ int runFault(const QStringList &args);
 int runProduce(const QStringList &args);
 int runStation(const QStringList &args);
 int runSend(const QStringList &args);
+int runBoard(const QStringList &args);
 int runBus(const QStringList &args);
 int runPfvp(const QStringList &args); // needs a QGuiApplication

@@ -331,6 +331,16 @@ void Board::setGadget(bool plugged)
         throw BenchError("On the ARM machine ttyGS0 cannot be unplugged");
 }
 
+// As a serial device to the emulator the link's pty has no CTS, as a pipe it is always on.
+void Board::holdCts(bool ready)
+{
+    const QString path = portPath(Port::ttyO1);
+    const QJsonObject device{{"device", path}};
+    monitor("chardev-change",
+            {{"id", "link"},
+             {"backend", QJsonObject{{"type", ready ? "pipe" : "serial"}, {"data", device}}}});
+}
+
 bool Board::setPresent(const QString &panelPath, bool present)
 {
     if (!QStringList{stick, card, cable}.contains(panelPath) && !panelPath.startsWith("/dev/"))

@@ -53,10 +53,8 @@ public:
     // What a shell on the machine prints for a command, error output included; `*status`, if given,
     // is its exit status.
     QByteArray run(const QString &command, int *status = nullptr);
-    // The peer on the PC link holds CTS, or drops it.
+    // The peer on the PC link is ready to receive (its CTS on), or not.
     void holdCts(bool ready);
-    // The peer on the PC link sends a break.
-    void sendBreak();
     // One command of the emulator's monitor.
     QJsonObject monitor(const QString &command, const QJsonObject &arguments = {});
 

@@ -305,6 +305,9 @@ void VirtualPanel::touchPress(const QPoint &spot)
 {
     sampleTouch(spot);
     setAttribute(attribute::pressure, "350");
+    // The evdev plugin's first report of a device may lack the position.
+    if (board_)
+        screen_->pointer(pointer_, false);
     screen_->pointer(pointer_, true);
 }
 
