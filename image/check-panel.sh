@@ -69,6 +69,7 @@ may|tool|ping|no test needs it
 may|tool|modprobe|PFVP: no USB serial ports
 may|module|g_serial|PFVP: no /dev/ttyGS0, USB device item fails
 may|module|usbserial|PFVP: no /dev/ttyUSB0, USB host item fails
+may|setting|QT_FONT_DPI|letters of another size, texts run into each other
 may|font|Ubuntu|another font, columns shift
 '
 
@@ -151,6 +152,7 @@ is_module() {
     [ -e "/sys/module/$1" ] || grep -qs "/$1\.ko" "/lib/modules/$(uname -r)/modules.dep" \
         "/lib/modules/$(uname -r)/modules.builtin" || echo missing
 }
+is_setting() { grep -qs "^$1=" /etc/default/ict-panel || echo "not in /etc/default/ict-panel"; }
 is_font() {
     find /usr/share/fonts /usr/lib/fonts /usr/local/share/fonts -iname "$1*" 2>/dev/null \
         | grep -q . || echo missing

@@ -1,6 +1,7 @@
 #include "commands/commands.h"
 #include "commands/interrupt.h"
 #include "fixture/fixture.h"
+#include "panel/board.h"
 #include "panel/json.h"
 #include "panel/virtualpanel.h"
 #include "station/protocol.h"
@@ -23,6 +24,7 @@ public:
     bool verbose = false; // shows requests and answers
 
 private:
+    QStringList afterRelease();
     void runLevel(int level, LevelResult *result);
 
     QString plans_;
@@ -104,6 +106,24 @@ void Production::runLevel(int level, LevelResult *result)
     panel_.powerOff();
 }
 
+// A whole machine then starts the product application and not the agent.
+QStringList Production::afterRelease()
+{
+    if (!panel_.board()) {
+        return {};
+    }
+    panel_.powerOn();
+    const bool started =
+        waitFor([&] { return !panel_.board()->run("pidof window").isEmpty(); }, 60000);
+    const bool agent = !panel_.board()->run("pidof ict-agent").isEmpty();
+    panel_.powerOff();
+    QStringList faults;
+    if (!started || agent) {
+        faults << "the released panel does not start the product application alone";
+    }
+    return faults;
+}
+
 void Production::run(Report *report)
 {
     const PanelFiles &files = stand_.files;
@@ -116,6 +136,9 @@ void Production::run(Report *report)
         runLevel(before, &result);
         if (files.level() == before && !files.released()) {
             result.faults << "the panel stays at this level";
+        }
+        if (files.released()) {
+            result.faults += afterRelease();
         }
         for (const QString &fault : result.faults) {
             say("FAIL " + fault, true);
