@@ -21,6 +21,7 @@ const Command commands[] = {
     {"panel", "start a virtual panel and leave it on", runPanel},
     {"fault", "list the faults, or switch them on a running panel", runFault},
     {"station", "test panels at a serial port with the plan of a level", runStation},
+    {"units", "find tested units and their history, and the yield of a line", runUnits},
     {"bus", "start virtual panels at burn-in on one RS-485 bus", runBus},
     {"send", "send one request and decode the reply", runSend},
     {"effects", "tell what requests do to a panel", runEffects},

@@ -10,6 +10,7 @@ int runEffects(const QStringList &args);
 int runFault(const QStringList &args);
 int runProduce(const QStringList &args);
 int runStation(const QStringList &args);
+int runUnits(const QStringList &args);
 int runSend(const QStringList &args);
 int runBoard(const QStringList &args);
 int runBus(const QStringList &args);

@@ -7,6 +7,7 @@
 #include "station/protocol.h"
 #include "station/report.h"
 #include "station/virtualstand.h"
+#include "store/handin.h"
 
 #include <QCommandLineParser>
 #include <QJsonArray>
@@ -183,9 +184,11 @@ bool produce(const QCommandLineParser &parser, const QJsonObject &row, int numbe
     for (const QString &fault : report->faults()) {
         say(fault, true);
     }
+    const QString place = writeReport(*report, base, folder);
     say(QString("%1. Report: %2/report.html (and report.json, junit.xml)")
-            .arg(report->passed() ? "PASSED" : "FAILED", writeReport(*report, base, folder)),
+            .arg(report->passed() ? "PASSED" : "FAILED", place),
         !report->passed());
+    storeRuns({{place, recordOf(*report)}}, storeOf(parser), base);
     return worked;
 }
 
@@ -212,6 +215,7 @@ int runProduce(const QStringList &args)
          "folder", "out/produce"},
         {"operator", "Who tests, for the reports.", "name"},
         {"verbose", "Show the requests and answers."},
+        storeOption(),
         {"folder", "Keep the panel's files in this folder; it is emptied first.", "folder"},
     });
     parser.process(args);

@@ -3,6 +3,7 @@
 #include "panel/bencherror.h"
 #include "station/protocol.h"
 #include "station/report.h"
+#include "store/handin.h"
 
 #include <QCommandLineParser>
 #include <QEventLoop>
@@ -177,19 +178,22 @@ bool runAll(std::vector<Job> &jobs, const View &view)
 }
 
 // False if one of the reports could not be written; the verdicts are said all the same.
-bool report(std::vector<Job> &jobs, const QString &base)
+bool report(std::vector<Job> &jobs, const QString &base, const QString &store)
 {
     QStringList problems;
     QVector<Report> reports;
+    QMap<QString, QJsonObject> records; // by the folder of the report
     for (Job &job : jobs) {
         job.report.ended = QDateTime::currentDateTime();
         reports << job.report;
         QString file = "no report";
         try {
-            file = writeReport(job.report, base, job.folder) + "/report.html";
+            job.folder = writeReport(job.report, base, job.folder);
+            file = job.folder + "/report.html";
         } catch (const BenchError &error) {
             problems << error.what();
         }
+        records[job.folder] = recordOf(job.report);
         say(QString("%1  %2  %3").arg(job.report.passed() ? "PASSED" : "FAILED", nameOf(job), file),
             !job.report.passed());
     }
@@ -197,6 +201,7 @@ bool report(std::vector<Job> &jobs, const QString &base)
         problems << writePage(reports, base + "/report.html");
         say("All in one page: " + base + "/report.html");
     }
+    storeRuns(records, store, base);
     problems.removeAll({});
     for (const QString &problem : problems) {
         say(problem, true);
@@ -228,6 +233,7 @@ int runStation(const QStringList &args)
          {"report", "Folder for the reports, UNIT/TIMESTAMP inside it.", "folder", "out/station"},
          {"operator", "Who tests, for the reports.", "name"},
          {"verbose", "Show the requests and answers."},
+         storeOption(),
          {"check", "Only check the plan."},
          {"yes", "Take everything asked of a person as done."}});
     parser.process(args);
@@ -248,7 +254,7 @@ int runStation(const QStringList &args)
     }
     const bool usable =
         runAll(jobs, {parser.isSet("yes"), parser.isSet("verbose"), jobs.size() > 1});
-    const bool reported = report(jobs, parser.value("report"));
+    const bool reported = report(jobs, parser.value("report"), storeOf(parser));
     const bool passed = !interrupted() && std::all_of(jobs.begin(), jobs.end(), [](const Job &job) {
         return job.report.passed();
     });

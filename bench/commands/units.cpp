@@ -1,0 +1,149 @@
+#include "commands/commands.h"
+#include "panel/bencherror.h"
+#include "panel/folders.h"
+#include "station/runner.h"
+#include "store/handin.h"
+#include "store/questions.h"
+
+#include <QCommandLineParser>
+#include <QDateTime>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QSet>
+
+namespace {
+
+void list(const QVector<QVariantList> &tests)
+{
+    for (const QVariantList &test : tests) {
+        const bool passed = test[3].toBool();
+        say(QString("%1  %2  %3  %4  %5  %6")
+                .arg(test[2].toString().left(16).replace('T', ' '), -16)
+                .arg(passed ? "passed" : "FAILED")
+                .arg(test[4].toString(), -20)
+                .arg(test[5].toString(), -3)
+                .arg(test[6].toString(), -12)
+                .arg(test[7].toString()),
+            !passed);
+    }
+}
+
+// A unit's whole history, or which units might be meant.
+int find(Store &store, const QString &id)
+{
+    QVector<QVariantList> tests = historyOf(store, id);
+    if (tests.isEmpty()) {
+        tests = historyOf(store, '%' + id + '%');
+        QSet<QString> units;
+        for (const QVariantList &test : tests) {
+            units << test[4].toString();
+        }
+        if (units.size() != 1) {
+            list(tests);
+            say(units.isEmpty() ? "no unit has " + id + " in its ID"
+                                : QString("%1 units have it in their ID").arg(units.size()),
+                true);
+            return 1;
+        }
+    }
+    const QVariantList &latest = tests.last();
+    say(QString("Unit %1, semi-finished %2, %3, version %4")
+            .arg(latest[4].toString(), latest[9].toString(), latest[10].toString(),
+                 latest[11].toString()));
+    for (const QVariantList &test : tests) {
+        list({test});
+        for (const QString &finding : findings(store, test)) {
+            say("    " + finding);
+        }
+        if (!test[8].toString().isEmpty()) {
+            say("    " + test[8].toString() + "/report.html");
+        }
+    }
+    return 0;
+}
+
+void writeYield(Store &store, const Period &period, const QString &file, const QString &name)
+{
+    QFile page(dataFolder() + "/bench/report/yield.html"), out(file);
+    if (!page.open(QIODevice::ReadOnly)) {
+        throw BenchError(page.fileName() + " cannot be read: " + page.errorString());
+    }
+    QJsonObject yield = yieldOf(store, period);
+    yield["store"] = name;
+    yield["made"] = QDateTime::currentDateTime().toString("yyyy-MM-dd hh:mm");
+    QByteArray json = QJsonDocument(yield).toJson(QJsonDocument::Compact);
+    const QByteArray text = page.readAll().replace("@YIELD@", json.replace('<', "\\u003c"));
+    if (!out.open(QIODevice::WriteOnly) || out.write(text) != text.size() || !out.flush()) {
+        throw BenchError(file + " cannot be written: " + out.errorString());
+    }
+    say("Written: " + file);
+}
+
+Period periodOf(const QCommandLineParser &parser)
+{
+    Period period;
+    const auto take = [&](const QString &name, QString *day) {
+        if (!parser.isSet(name)) {
+            return;
+        }
+        *day = parser.value(name);
+        if (!QDate::fromString(*day, "yyyy-MM-dd").isValid()) {
+            throw BenchError(QString("--%1 takes a day like 2026-11-21, not %2").arg(name, *day));
+        }
+    };
+    take("since", &period.since);
+    take("until", &period.until);
+    return period;
+}
+
+} // namespace
+
+int runUnits(const QStringList &args)
+{
+    QCommandLineParser parser;
+    parser.setApplicationDescription(
+        "What is known of the units that `bench station` and `bench produce` have tested: without "
+        "more the latest tests,\nwith an ID, or a part of one, a unit's whole history.");
+    parser.addHelpOption();
+    parser.addOptions(
+        {{"report", "Folder of the reports.", "folder", "out/station"},
+         storeOption(),
+         {"since", "Only tests of this day and later ones.", "day"},
+         {"until", "Only tests of this day and earlier ones.", "day"},
+         {"count", "How many tests to list.", "number", "40"},
+         {"csv", "Print tests, steps or values (what was measured) as CSV.", "table"},
+         {"yield", "Write a page with yield, failing items, measured values and retests.", "file"},
+         {"hand-in",
+          "Put into the store what waits for it in the folder of the reports, or the "
+          "named report.json files, or all in the named folders."}});
+    parser.addPositionalArgument("id", "Machine or semi-finished ID.", "[ID | FILE...]");
+    parser.process(args);
+    const QString base = parser.value("report"), where = storeOf(parser);
+    const QStringList named = parser.positionalArguments();
+    const Period period = periodOf(parser);
+    if (parser.isSet("hand-in")) {
+        const int added = named.isEmpty() ? handInWaiting(where, base) : handIn(where, named);
+        say(QString("%1 runs were new to the store").arg(added));
+        return 0;
+    }
+    if (!where.startsWith("postgres") && !QFileInfo::exists(where)) {
+        throw BenchError("there is no store " + where + ": choose one by --report or --store");
+    }
+    Store store(where);
+    if (parser.isSet("yield")) {
+        writeYield(store, period, parser.value("yield"), Store::nameOf(where));
+    } else if (parser.isSet("csv")) {
+        const QString id = named.isEmpty() ? "%" : named.first();
+        QFile out;
+        if (!out.open(stdout, QIODevice::WriteOnly)) {
+            throw BenchError("standard output: " + out.errorString());
+        }
+        writeCsv(store, parser.value("csv"), period, id, &out);
+    } else if (!named.isEmpty()) {
+        return find(store, named.first());
+    } else {
+        list(latestTests(store, period, parser.value("count").toInt()));
+    }
+    return 0;
+}

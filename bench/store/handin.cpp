@@ -1,0 +1,117 @@
+#include "store/handin.h"
+
+#include "panel/bencherror.h"
+#include "panel/json.h"
+#include "station/runner.h"
+#include "store/store.h"
+
+#include <QDir>
+#include <QDirIterator>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QRegularExpression>
+#include <QSaveFile>
+
+QCommandLineOption storeOption()
+{
+    return {"store",
+            "Store of all runs: an SQLite file, or postgresql://USER@HOST/NAME. Else units.sqlite "
+            "in the folder of the reports.",
+            "store"};
+}
+
+QString storeOf(const QCommandLineParser &parser)
+{
+    return parser.isSet("store") ? parser.value("store") : parser.value("report") + "/units.sqlite";
+}
+
+// Each store has a folder of its own, so that runs are not handed in to another.
+static QString waitingFolder(const QString &where, const QString &base)
+{
+    QString name = Store::nameOf(where);
+    return base + "/waiting/" + name.replace(QRegularExpression("[^\\w.-]+"), "-");
+}
+
+// Files become runs a transaction at a time: neither one each, which is slow, nor all in memory.
+static int handIn(const QString &where, const QStringList &files, bool remove)
+{
+    constexpr int atOnce = 200;
+    int added = 0;
+    Store store(where);
+    for (int begin = 0; begin < files.size(); begin += atOnce) {
+        QVector<QJsonObject> records;
+        QStringList done;
+        for (const QString &file : files.mid(begin, atOnce)) {
+            try {
+                const QJsonObject record = readJson(file);
+                if (record["format"].toInt() != 1 || !record["ended"].toString().contains('T')) {
+                    throw BenchError(file + ": no record of a run that has ended; left out");
+                }
+                records << record;
+                done << file;
+            } catch (const BenchError &wrong) {
+                say(wrong.what(), true);
+            }
+        }
+        added += store.add(records);
+        for (const QString &file : remove ? done : QStringList()) {
+            QFile::remove(file);
+        }
+        if (files.size() > atOnce) {
+            say(QString("%1 of %2").arg(qMin(begin + atOnce, files.size())).arg(files.size()));
+        }
+    }
+    return added;
+}
+
+int handInWaiting(const QString &where, const QString &base)
+{
+    QStringList files;
+    const QDir folder(waitingFolder(where, base));
+    for (const QString &name : folder.entryList({"*.json"}, QDir::Files)) {
+        files << folder.filePath(name);
+    }
+    return handIn(where, files, true);
+}
+
+int handIn(const QString &where, const QStringList &paths)
+{
+    QStringList files;
+    for (const QString &path : paths) {
+        if (!QFileInfo(path).isDir()) {
+            files << path;
+        }
+        QDirIterator folder(path, {"*.json"}, QDir::Files, QDirIterator::Subdirectories);
+        while (folder.hasNext()) {
+            files << folder.next();
+        }
+    }
+    return handIn(where, files, false);
+}
+
+void storeRuns(const QMap<QString, QJsonObject> &records, const QString &where, const QString &base)
+{
+    const QString folder = waitingFolder(where, base);
+    QDir().mkpath(folder);
+    for (const QString &report : records.keys()) { // first, lest it be lost with this process
+        QJsonObject record = records[report];
+        record["folder"] = QFileInfo(report).absoluteFilePath();
+        QSaveFile file(folder + '/' + Store::keyOf(record) + ".json");
+        const QByteArray text = QJsonDocument(record).toJson();
+        if (!file.open(QIODevice::WriteOnly) || file.write(text) < 0 || !file.commit()) {
+            say(QString("%1: %2; this run is not in the store. Hand it in later: bench units "
+                        "--hand-in %3/report.json")
+                    .arg(file.fileName(), file.errorString(), report),
+                true);
+        }
+    }
+    try {
+        handInWaiting(where, base);
+        QDir().rmdir(folder);
+    } catch (const BenchError &away) {
+        say(QString("%1\nThe run waits in %2 and goes in with the next one, or by `bench units "
+                    "--hand-in --store %3 --report %4`")
+                .arg(away.what(), folder, Store::nameOf(where), base),
+            true);
+    }
+}
