@@ -3,7 +3,6 @@
 #include "panel/bencherror.h"
 #include "station/protocol.h"
 
-#include <QElapsedTimer>
 #include <QTimer>
 #include <algorithm>
 
@@ -39,14 +38,14 @@ Runner::Runner(Link &link, Stand &stand, Values values, Options options)
 }
 
 // Where the run is, and what is left of the waits that the tests prescribe.
-void Runner::showProgress(const Plan &plan, int step, qint64 elapsedMs) const
+void Runner::showProgress(const Plan &plan, int step) const
 {
     constexpr int exchangeMs = 100, width = 24; // of an exchange without a wait; of the bar
     qint64 all = 0, done = 0;
     for (int i = 0; i < plan.steps.size(); ++i) {
         const qint64 ms = plan.steps[i].waitMs + exchangeMs;
         all += ms;
-        done += i < step ? ms : i == step ? qMin(ms, elapsedMs) : 0;
+        done += i < step ? ms : i == step ? qMin(ms, attempt_.elapsed()) : 0;
     }
     const int filled = int(width * done / qMax<qint64>(1, all));
     showStatus(QString("  step %1 of %2  %3 [%4%5] %6 s left")
@@ -67,16 +66,13 @@ void Runner::run(const Plan &plan, LevelResult *level)
             .arg(options_.label, levelName(plan.level), plan.file)
             .arg(plan.steps.size()));
     stand_.screens.clear();
-    QElapsedTimer clock;
     QTimer tick; // fires while the link waits
-    QObject::connect(&tick, &QTimer::timeout,
-                     [&] { showProgress(plan, level->steps.size(), clock.elapsed()); });
+    QObject::connect(&tick, &QTimer::timeout, [&] { showProgress(plan, level->steps.size()); });
     if (options_.label.isEmpty()) {
         tick.start(100);
     }
     try {
         for (int i = 0; i < plan.steps.size() && dead_.isEmpty(); ++i) {
-            clock.start();
             const StepResult result = runStep(plan.steps[i], plan.level);
             showStatus({});
             level->steps << result;
@@ -121,6 +117,7 @@ StepResult Runner::attempt(const Step &step, int level)
 {
     StepResult result;
     result.step = step;
+    attempt_.start();
     act(step.before, &result);
     Link::Request request;
     request.bytes = result.request = requestOf(step, values_, options_.number);

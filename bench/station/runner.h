@@ -4,6 +4,8 @@
 #include "station/stand.h"
 #include "station/verdict.h"
 
+#include <QElapsedTimer>
+
 struct LevelResult {
     QString level; // its name
     QString plan; // the plan's file
@@ -41,13 +43,14 @@ private:
     StepResult attempt(const Step &step, int level);
     QString whyDead(const StepResult &result, int level);
     void act(const QStringList &actions, StepResult *result);
-    void showProgress(const Plan &plan, int step, qint64 elapsedMs) const;
+    void showProgress(const Plan &plan, int step) const;
     void report(const StepResult &result, const QString &place) const;
 
     Link &link_;
     Stand &stand_;
     Values values_;
     Options options_;
+    QElapsedTimer attempt_; // since the step was begun
     bool heard_ = false; // the panel has answered once
     QString dead_; // why nothing more is asked of it
 };

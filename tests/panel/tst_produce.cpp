@@ -76,6 +76,7 @@ void TestProduce::interrupted()
     QTRY_VERIFY(bench.bytesAvailable() > 200);
     bench.terminate();
     QVERIFY(bench.waitForFinished(DeadlineMs));
+    QCOMPARE(bench.exitCode(), 1);
     QVERIFY(QDir(folder.path()).entryList({"ict-panel-*"}).isEmpty());
     for (const QString &pid : QDir("/proc").entryList({"[0-9]*"})) {
         QFile line(QString("/proc/%1/cmdline").arg(pid));

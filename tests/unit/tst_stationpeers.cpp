@@ -18,6 +18,7 @@ class TestStationPeers : public QObject {
 private slots:
     void verdictAndReason();
     void send();
+    void check();
 };
 
 static const QByteArray plan = R"({"level": "T1", "partial": true, "steps": [
@@ -160,6 +161,32 @@ void TestStationPeers::send()
     MisbehavingPeer peer([](int, const QByteArray &) { return Pieces{{0, ":00"}}; });
     const QByteArray said = run({"send", "--port", peer.path, "--timeout", "300", "8000"}, &status);
     QVERIFY2(status == 1 && said.contains("damaged"), said);
+}
+
+// Slips that would otherwise show only when a panel is tested with the wrong thing.
+void TestStationPeers::check()
+{
+    QTemporaryDir folder;
+    QFile file(folder.filePath("plan.json"));
+    QVERIFY(file.open(QIODevice::WriteOnly) && file.write(plan) == plan.size() && file.flush());
+    const struct {
+        QStringList arguments;
+        int status;
+        QByteArray text;
+    } rows[] = {
+        {{"--level", "t1"}, 0, "may run"},
+        {{"--level", "bi"}, 2, "is a plan of level T1, not of BI"},
+        {{"--station", "256"}, 2, "0 to 255"},
+        {{"--station", "1,x"}, 2, "0 to 255"},
+        {{"--set", "modle=KLV-100"}, 2, "no step uses it"},
+        {{"--set", "model=a,b,c"}, 2, "one for each of the 1 panels"},
+    };
+    for (const auto &row : rows) {
+        int status = 0;
+        const QByteArray said = run(
+            QStringList{"station", "--check", "--plan", file.fileName()} + row.arguments, &status);
+        QVERIFY2(status == row.status && said.contains(row.text), said);
+    }
 }
 
 QTEST_GUILESS_MAIN(TestStationPeers)
