@@ -1,8 +1,7 @@
+#include "fixture/finger.h"
 #include "panel/agentpanel.h"
-#include "state/teststate.h"
+#include "panel/expectedscreen.h"
 #include "station/codec.h"
-
-#include <QPainter>
 
 // What the operator sees in ICT mode, pixel by pixel: nothing missing, nothing left over.
 class TstIctScreen : public QObject {
@@ -15,82 +14,6 @@ private slots:
     void t2();
 };
 
-namespace {
-
-// A screen as it must be.
-class Expected {
-public:
-    Expected()
-    {
-        constexpr int screenDpi = 60; // of the toolkit's VNC screen
-        image_.setDotsPerMeterX(qRound(screenDpi / 0.0254));
-        image_.setDotsPerMeterY(image_.dotsPerMeterX());
-        image_.fill(Qt::white);
-        painter_.begin(&image_);
-    }
-    Expected &text(int x, int y, const QString &text, int points, const QColor &pen)
-    {
-        painter_.setFont(QFont("Ubuntu", points));
-        painter_.setPen(pen);
-        painter_.drawText(x, y, text);
-        return *this;
-    }
-    // Results one character an item: blue if passed, red while running and failed, black if not
-    // run since the boot.
-    Expected &items(const QString *lines, const QByteArray &results)
-    {
-        for (int i = 0; i < results.size(); ++i) {
-            const bool passed = results[i] == '1';
-            text(40, 60 + 18 * i, lines[i].chopped(1) + (passed ? '1' : '0'), 14,
-                 passed                  ? Qt::blue
-                     : results[i] == 'F' ? Qt::red
-                                         : Qt::black);
-        }
-        return *this;
-    }
-    Expected &traffic(const QString &received, const QString &returned)
-    {
-        return text(300, 100, "[HMI Receive Data]", 20, Qt::magenta)
-            .text(300, 150, received, 20, Qt::magenta)
-            .text(300, 220, "[Return PC Data]", 20, Qt::blue)
-            .text(300, 270, returned, 20, Qt::blue);
-    }
-    Expected &fill(int x, int y, int width, int height, const QColor &colour)
-    {
-        painter_.fillRect(x, y, width, height, colour);
-        return *this;
-    }
-    Expected &corners()
-    {
-        for (const QPoint &at : {QPoint(8, 8), QPoint(760, 440)})
-            fill(at.x(), at.y(), 32, 32, Qt::black)
-                .fill(at.x() + 14, at.y() + 8, 4, 16, Qt::white)
-                .fill(at.x() + 8, at.y() + 14, 16, 4, Qt::white);
-        return *this;
-    }
-    // Pixels that differ by more than the toolkit's cache of glyphs makes them.
-    int difference(VirtualPanel &panel) const
-    {
-        const QImage screen = panel.screen().grab();
-        int count = 0;
-        for (int y = 0; y < image_.height(); ++y) {
-            for (int x = 0; x < image_.width(); ++x) {
-                const QColor a = image_.pixelColor(x, y), b = colourAt(screen, x, y);
-                count += qMax(qAbs(a.red() - b.red()),
-                              qMax(qAbs(a.green() - b.green()), qAbs(a.blue() - b.blue())))
-                    > 16;
-            }
-        }
-        return count;
-    }
-
-private:
-    QImage image_{800, 480, QImage::Format_RGB32};
-    QPainter painter_;
-};
-
-} // namespace
-
 void TstIctScreen::ict()
 {
     AgentPanel at;
@@ -100,33 +23,42 @@ void TstIctScreen::ict()
     QCOMPARE(at.ask(requestFrame("8102")), requestFrame("81F2"));
     Expected screen;
     screen.text(40, 30, "===== Ostra HMI KLV-100 ICT Test =====", 18, QColor(128, 0, 0))
-        .items(ICT_Item_UnPASS, "0001F00000000000")
+        .items(ictItems, "0001F00000000000")
         .traffic(":0081027D", ":0081F28D");
     QTRY_COMPARE(screen.difference(at.panel), 0);
 }
 
+// The line of the clock comparison is gone with the next request, that of the end check stays,
+// after a colour too.
 void TstIctScreen::t1()
 {
     AgentPanel at;
     at.panel.writeFile(at.ict("HMI_T1_TEST_Flag.txt"),
                        QByteArray("1" + QByteArray(61, '\0') + "\r\n").repeated(19));
     QVERIFY(at.boot("T1"));
-    // The line of the clock comparison is gone with the next request, that of the end check stays,
-    // after a colour too.
-    const QDateTime yesterday = QDateTime::currentDateTimeUtc().addDays(-1);
-    QCOMPARE(at.ask(clockRequest("8E", yesterday)), requestFrame("8EF0"));
-    for (const bool end : {false, true}) {
-        if (end)
-            QCOMPARE(at.ask(":9510FF8000"), requestFrame("9510"));
-        const QByteArray request = requestFrame(end ? "0101" : "8000"),
-                         reply = requestFrame(end ? "01FF" : "8000");
-        QCOMPARE(at.ask(request), reply);
+    const QByteArray rtc = "Thu Jan  1 08:00:00 2026  0.000000 seconds";
+    at.panel.toolPrints("hwclock", rtc + '\n');
+    const QByteArray clock = clockRequest("8E", QDateTime({2026, 6, 15}, {9, 0}, Qt::UTC));
+    const struct {
+        QByteArray request, reply, shown;
+        char end; // result of the end check
+    } rows[] = {{clock, "8EF0", clock.chopped(2), '1'},
+                {requestFrame("8000"), "8000", ":00800080", '1'},
+                {":9510FF8000", "9510", "", '1'},
+                {requestFrame("0101"), "01FF", requestFrame("0101").chopped(2), 'F'}};
+    for (const auto &row : rows) {
+        const QByteArray reply = requestFrame(row.reply);
+        QCOMPARE(at.ask(row.request), reply);
+        if (row.shown.isEmpty())
+            continue; // a colour
         Expected screen;
         screen.text(40, 30, "      Ostra HMI KLV-100 T1 Test =====", 18, Qt::red)
-            .items(T1_Item_UnPASS, QByteArray(18, '1') + (end ? 'F' : '1'))
+            .items(t1Items, QByteArray(18, '1') + row.end)
             .corners()
-            .traffic(request.chopped(2), reply.chopped(2));
-        if (end)
+            .traffic(row.shown, reply.chopped(2));
+        if (row.reply == "8EF0")
+            screen.text(300, 320, "HMI : " + rtc, 14, Qt::blue);
+        if (row.end == 'F')
             screen.text(300, 338, "O Power on/off", 14, Qt::blue)
                 .text(300, 356, "X RTC Check", 14, Qt::red);
         QTRY_COMPARE(screen.difference(at.panel), 0);
@@ -138,37 +70,51 @@ void TstIctScreen::bi()
     AgentPanel at;
     at.panel.writeFile(at.ict("HMI_STATION_NUM.txt"), "1F");
     QVERIFY(at.boot("BI"));
-    const QByteArray request = requestFrame("8500", "1F");
-    QCOMPARE(at.ask(request), request);
-    QCOMPARE(at.ask(requestFrame("9505", "1F")), requestFrame("9505", "1F"));
+    const auto frame = [](const char *code) { return requestFrame(code, "1F"); };
+    QCOMPARE(at.ask(frame("8500")), frame("8500"));
+    QCOMPARE(at.ask(frame("9507")), frame("9507"));
+    QCOMPARE(at.ask(frame("9505")), frame("9505"));
+    QTRY_COMPARE(Expected(Qt::green).difference(at.panel), 0); // no band is left
     at.panel.setAttribute(attribute::pressure, "37");
-    QCOMPARE(at.ask(requestFrame("9003", "1F")), requestFrame("90F3", "1F"));
+    QCOMPARE(at.ask(frame("9003")), frame("90F3"));
     Expected screen;
     screen.text(40, 30, "===== Ostra HMI KLV-100 BI Test =====", 18, Qt::magenta)
         .text(510, 30, "SN:(31)", 18, Qt::blue)
-        .items(BI_Item_UnPASS, "010F00")
-        .traffic(requestFrame("9003", "1F").chopped(2), requestFrame("90F3", "1F").chopped(2))
+        .items(biItems, "110F00")
+        .traffic(frame("9003").chopped(2), frame("90F3").chopped(2))
         .text(300, 320, "TP_Pressure : 37", 14, Qt::blue);
     QTRY_COMPARE(screen.difference(at.panel), 0);
 }
 
+// A pattern after the other, each alone.
 void TstIctScreen::t2()
 {
     AgentPanel at;
     QVERIFY(at.boot("T2"));
-    QCOMPARE(at.ask(requestFrame("9507")), requestFrame("9507"));
-    Expected bands;
+    const auto shows = [&at](const char *code, const Expected &screen) {
+        return at.ask(requestFrame(code)) == requestFrame(code)
+            && waitFor([&] { return screen.difference(at.panel) == 0; }, DeadlineMs);
+    };
+    Expected bands, targets;
     bands.fill(0, 0, 265, 480, Qt::red).fill(265, 0, 265, 480, Qt::green);
     bands.fill(530, 0, 270, 480, Qt::blue);
-    QTRY_COMPARE(bands.difference(at.panel), 0);
-    // The request that brings the list back need not be one that is obeyed.
-    QCOMPARE(at.ask("KLV-101-01\n", 18), QByteArray("FORCIBLY_GOTO_FAIL"));
+    for (const QPoint &at : touchTargets(checkMargin))
+        targets.fill(at.x() - 16, at.y() - 16, 32, 32, Qt::green).cross(at, Qt::black);
+    QVERIFY(shows("9507", bands));
+    QVERIFY(shows("9030", targets));
+    QVERIFY(shows("9506", Expected(Qt::blue)));
     Expected screen;
     screen.text(40, 30, "      Ostra HMI KLV-100 T2 Test =====", 18, Qt::blue)
-        .items(T2_Item_UnPASS, "00000001000000000")
-        .corners()
-        .traffic("KLV-101-01", "FORCIBLY_GOTO_FAIL");
-    QTRY_COMPARE(screen.difference(at.panel), 0);
+        .items(t2Items, "00000001000000010")
+        .corners();
+    Expected rest(screen);
+    screen.traffic(":0090036D", ":0090036D").text(300, 320, "TP_Pressure : 0", 14, Qt::blue);
+    QVERIFY(shows("9003", screen));
+    // The request that brings the list back need not be one that is obeyed.
+    QVERIFY(shows("9505", Expected(Qt::green)));
+    QCOMPARE(at.ask("KLV-101-01\n", 18), QByteArray("FORCIBLY_GOTO_FAIL"));
+    rest.traffic("KLV-101-01", "FORCIBLY_GOTO_FAIL");
+    QTRY_COMPARE(rest.difference(at.panel), 0);
 }
 
 QTEST_MAIN(TstIctScreen)
