@@ -1,13 +1,38 @@
+#include "mainwindow.h"
 #include "panel/agentpanel.h"
+#include "state/itemrecord.h"
+#include "state/teststate.h"
 
-// What the agent makes of its arguments, and what runs beside it.
+#include <QApplication>
+
+// What the agent makes of its arguments, what runs beside it, and what its end checks look at.
 class TstBoot : public QObject {
     Q_OBJECT
 
 private slots:
     void arguments();
     void ramdisk();
+    void eachItemCounts();
 };
+
+namespace {
+
+// The agent as it is at its end check, again and again, each time with one item not passed, the end
+// check itself last. Prints the replies.
+int runEndChecks(int argc, char *argv[])
+{
+    QApplication application(argc, argv);
+    MainWindow window;
+    for (int missing = 0; missing < TEST_ITEM; ++missing) {
+        std::fill(Item_Status, Item_Status + TEST_ITEM, ItemPassed);
+        Item_Status[missing] = missing % 2 ? ItemRunning : ItemNotPassed;
+        window.levelEndCheck(TEST_ITEM - 1);
+        printf("%.7s ", UART_Buffer_ShowOutInfo);
+    }
+    return 0;
+}
+
+} // namespace
 
 void TstBoot::arguments()
 {
@@ -52,5 +77,34 @@ void TstBoot::ramdisk()
     QTRY_VERIFY(children.seek(0) && children.readAll().count(' ') == 1);
 }
 
-QTEST_GUILESS_MAIN(TstBoot)
+void TstBoot::eachItemCounts()
+{
+    const struct {
+        const char *level;
+        QByteArray failed;
+        int items;
+        QByteArray passed;
+    } rows[] = {{"ICT", ":0004F0 ", 16, ":000400 "},
+                {"T1", ":0001F0 ", 19, ":000100 "},
+                {"BI", ":0002F0 ", 6, ":000200 "},
+                {"T2", ":0003F0 ", 17, ":000300 "}};
+    for (const auto &row : rows) {
+        AgentPanel at(running(QCoreApplication::applicationFilePath()));
+        at.panel.writeFile(at.ict("HMI_TEST_LEVEL.txt"), row.level);
+        at.panel.powerOn({"--end-checks"});
+        QCOMPARE(at.panel.waitForExit(DeadlineMs), 0);
+        const QByteArray said = at.panel.output(); // at BI of the bus first
+        QCOMPARE(said.mid(said.indexOf(':')), row.failed.repeated(row.items - 1) + row.passed);
+    }
+}
+
+int main(int argc, char *argv[])
+{
+    if (argc > 1 && qstrcmp(argv[1], "--end-checks") == 0)
+        return runEndChecks(argc, argv);
+    QCoreApplication application(argc, argv);
+    TstBoot test;
+    return QTest::qExec(&test, argc, argv);
+}
+
 #include "tst_boot.moc"

@@ -101,7 +101,7 @@ QByteArray Lane::ask(const QByteArray &request, int size)
     reply += at_.link().read(100, 60);
     if (request == "9002")
         at_.panel.touchRelease();
-    if (request == "9301")
+    if (request == "9301" || request == "9302")
         return reply.mid(3, 4) + " at " + QByteArray::number(at_.panel.backlight()) + " %";
     if (request >= "9504" && request <= "9506")
         return reply.mid(3, 4) + " shows " + screenColour();
@@ -158,6 +158,11 @@ QString Lane::run(const Row &row)
             wrong = at_.fixture.setFault(fault);
     };
     set(row.kind);
+    // A failure is to be seen behind a pass.
+    const bool seen = at_.results(series_.level).mid(row.item - 1, 1) == "1";
+    if (row.good && row.bad && row.item && row.badResult == 'F' && !series_.cycle && !seen
+        && wrong.isEmpty())
+        wrong = check(row, row.good, '1');
     set(row.fault);
     if (series_.cycle && *row.fault && !boot())
         wrong = "does not boot";
