@@ -1,3 +1,4 @@
+#include "panelharness.h"
 #include "pfvpharness.h"
 
 #include <QTimer>
@@ -10,9 +11,11 @@ private slots:
     void initTestCase();
     void badPeer();
     void resetWantsTwoPresses();
-    void startDisarmsEnd();
+    void startDisarmsBoth();
 
 private:
+    QByteArray cycle();
+
     std::unique_ptr<VirtualPanel> panel_;
     std::unique_ptr<PfvpOperator> person_;
 };
@@ -46,45 +49,73 @@ void TstPfvpEms::badPeer()
     noise->moveToThread(panel_->ioThread());
     QMetaObject::invokeMethod(noise, [noise] { noise->start(40); });
 
-    QVERIFY(person_->press("EMS Start Test"));
-    QCOMPARE(text(person_->countsAfter(PfvpTable::Ems, 9, CycleMs)),
-             QByteArray("1/0 1/0 1/0 1/0 1/0 0/1 0/1 0/1 1/0"));
+    panel_->setAttribute(attribute::voltage(4), "3918"); // highest and lowest that pass: 5250 mV,
+    panel_->setAttribute(attribute::voltage(5), "3509"); // 3136,
+    panel_->setAttribute(attribute::voltage(6), "2202"); // 2952
+    // A request on USB may miss its turn, and be answered in the cycle behind.
+    QByteArray passed;
+    for (int tries = 0; tries < 5 && !passed.endsWith('p'); ++tries) {
+        passed = cycle();
+        QCOMPARE(passed.left(8), QByteArray("pppppfff"));
+    }
+    QVERIFY2(passed.endsWith('p'), passed);
     panel_->port(Port::ttyGS0)->disconnect(panel_->port(Port::ttyGS0));
-    QCOMPARE(text(person_->countsAfter(PfvpTable::Ems, 18, CycleMs)),
-             QByteArray("2/0 2/0 2/0 2/0 2/0 0/2 0/2 0/2 1/1"));
+    panel_->setAttribute(attribute::voltage(4), "3544"); // one step too low: 4749 mV,
+    panel_->setAttribute(attribute::voltage(5), "3878"); // and too high: 3466
+    QCOMPARE(cycle(), QByteArray("ffpppffff"));
     noise->deleteLater();
-    QVERIFY(person_->press("EMS Stop Test", CycleMs));
+}
+
+// What a cycle does to each item: 'p' passed, 'f' failed, '?' when a second one judged otherwise.
+QByteArray TstPfvpEms::cycle()
+{
+    const PfvpCounts before = person_->counts(PfvpTable::Ems);
+    const int done = before[0].pass + before[0].fail;
+    person_->press("EMS Start Test");
+    person_->countsAfter(PfvpTable::Ems, 9 * (done + 1), CycleMs);
+    person_->press("EMS Stop Test", CycleMs);
+    if (!person_->sees("EMS Start Test", CycleMs))
+        return "does not stop";
+    const PfvpCounts after = person_->counts(PfvpTable::Ems);
+    QByteArray items;
+    for (int i = 0; i < after.size(); ++i) {
+        const bool passed = after[i].pass > before[i].pass, failed = after[i].fail > before[i].fail;
+        items += passed && failed ? '?' : passed ? 'p' : failed ? 'f' : '-';
+    }
+    return items;
 }
 
 void TstPfvpEms::resetWantsTwoPresses()
 {
-    QVERIFY(person_->press("Reset Test", CycleMs));
-    QVERIFY(person_->sees("Sure!! Reset"));
-    QCOMPARE(person_->counts(PfvpTable::Ems)[0].pass, 2);
-    QVERIFY(person_->press("Sure!! Reset"));
-    QVERIFY(person_->sees("Reset Test"));
-    QCOMPARE(text(person_->counts(PfvpTable::Ems)), textOfAll(9, "0/0"));
-    // Confirmed once, it asks no more until a start.
-    QVERIFY(person_->press("Reset Test"));
-    QVERIFY(!person_->sees("Sure!! Reset", 1000));
     QVERIFY(person_->press("EMI Start Test"));
+    QVERIFY(person_->countsAfter(PfvpTable::Emi, 5, CycleMs)[1].fail > 0);
     QVERIFY(person_->press("EMI Stop Test", CycleMs));
     QVERIFY(person_->press("Reset Test", CycleMs));
     QVERIFY(person_->sees("Sure!! Reset"));
-}
-
-void TstPfvpEms::startDisarmsEnd()
-{
+    QVERIFY(person_->counts(PfvpTable::Ems)[2].pass > 0);
+    QVERIFY(person_->press("Sure!! Reset"));
+    QVERIFY(person_->sees("Reset Test"));
+    QCOMPARE(text(person_->counts(PfvpTable::Ems)), textOfAll(9, "0/0"));
+    QCOMPARE(text(person_->counts(PfvpTable::Emi)), textOfAll(5, "0/0"));
+    // Confirmed once, it asks no more until a start.
+    QVERIFY(person_->press("Reset Test"));
     QVERIFY(person_->press("END Test"));
     QVERIFY(person_->sees("Sure!! END TEst"));
+    QCOMPARE(person_->buttons({"Sure!! Reset"}), QStringList());
+}
+
+// And puts Reset's text right, unlike END's.
+void TstPfvpEms::startDisarmsBoth()
+{
     QVERIFY(person_->press("EMS Start Test"));
-    QVERIFY(person_->sees("EMS Stop Test", CycleMs));
     QVERIFY(person_->press("EMS Stop Test", CycleMs));
-    QVERIFY(person_->sees("Reset Test", CycleMs)); // the start put it right, unlike END's text
+    QVERIFY(person_->press("Reset Test", CycleMs));
+    QVERIFY(person_->sees("Sure!! Reset"));
+    QVERIFY(person_->press("Sure!! END TEst")); // only armed again
+    QVERIFY(person_->press("Sure!! Reset"));
+    QVERIFY(person_->sees("Reset Test"));
     QVERIFY(person_->press("Sure!! END TEst"));
-    QCOMPARE(panel_->waitForExit(1000), -1); // only armed again
-    QVERIFY(person_->press("Sure!! END TEst"));
-    QCOMPARE(panel_->waitForExit(10000), 0);
+    QCOMPARE(panel_->waitForExit(DeadlineMs), 0);
 }
 
 QTEST_MAIN(TstPfvpEms)
