@@ -40,9 +40,17 @@ qint64 File::read(char *bytes, qint64 length)
 
 bool File::replaceBy(const QByteArray &text)
 {
-    if (lseek(m_fd, 0, SEEK_SET) != 0 || !write(text.constData(), text.size()))
+    const off_t old = lseek(m_fd, 0, SEEK_END), size = text.size();
+    // A medium may store the length before the bytes or after them. A longer text finds its room
+    // there already, as zeros that no reader of the old one sees; a shorter one is there before
+    // the file is cut. Else a cut of power between the two leaves a text without its end.
+    if (old > 0 && old < size && (ftruncate(m_fd, size) != 0 || fsync(m_fd) != 0))
         return false;
-    const bool stored = ftruncate(m_fd, text.size()) == 0 && fsync(m_fd) == 0;
+    if (lseek(m_fd, 0, SEEK_SET) != 0 || !write(text.constData(), size))
+        return false;
+    if (old > size)
+        fsync(m_fd);
+    const bool stored = ftruncate(m_fd, size) == 0 && fsync(m_fd) == 0;
     sync(); // the folder's entry of a new file too
     return stored;
 }
