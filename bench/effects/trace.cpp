@@ -28,7 +28,7 @@ const QHash<QByteArray, Operation::Kind> &kinds()
             {Operation::Pause, "nanosleep clock_nanosleep"},
             {Operation::Poll, "poll"},
             {Operation::Exit, "exit_group"},
-            {Operation::Other, "lseek dup dup2 dup3"}};
+            {Operation::Other, "lseek dup dup2 dup3 copy_file_range sendfile"}};
         QHash<QByteArray, Operation::Kind> kinds;
         for (const auto &row : names) {
             for (const QByteArray &name : QByteArray(row.second).split(' '))
@@ -120,6 +120,7 @@ QStringList traceCommand(const QString &file)
         calls << name;
     calls.sort();
     // Copies inside the kernel would hide their bytes: refused, they are read and written instead.
+    // Only what is traced, too, is refused.
     return QString(
                "strace -D -f -qq --seccomp-bpf -y -xx -s 65536 -a1 -e trace=%1 -e abbrev=execve "
                "-e signal=none -e inject=sync,fsync,fdatasync,syncfs:retval=0 "
