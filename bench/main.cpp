@@ -25,6 +25,7 @@ const Command commands[] = {
     {"bus", "start virtual panels at burn-in on one RS-485 bus", runBus},
     {"send", "send one request and decode the reply", runSend},
     {"effects", "tell what requests do to a panel", runEffects},
+    {"cuts", "cut the power at every moment, boot, and judge what is left", runCuts},
     {"pfvp", "run a PFVP mode on two cabled virtual panels", runPfvp, true},
     {"board", "look at the drivers of the whole ARM machine, or cut its power", runBoard},
     {"measure", "measure speed and size of the agent", runMeasure},

@@ -150,8 +150,11 @@ void EffectSession::readTrace()
         return;
     const QByteArray text = file.readAll();
     read_ += text.size();
-    for (const Operation &operation : reader_->read(text))
+    for (const Operation &operation : reader_->read(text)) {
         journal_->add(operation);
+        if (watch)
+            watch(operation);
+    }
 }
 
 QStringList EffectSession::run(const EffectSection &section)

@@ -2,6 +2,7 @@
 
 #include "effects/journal.h"
 
+#include <functional>
 #include <memory>
 
 class Fixture;
@@ -34,6 +35,12 @@ public:
     // Does what the title says under the conditions, waits until the agent is idle again or until
     // the condition says; what it did.
     QStringList run(const EffectSection &section);
+
+    VirtualPanel &panel()
+    {
+        return *panel_;
+    }
+    std::function<void(const Operation &)> watch; // is told each of the agent's calls, too
 
 private:
     void readTrace();
