@@ -71,7 +71,7 @@ QVector<Row> allRows()
         {"forced change to the same level", at("T1"), section("KLV- T1"), "T1_PASS", "T1 \n"},
         {"forced change to nowhere", at("T1"), section("\"KLV-100-99\\r\\n\""), "", ""},
         {"back to T1 by the button",
-         {"do new", "do level HMI", "do passed T1", "do passed T2", "boot PFVP_SLAVE"},
+         {"do new", "do level HMI", "do passed T1", "do passed T2", "boot agent PFVP_SLAVE"},
          section("do tap 665 420", {"until Goto T1 Pass"}),
          "",
          "T1 \n"},
@@ -79,9 +79,6 @@ QVector<Row> allRows()
         {"calibration, another", at("T1") << saved, section("9004", {"during calibrate3"}), "9004"},
         {"calibration that fails", at("T1") << saved,
          section("9000", {"fault touch:bend=40", "during calibrate"}), "90F0"},
-        {"calibration mode",
-         {"do new", "do level HMI", saved, "boot HMIAppCalibation"},
-         section("do calibrate")},
         {"touch check", at("T2"), section("9001", {"during check"}), "9001"},
         {"machine ID", at("T1"), section("0601 KLV1234X5W00001205"), "0601"},
         {"machine ID, a shorter one",
@@ -212,8 +209,7 @@ private:
     {
         EffectSession session;
         for (const QString &step : row.before) {
-            const QString args = step.section(' ', 1);
-            session.run(step.startsWith("boot ") ? section("boot", {"agent " + args})
+            session.run(step.startsWith("boot ") ? section("boot", step.mid(5).split(", "))
                                                  : section(step));
         }
         Enumeration found(row, stateOf(session.panel()));
