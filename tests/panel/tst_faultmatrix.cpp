@@ -57,8 +57,8 @@ public:
 
 private:
     QByteArray requestOf(const QByteArray &request);
-    QByteArray screenColour();
-    QByteArray ask(const QByteArray &request, int size);
+    QByteArray screenColour(const QByteArray &wanted);
+    QByteArray ask(const QByteArray &request, const QByteArray &wanted, int size);
     QString check(const Row &row, const char *reply, char result);
     bool leftInOrder(const QByteArray &request);
 
@@ -78,13 +78,13 @@ QByteArray Lane::requestOf(const QByteArray &request)
     return requestFrame(request.right(4), request.size() > 4 ? request.left(2) : "00");
 }
 
-// The colour of the whole screen, once it has one.
-QByteArray Lane::screenColour()
+// The colour of the whole screen, once it is as wanted. The reply comes before the paint.
+QByteArray Lane::screenColour(const QByteArray &wanted)
 {
     const QImage image = at_.panel.screen().waitFor(
-        [](const QImage &image) {
+        [&wanted](const QImage &image) {
             QImage plain = image;
-            plain.fill(image.pixel(0, 0));
+            plain.fill(QColor(QString(wanted)));
             return plain == image;
         },
         DeadlineMs);
@@ -93,7 +93,7 @@ QByteArray Lane::screenColour()
 
 // What the station receives: `size` bytes, and more that follow at once. And what it sees beside
 // it.
-QByteArray Lane::ask(const QByteArray &request, int size)
+QByteArray Lane::ask(const QByteArray &request, const QByteArray &wanted, int size)
 {
     if (request == "9002")
         at_.panel.touchPress({400, 240});
@@ -104,7 +104,7 @@ QByteArray Lane::ask(const QByteArray &request, int size)
     if (request == "9301" || request == "9302")
         return reply.mid(3, 4) + " at " + QByteArray::number(at_.panel.backlight()) + " %";
     if (request >= "9504" && request <= "9506")
-        return reply.mid(3, 4) + " shows " + screenColour();
+        return reply.mid(3, 4) + " shows " + screenColour(wanted.right(7));
     return reply;
 }
 
@@ -136,7 +136,7 @@ QString Lane::check(const Row &row, const char *reply, char result)
     }
     QByteArray results = at_.results(series_.level);
     const bool seen = wanted.contains(" at ") || wanted.contains(" shows ");
-    const QByteArray got = ask(row.request, seen ? 11 : wanted.size());
+    const QByteArray got = ask(row.request, wanted, seen ? 11 : wanted.size());
     if (got != wanted)
         return QString("answered \"%1\" instead of \"%2\"").arg(printable(got), printable(wanted));
     if (row.item && result)
