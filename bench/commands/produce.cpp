@@ -159,6 +159,7 @@ bool produce(const QCommandLineParser &parser, const QJsonObject &row, int numbe
     report->subject = row["title"].toString();
     report->given = valuesOf(row);
     report->operatorName = parser.value("operator");
+    report->line = parser.value("line");
     const QString folder = beginReport(*report, base);
     PanelOptions options;
     options.folder = parser.value("folder");
@@ -214,6 +215,7 @@ int runProduce(const QStringList &args)
         {"report", "Folder for the reports, UNIT/TIMESTAMP inside it, and for one page with all.",
          "folder", "out/produce"},
         {"operator", "Who tests, for the reports.", "name"},
+        {"line", "Production line, for the reports and the store; else the host.", "name"},
         {"verbose", "Show the requests and answers."},
         storeOption(),
         {"folder", "Keep the panel's files in this folder; it is emptied first.", "folder"},

@@ -106,6 +106,7 @@ QStringList load(const QCommandLineParser &parser, Job *job)
     job->report.subject = nameOf(*job);
     job->report.given = job->values;
     job->report.operatorName = parser.value("operator");
+    job->report.line = parser.value("line");
     QStringList problems = job->plan.problems + unusedValues(*job);
     if (!level.isEmpty() && job->plan.level >= 0 && job->plan.level != levelByName(level)) {
         problems << QString("%1 is a plan of level %2, not of %3")
@@ -232,6 +233,7 @@ int runStation(const QStringList &args)
          {"plan", "This plan instead, for example a record of `bench panel --record`.", "file"},
          {"report", "Folder for the reports, UNIT/TIMESTAMP inside it.", "folder", "out/station"},
          {"operator", "Who tests, for the reports.", "name"},
+         {"line", "Production line, for the reports and the store; else the host.", "name"},
          {"verbose", "Show the requests and answers."},
          storeOption(),
          {"check", "Only check the plan."},

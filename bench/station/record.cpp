@@ -1,3 +1,4 @@
+#include "fixture/finger.h"
 #include "station/protocol.h"
 #include "station/report.h"
 
@@ -54,8 +55,8 @@ Values Report::unit() const
     return unit;
 }
 
-// What was measured, with its limits where the plan has some.
-static QJsonArray measured(const StepResult &result)
+// What was measured, with its limits where there are some. `tolerance`: of a touch, in pixels.
+static QJsonArray measured(const StepResult &result, int tolerance)
 {
     static const QRegularExpression position("^\\( *(\\d+), *(\\d+)\\)");
     if (result.reply.kind == Reply::Battery) {
@@ -73,12 +74,27 @@ static QJsonArray measured(const StepResult &result)
     }
     const Command *command = findCommand(result.step.code);
     const QString name = command ? command->meaning : result.step.name;
-    return {
-        QJsonObject{{"name", name + " x"}, {"unit", "px"}, {"value", match.captured(1).toInt()}},
-        QJsonObject{{"name", name + " y"}, {"unit", "px"}, {"value", match.captured(2).toInt()}}};
+    const QPoint touched(match.captured(1).toInt(), match.captured(2).toInt());
+    // A touch of the check is judged by how far it is from its target, the others by nobody.
+    const bool judged = result.step.code.startsWith("902");
+    const QPoint target =
+        judged ? touchTargets(checkMargin).value(result.step.code.at(3) - '1') : QPoint();
+    QJsonArray values;
+    for (const auto &[axis, value] : {std::pair("x", touched.x() - target.x()),
+                                      std::pair("y", touched.y() - target.y())}) {
+        QJsonObject one{{"name", QString(judged ? "%1, %2 off" : "%1 %2").arg(name, axis)},
+                        {"unit", "px"},
+                        {"value", value}};
+        if (judged) {
+            one["min"] = -tolerance;
+            one["max"] = tolerance;
+        }
+        values << one;
+    }
+    return values;
 }
 
-static QJsonObject stepRecord(const StepResult &result, const QStringList &items)
+static QJsonObject stepRecord(const StepResult &result, const QStringList &items, int tolerance)
 {
     const bool passed = result.faults.isEmpty();
     QJsonArray numbers, names;
@@ -93,7 +109,7 @@ static QJsonObject stepRecord(const StepResult &result, const QStringList &items
             {"request", printable(result.request)},
             {"reply", printable(result.answer.bytes)},
             {"meaning", result.meaning},
-            {"values", measured(result)},
+            {"values", measured(result, tolerance)},
             {"ms", result.answer.ms},
             {"prescribedMs", result.step.waitMs},
             {"tries", result.answer.tries},
@@ -107,7 +123,7 @@ static QJsonObject levelRecord(const LevelResult &level)
 {
     QJsonArray steps, screens;
     for (const StepResult &result : level.steps) {
-        steps << stepRecord(result, level.items);
+        steps << stepRecord(result, level.items, level.level == "T2" ? 11 : 10);
     }
     for (const QString &name : level.screens.keys()) {
         screens << QString("%1-%2.png").arg(level.level.toLower(), name);
@@ -146,6 +162,7 @@ QJsonObject recordOf(const Report &report)
             {"unit", unit},
             {"subject", report.subject},
             {"operator", report.operatorName},
+            {"line", report.line},
             {"host", QSysInfo::machineHostName()},
             {"bench", QCoreApplication::applicationVersion()},
             {"begun", moment(report.begun)},

@@ -8,7 +8,7 @@
 struct Report {
     QString subject; // where it was: its port, its station number
     Values given; // what the station was told of the unit
-    QString operatorName;
+    QString operatorName, line; // who tests, and on which production line
     QDateTime begun = QDateTime::currentDateTime();
     QDateTime ended; // invalid: not yet
     QVector<LevelResult> levels;
