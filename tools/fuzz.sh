@@ -19,7 +19,7 @@ for target; do
     mkdir -p "$work/corpus"
     cp -n "tests/fuzz/corpus/$target"/* "$work/corpus/"
     tests/fuzz/run.sh "build/fuzz/tests/fuzz/fuzz_$target" "$work" corpus \
-        -max_total_time="$seconds" -timeout=20 -max_len=2048 -print_final_stats=1 \
+        -max_total_time="$seconds" -timeout=60 -rss_limit_mb=0 -max_len=2048 -print_final_stats=1 \
         2>"$work/log" >/dev/null || {
         tail -n 40 "$work/log"
         die "a finding in $target; its input is in $work, the whole report in $work/log"
