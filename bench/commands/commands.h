@@ -8,6 +8,8 @@ int runMeasure(const QStringList &args);
 int runCuts(const QStringList &args);
 int runPanel(const QStringList &args);
 int runEffects(const QStringList &args);
+// `bench power`, `touch`, `look` and `screenshot`.
+int runRemote(const QStringList &args);
 int runFault(const QStringList &args);
 int runProduce(const QStringList &args);
 int runStation(const QStringList &args);

@@ -29,13 +29,12 @@ int runFault(const QStringList &args)
     parser.setApplicationDescription(
         "Faults of the fixture and of the panel on it, by name.\n\n"
         "  bench fault list                       all of them, and what fails by each\n"
-        "  bench fault show --panel FOLDER        what is set on a running `bench panel`\n"
-        "  bench fault set NAME[:VALUE]... --panel FOLDER\n"
-        "  bench fault clear [NAME...] --panel FOLDER    those, or all\n\n"
+        "  bench fault show                       what is set on a running `bench panel`\n"
+        "  bench fault set NAME[:VALUE]...\n"
+        "  bench fault clear [NAME...]            those, or all\n\n"
         "`bench panel`, `bench produce` and others set them from the start with --fault.");
     parser.addHelpOption();
-    parser.addOption(
-        {"panel", "Folder of the running panel, as `bench panel` prints it.", "folder"});
+    parser.addOption(PanelControl::option());
     parser.addPositionalArgument("action", "list, show, set or clear");
     parser.addPositionalArgument("fault", "NAME or NAME:VALUE", "[fault...]");
     parser.process(args);
@@ -47,8 +46,6 @@ int runFault(const QStringList &args)
     }
     if (!QStringList({"show", "set", "clear"}).contains(action))
         throw BenchError(QString("\"%1\" is none of list, show, set, clear").arg(action));
-    if (folder.isEmpty())
-        throw BenchError("which panel? --panel names the folder that `bench panel` printed");
     if (action == "set" && words.size() < 2)
         throw BenchError("set which fault? `bench fault list` shows them all");
     if (words.size() < 2) {

@@ -1,12 +1,17 @@
 #include "commands/commands.h"
 #include "commands/interrupt.h"
-#include "commands/traffic.h"
-#include "fixture/fixture.h"
+#include "commands/livepanel.h"
 #include "panel/control.h"
+#include "panel/folders.h"
 #include "panel/virtualpanel.h"
 
 #include <QCommandLineParser>
+#include <QDir>
+#include <QFileInfo>
+#include <QProcess>
 #include <QSocketNotifier>
+#include <QStandardPaths>
+#include <QTcpServer>
 
 #include <cstdio>
 #include <memory>
@@ -29,16 +34,19 @@ void printHowTo(VirtualPanel &panel)
     printf("The panel is on, its level file says %s.\n\n"
            "  PC link      %s   (%s)\n"
            "  VNC screen   127.0.0.1:%u   (this machine only)\n"
-           "  folder       %s   (its files under root/, its output in agent.log)\n\n",
+           "  folder       %s   (its files under root/, its output in agent.log,\n"
+           "               its ports as ttyO1 and so on)\n\n",
            level.isEmpty() ? "nothing yet" : level.constData(), qPrintable(link),
            burnIn ? "9600 7E1, RS-485" : "9600 8E1, RTS/CTS", panel.vncPort(),
            qPrintable(panel.folder()));
-    printf("Attach\n"
-           "  a terminal   socat STDIO %s,raw,echo=0,crnl\n"
-           "  a station    let it open %s as its serial port\n"
-           "  a viewer     vncviewer 127.0.0.1::%u\n"
-           "  a fault      bench fault set NAME --panel %s\n\nOther ports:\n",
-           qPrintable(link), qPrintable(link), panel.vncPort(), qPrintable(panel.folder()));
+    printf(
+        "Attach\n"
+        "  a terminal   socat STDIO %s,raw,echo=0,crnl\n"
+        "  a station    let it open %s as its serial port\n"
+        "  a viewer     vncviewer 127.0.0.1::%u\n"
+        "  a script     bench power cycle, touch X Y, screenshot FILE, look red, fault set NAME\n"
+        "               (with --panel %s where several run)\n\nOther ports:\n",
+        qPrintable(link), qPrintable(link), panel.vncPort(), qPrintable(panel.folder()));
     for (int i = 0; i < portCount; ++i) {
         if (panel.linkPath(Port(i)) != link)
             printf("  %-10s   %s\n", portName(Port(i)), qPrintable(panel.linkPath(Port(i))));
@@ -90,26 +98,47 @@ std::unique_ptr<Fixture> makeFixture(VirtualPanel &panel, const QCommandLinePars
     return fixture;
 }
 
-// What another program asks of the running panel.
-QString obey(Fixture *fixture, const QString &verb, const QString &argument)
+// The ports' outer ends by name, for scripts: FOLDER/ttyO1 is what FOLDER's panel calls so.
+void linkPorts(VirtualPanel &panel)
 {
-    if (!fixture)
-        throw BenchError("this panel runs without its fixture");
-    if (verb == "fault" && argument == "show") {
-        const QStringList faults = fixture->faults();
-        return faults.isEmpty() ? "no fault is set" : faults.join(' ');
+    for (int i = 0; i < portCount; ++i) {
+        const QString file = panel.folder() + '/' + portName(Port(i));
+        QFile::remove(file);
+        QFile::link(panel.linkPath(Port(i)), file);
     }
-    const QString wrong = fixture->act(verb, argument);
-    if (!wrong.isEmpty())
-        throw BenchError(wrong);
-    return {};
+}
+
+// Serves the screen to web browsers of this machine; pages of other hosts are turned away.
+void serveBrowsers(const VirtualPanel &panel, QProcess *server)
+{
+    const QString viewer = "/usr/share/novnc/", pages = panel.folder() + "/browser";
+    if (QStandardPaths::findExecutable("websockify").isEmpty() || !QFileInfo::exists(viewer))
+        throw BenchError("--browser needs two Debian packages: apt-get install "
+                         "--no-install-recommends novnc websockify");
+    QDir(pages).removeRecursively();
+    QDir().mkpath(pages);
+    QFile::link(dataFolder() + "/bench/browser/index.html", pages + "/index.html");
+    for (const char *const part : {"core", "vendor"})
+        QFile::link(viewer + part, pages + '/' + part);
+    QTcpServer probe;
+    probe.listen(QHostAddress::LocalHost); // a port that is free
+    const QString address = QString("127.0.0.1:%1").arg(probe.serverPort());
+    probe.close();
+    server->setStandardOutputFile(QProcess::nullDevice());
+    server->setStandardErrorFile(panel.folder() + "/browser.log");
+    // It ends with this process, however that ends.
+    server->start("setpriv",
+                  {"--pdeathsig", "TERM", "websockify", "--web", pages, "--auth-plugin",
+                   "ExpectOrigin", "--auth-source", "http://" + address, address,
+                   QString("127.0.0.1:%1").arg(panel.vncPort())});
+    printf("  web browser  http://%s\n\n", qPrintable(address));
+    fflush(stdout);
 }
 
 // Until Ctrl-C or the agent's end. Enter cycles the power: a station that changes the level needs a
 // hand at the switch.
-void leaveOn(VirtualPanel &panel, const QStringList &agentArgs)
+void leaveOn(VirtualPanel &panel, LivePanel &live)
 {
-    bool cycling = false;
     QSocketNotifier enter(STDIN_FILENO, QSocketNotifier::Read);
     QObject::connect(&enter, &QSocketNotifier::activated, [&] {
         char line[256];
@@ -117,13 +146,15 @@ void leaveOn(VirtualPanel &panel, const QStringList &agentArgs)
             enter.setEnabled(false); // no terminal
             return;
         }
-        cycling = true;
-        panel.powerCycle(agentArgs);
-        cycling = false;
-        printHowTo(panel);
+        try {
+            live.obey("power", "cycle");
+            printHowTo(panel);
+        } catch (const BenchError &error) {
+            fprintf(stderr, "%s\n", error.what());
+        }
     });
     const auto off = QObject::connect(&panel, &VirtualPanel::powered, [&](bool on) {
-        if (!on && !cycling)
+        if (!on && !live.isSwitchedOff())
             QCoreApplication::quit();
     });
     QCoreApplication::exec();
@@ -145,11 +176,13 @@ int runPanel(const QStringList &args)
         {"factory-new", "Empty the folder first."},
         {"level", "Start at this level: ict, t1, bi, t2, hmi.", "level"},
         {"vnc-port", "TCP port for viewers (default: a free one).", "port", "0"},
+        {"browser", "Serve its screen to web browsers of this machine, with touch by mouse."},
         {"agent", "The agent's executable (default: this build's).", "path"},
         {"agent-args", "Arguments for the agent, for example PFVP_EMS.", "args"},
         {"fault", "Start with this fault (repeatable; see `bench fault list`).", "name"},
         {"traffic", "Show what goes over the serial ports, decoded, with times in seconds."},
-        {"record", "Write what goes over the PC link as a plan for `bench station --plan`.", "file"},
+        {"record", "Write what goes over the PC link as a plan for `bench station --plan`.",
+         "file"},
         {"no-fixture", "Leave the other ports free: no probes on them, no media in the slots."},
     });
     parser.process(args);
@@ -157,18 +190,29 @@ int runPanel(const QStringList &args)
     VirtualPanel panel(optionsOf(parser));
     prepare(panel, parser);
     const std::unique_ptr<Fixture> fixture = makeFixture(panel, parser);
-    const PanelControl control(panel.folder(), [&](const QString &verb, const QString &argument) {
-        return obey(fixture.get(), verb, argument);
-    });
     std::unique_ptr<Traffic> traffic;
     if (parser.isSet("traffic") || parser.isSet("record")) {
         traffic = std::make_unique<Traffic>(panel, parser.isSet("traffic") ? stdout : nullptr,
                                             parser.value("record"));
     }
     const QStringList agentArgs = parser.value("agent-args").split(' ', Qt::SkipEmptyParts);
+    if (traffic && fixture) {
+        for (const QString &fault : fixture->faults())
+            traffic->note("fault set " + fault);
+    }
+    LivePanel live(panel, fixture.get(), traffic.get(), agentArgs);
     panel.powerOn(agentArgs);
+    const PanelControl control(panel.folder(), [&](const QString &verb, const QString &argument) {
+        return live.obey(verb, argument);
+    });
+    linkPorts(panel);
     printHowTo(panel);
-    leaveOn(panel, agentArgs);
+    QProcess browsers;
+    if (parser.isSet("browser"))
+        serveBrowsers(panel, &browsers);
+    leaveOn(panel, live);
+    browsers.terminate();
+    browsers.waitForFinished();
     if (interrupted())
         return 0;
     printf("The agent ended with status %d.\n%s", panel.waitForExit(0),

@@ -20,11 +20,7 @@ Traffic::Traffic(VirtualPanel &panel, FILE *screen, const QString &record)
     if (!record.isEmpty() && !record_.open(QIODevice::WriteOnly)) {
         throw BenchError(QString("cannot write %1: %2").arg(record, record_.errorString()));
     }
-    connect(&panel, &VirtualPanel::powered, this, [this](bool on) {
-        if (on) {
-            powered();
-        }
-    });
+    connect(&panel, &VirtualPanel::powered, this, &Traffic::powered);
     lines_.resize(portCount);
     for (int i = 0; i < portCount; ++i) {
         Line &line = lines_[size_t(i)];
@@ -46,10 +42,23 @@ Traffic::~Traffic()
     endStep();
 }
 
-void Traffic::powered()
+void Traffic::note(const QString &what)
 {
+    if (screen_) {
+        fprintf(screen_, "%9.3f  -- %s\n", double(clock_.elapsed()) / 1000, qPrintable(what));
+        fflush(screen_);
+    }
+}
+
+void Traffic::powered(bool on)
+{
+    deaf_ = false;
+    if (!on) {
+        return note("power off");
+    }
     const QString level = panel_.readFile("/usr/local/ict/HMI_TEST_LEVEL.txt").trimmed();
     level_ = qMax(0, levelByName(level)); // whatever else it says is ICT
+    note(QString("power on, level ") + levelName(level_));
     if (recordLevel_ < 0 && record_.isOpen()) {
         recordLevel_ = level_;
         record_.write(QString("{\n  \"level\": \"%1\",\n  \"partial\": true,\n  \"steps\": [")
@@ -105,12 +114,15 @@ QString Traffic::meaning(bool in, const QByteArray &bytes)
         return {};
     }
     if (!in) {
+        deaf_ = deaf_ || (code_.size() == 4 && code_[0] == '0' && code_[1] < '6'); // an end check
         const Reply reply = decode(bytes);
         return reply.kind == Reply::Damaged ? QString("damaged") : meaningOf(reply.payload, code_);
     }
     const Command *command = commandOf(bytes);
     code_ = command ? command->code : QByteArray();
-    const QString why = refusal(bytes, level_);
+    const int station = panel_.readFile("/usr/local/ict/HMI_STATION_NUM.txt").toInt(nullptr, 16);
+    const QString why = deaf_ ? "deaf since the end check, until the power is cycled"
+                              : refusal(bytes, level_, station);
     const QString what = command ? command->meaning : QString("request");
     return why.isEmpty() ? what : what + ", refused: " + why;
 }

@@ -23,13 +23,16 @@ public:
     Traffic(VirtualPanel &panel, FILE *screen, const QString &record);
     ~Traffic() override;
 
+    // A line on the screen for what happens beside the ports.
+    void note(const QString &what);
+
 private:
     struct Line { // one port
         Port port;
         QByteArray in, out; // of the messages that have begun
         std::unique_ptr<QTimer> quiet;
     };
-    void powered();
+    void powered(bool on);
     void add(Line &line, QByteArray &message, const QByteArray &bytes);
     void finish(Line &line);
     void write(const Line &line, bool in, const QByteArray &bytes);
@@ -45,5 +48,6 @@ private:
     QJsonObject step_; // of the record, still open
     QByteArray separator_ = "\n    "; // before the next step
     QByteArray code_; // of the last request; empty for what is none
+    bool deaf_ = false; // an end check was answered since the power came on
     QElapsedTimer clock_;
 };

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QCommandLineOption>
 #include <QLocalServer>
 
 #include <functional>
@@ -16,8 +17,11 @@ public:
     // Throws BenchError when the socket cannot be made.
     PanelControl(const QString &panelFolder, Action action);
 
-    // The other end. Throws BenchError when no panel runs there or it refuses; the answer else.
+    // The other end. An empty folder stands for the only panel of this user that runs. Throws
+    // BenchError when no panel runs there or it refuses; the answer else, "ok" at least.
     static QString send(const QString &panelFolder, const QString &line);
+    // `--panel FOLDER`, for the commands that send.
+    static QCommandLineOption option();
 
 private:
     void serve();

@@ -9,6 +9,8 @@
 #include <QDir>
 #include <QFileInfo>
 
+#include <utility>
+
 namespace {
 
 // Creates an object of the I/O thread there. Exceptions of the constructor reach the caller, for
@@ -85,6 +87,7 @@ VirtualPanel::VirtualPanel(const PanelOptions &options, QObject *parent)
             io_, new PanelClock(hostPath("/run/bench/clock"), hostPath(attribute::sinceEpoch)));
         events_ = inThread(io_, new InputEvents(hostPath("/dev/input/event1")));
         gate_ = inThread(io_, new VncGate(options_.vncPort, socket));
+        connect(gate_, &VncGate::pointer, this, &VirtualPanel::viewerTouches);
     } catch (...) {
         io_.quit();
         io_.wait();
@@ -321,6 +324,16 @@ void VirtualPanel::touchRelease()
 {
     setAttribute(attribute::pressure, QByteArray::number(touch_.restPressure));
     screen_->pointer(pointer_, false);
+}
+
+// A mouse without a button held is no finger.
+void VirtualPanel::viewerTouches(const QPoint &spot, bool held)
+{
+    const bool before = std::exchange(viewerHolds_, held && isOn());
+    if (viewerHolds_)
+        before ? touchMove(spot) : touchPress(spot);
+    else if (before)
+        touchRelease();
 }
 
 void VirtualPanel::tap(const QPoint &spot, int holdMs)

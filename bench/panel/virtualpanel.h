@@ -178,7 +178,8 @@ public:
     quint16 vncPort() const;
 
     // Touches, as a finger makes them: where the pixel ends up is up to touchPanel() and to the
-    // pointer calibration on the panel. Coordinates are pixels of the glass.
+    // pointer calibration on the panel. Coordinates are pixels of the glass. A viewer's first mouse
+    // button is a finger, too, while this thread's events run.
     TouchPanel &touchPanel()
     {
         return touch_;
@@ -196,6 +197,7 @@ private:
     void followGadget(VirtualPanel &peer);
     void linkPort(Port id, const QString &folder, const QString &ptys);
     void sampleTouch(const QPoint &spot);
+    void viewerTouches(const QPoint &spot, bool held);
 
     PanelOptions options_;
     std::unique_ptr<QTemporaryDir> temporary_;
@@ -211,4 +213,5 @@ private:
     std::unique_ptr<VncScreen> screen_;
     TouchPanel touch_;
     QPoint pointer_;
+    bool viewerHolds_ = false;
 };

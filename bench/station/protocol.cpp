@@ -120,7 +120,7 @@ QString adviceOf(const QByteArray &payload, const QByteArray &code)
     return byAnswer.isEmpty() ? advice[QLatin1String(code)].toString() : byAnswer;
 }
 
-QString refusal(const QByteArray &request, int level)
+QString refusal(const QByteArray &request, int level, int station)
 {
     const Command *command = commandOf(request);
     if (!command) {
@@ -135,7 +135,14 @@ QString refusal(const QByteArray &request, int level)
     }
     const QByteArray body = request.mid(1, request.size() - 5);
     const QByteArray wanted = body.mid(2, 2) == "06" ? characterLrc(body) : hexLrc(body);
-    return !request.endsWith("\r\n")                ? "no line end"
-        : request.mid(body.size() + 1, 2) == wanted ? QString()
-                                                    : "check digits should be " + wanted;
+    if (!request.endsWith("\r\n")) {
+        return "no line end";
+    }
+    if (request.mid(body.size() + 1, 2) != wanted) {
+        return "check digits should be " + wanted;
+    }
+    const int asked = body.left(2).toInt(nullptr, 16), own = level == Bi ? station : 0;
+    return asked == 0 || asked == own || command->code == "8A00"
+        ? QString()
+        : QString("for station %1, here is %2").arg(asked).arg(own);
 }

@@ -40,5 +40,6 @@ const Command *commandOf(const QByteArray &request);
 QString meaningOf(const QByteArray &payload, const QByteArray &code);
 // What to look at when the request `code` was answered so; empty where nobody knows.
 QString adviceOf(const QByteArray &payload, const QByteArray &code);
-// Why a panel at `level` leaves `request` without an answer; empty when it should answer.
-QString refusal(const QByteArray &request, int level);
+// Why a panel at `level`, with the number `station`, leaves `request` without an answer; empty when
+// it should answer.
+QString refusal(const QByteArray &request, int level, int station = 0);

@@ -1,6 +1,8 @@
 #include "panel/agentpanel.h"
+#include "panel/control.h"
 
-// Faults by name: what is refused, and how they are switched from other programs.
+// Faults by name: what is refused, and how they and all else of a running panel are switched from
+// other programs.
 class TstFaults : public QObject {
     Q_OBJECT
 
@@ -31,28 +33,51 @@ void TstFaults::ofARunningPanel()
     const QString bench = QT_TESTCASE_BUILDDIR "/bench";
     QTemporaryDir folder;
     QProcess panel;
-    panel.start(bench, {"panel", "--folder", folder.path(), "--fault", "battery:2900"});
+    panel.start(bench,
+                {"panel", "--traffic", "--folder", folder.path(), "--fault", "battery:2900"});
     QVERIFY(panel.waitForReadyRead(DeadlineMs));
     QRegularExpressionMatch link;
     QTRY_VERIFY((link = QRegularExpression("/dev/pts/\\d+").match(panel.peek(1000))).hasMatch());
     const auto run = [&](QStringList words) {
         QProcess program;
         program.setProcessChannelMode(QProcess::MergedChannels);
-        if (words[0] == "fault")
+        if (words[0] != "send" && words[0] != "panel")
             words << "--panel" << folder.path();
         program.start(bench, words);
         program.waitForFinished();
         return QString::number(program.exitCode()) + ' ' + program.readAll();
     };
-    const QStringList battery{"send", "--port", link.captured(), "--timeout", "3000", "8800"};
+    const auto ask = [&](const QString &request, const QString &ms = "20000") {
+        return run(QStringList{"send", "--port", link.captured(), "--timeout", ms}
+                   + request.split(' '));
+    };
     QCOMPARE(run({"fault", "show"}), QString("0 battery:2900\n"));
-    QTRY_VERIFY(run(battery).contains(":0002906E\\r")); // once it has booted
+    QTRY_VERIFY(ask("8800", "3000").contains(":0002906E\\r")); // once it has booted
     QCOMPARE(run({"fault", "set", "battery:3287"}), QString("0 set battery:3287: ok\n"));
-    QTRY_VERIFY(run(battery).contains(":000328D5\\r"));
+    QTRY_VERIFY(ask("8800").contains(":000328D5\\r"));
     QVERIFY(run({"fault", "set", "lmc:1"}).startsWith("2 bench fault: there is no fault"));
     QCOMPARE(run({"fault", "clear"}), QString("0 ok\n"));
     QCOMPARE(run({"fault", "show"}), QString("0 no fault is set\n"));
-    QTRY_VERIFY(run(battery).contains(":000309F4\\r"));
+    QTRY_VERIFY(ask("8800").contains(":000309F4\\r"));
+    // Its power, finger and screen. The touch is seen through the panel's own calibration.
+    QCOMPARE(run({"power", "off"}), QString("0 "));
+    QVERIFY(run({"touch", "200", "120"}).startsWith("2 bench touch: the panel is off"));
+    QCOMPARE(run({"power", "cycle"}), QString("0 "));
+    QTRY_VERIFY(ask("8800").contains(":000309F4\\r")); // at once: it is up
+    QCOMPARE(run({"touch", "press", "200", "120"}), QString("0 "));
+    const auto position = QRegularExpression("\\( *(\\d+), *(\\d+)\\)").match(ask("9002"));
+    QVERIFY(qAbs(position.captured(1).toInt() - 200) < 30);
+    QVERIFY(qAbs(position.captured(2).toInt() - 120) < 30);
+    QVERIFY(run({"touch", "800", "0"}).contains("800 x 480"));
+    QVERIFY(run({"touch", "firmly"}).contains("unknown action"));
+    QTRY_VERIFY(ask("9510 FF8000").contains("9510"));
+    QCOMPARE(run({"look", "FF8000"}), QString("0 "));
+    QCOMPARE(run({"screenshot", folder.filePath("screen.png")}), QString("0 "));
+    QCOMPARE(QImage(folder.filePath("screen.png")).pixel(400, 240), 0xffff8000);
+    // Of two panels one must be named.
+    const QTemporaryDir second;
+    PanelControl other(second.path(), [](const QString &, const QString &) { return QString(); });
+    QVERIFY_EXCEPTION_THROWN(PanelControl::send({}, "power on"), BenchError);
     // A person's terminal, as the panel's own hint has it: Enter ends a request.
     const auto hint = QRegularExpression("socat (STDIO) (\\S+)").match(panel.peek(2000));
     QProcess terminal;
@@ -67,6 +92,13 @@ void TstFaults::ofARunningPanel()
         20000));
     terminal.kill();
     terminal.waitForFinished();
+    QVERIFY(ask("0400").contains("04F0"));
+    QVERIFY(ask("8000", "300").contains("no answer"));
+    QByteArray traffic;
+    QTRY_VERIFY((traffic += panel.readAll()).contains("refused: deaf"));
+    for (const char *line : {"-- fault set battery:2900", "-- fault set battery:3287",
+                             "-- power off", "-- power on, level ICT", "-- touch press 200 120"})
+        QVERIFY2(traffic.contains(line), line);
     QVERIFY(run({"panel", "--folder", folder.path()}).contains("A panel runs in"));
     QVERIFY(run({"panel", "--vnc-port", "99999"}).startsWith("2 bench panel: --vnc-port 99999"));
     panel.terminate();

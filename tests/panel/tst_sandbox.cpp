@@ -168,6 +168,32 @@ void TstSandbox::viewersAreOfThisMachine()
     QTcpSocket viewer;
     viewer.connectToHost(QHostAddress::LocalHost, panel.vncPort());
     QTRY_VERIFY(viewer.peek(3) == "RFB");
+    // One that wants the bytes red, green, blue gets them so, and its mouse is a finger.
+    const QImage image = panel.screen().grab();
+    viewer.write("RFB 003.003\n");
+    QTRY_COMPARE(viewer.bytesAvailable(), 16);
+    viewer.write("\1");
+    QTRY_VERIFY(viewer.peek(200).endsWith("Server"));
+    viewer.readAll();
+    viewer.write(QByteArray::fromHex("00000000"
+                                     "20180001"
+                                     "00ff00ff00ff"
+                                     "000810"
+                                     "000000"
+                                     "0200000100000000"
+                                     "03000000000003200020"));
+    constexpr int size = 16 + 800 * 32 * 4;
+    QTRY_VERIFY(viewer.bytesAvailable() >= size);
+    const QByteArray pixels = viewer.readAll().mid(16);
+    for (int i = 0; i < 800 * 32; ++i) {
+        const QRgb pixel = image.pixel(i % 800, i / 800);
+        const char *seen = pixels.constData() + 4 * i;
+        QCOMPARE(qRgb(uchar(seen[0]), uchar(seen[1]), uchar(seen[2])), pixel);
+    }
+    viewer.write(QByteArray::fromHex("050100c80078"));
+    QTRY_COMPARE(panel.attribute(attribute::adcX), QByteArray("1026"));
+    viewer.disconnectFromHost();
+    QTRY_COMPARE(panel.attribute(attribute::pressure), QByteArray("0"));
     QFile sockets("/proc/net/tcp");
     QVERIFY(sockets.open(QIODevice::ReadOnly));
     const QByteArray all = sockets.readAll();

@@ -69,6 +69,8 @@ void TestStation::refusals()
         {":0081027E\r\n", T1, "check digits should be 7D"},
         {":0081027D", T1, "no line end"},
         {":0081027D\r\n", Bi, "not at level BI"},
+        {":05850076\r\n", Bi, "for station 5, here is 0"},
+        {":058A0071\r\n", T1, ""},
         {":008D30151421110525BE\r\n", T1, ""},
         {":000602AB55\r\n", Ict, ""},
         {":000602AB54\r\n", Ict, "check digits should be 55"},

@@ -1,0 +1,96 @@
+#include "commands/livepanel.h"
+
+#include <QFileInfo>
+#include <QRegularExpression>
+
+LivePanel::LivePanel(VirtualPanel &panel, Fixture *fixture, Traffic *traffic,
+                     const QStringList &agentArgs)
+    : panel_(panel)
+    , fixture_(fixture)
+    , traffic_(traffic)
+    , agentArgs_(agentArgs)
+    , stand_(panel)
+{
+    stand_.fixture = [this](const QString &verb, const QString &argument) {
+        return fixture_ ? fixture_->act(verb, argument) : "this panel runs without its fixture";
+    };
+}
+
+QString LivePanel::obey(const QString &verb, const QString &argument)
+{
+    if (verb == "fault" && argument == "show" && fixture_) {
+        const QStringList faults = fixture_->faults();
+        return faults.isEmpty() ? "no fault is set" : faults.join(' ');
+    }
+    if (traffic_ && verb != "power") {
+        traffic_->note(verb + ' ' + argument);
+    }
+    if (verb == "power") {
+        return power(argument);
+    }
+    if (verb != "fault" && !panel_.isOn()) {
+        throw BenchError("the panel is off: `bench power on` first");
+    }
+    if (verb == "screenshot") {
+        screenshot(argument);
+    } else {
+        act(verb, argument);
+    }
+    return {};
+}
+
+QString LivePanel::power(const QString &order)
+{
+    if (!QStringList({"on", "off", "cycle"}).contains(order)) {
+        throw BenchError(QString("\"%1\" is none of on, off, cycle").arg(order));
+    }
+    if (order != "on") {
+        switchedOff_ = true;
+        panel_.powerOff();
+    }
+    if (order == "off") {
+        return {};
+    }
+    panel_.powerOn(agentArgs_);
+    switchedOff_ = false;
+    const QString wrong = agentArgs_.isEmpty() ? stand_.powerOn() : QString();
+    if (!wrong.isEmpty()) {
+        throw BenchError(wrong);
+    }
+    return {};
+}
+
+void LivePanel::screenshot(const QString &file)
+{
+    const QString wrong = stand_.act("screenshot screen");
+    if (!wrong.isEmpty()) {
+        throw BenchError(wrong);
+    }
+    if (!stand_.screens["screen"].save(file,
+                                       QFileInfo(file).suffix().isEmpty() ? "PNG" : nullptr)) {
+        throw BenchError(QString("%1 cannot be written: is it a picture's name (.png) in a folder "
+                                 "of yours?")
+                             .arg(file));
+    }
+}
+
+void LivePanel::act(const QString &verb, const QString &argument)
+{
+    static const QRegularExpression spot("^(\\d{1,3}) (\\d{1,3})$");
+    const QRegularExpressionMatch match = spot.match(argument);
+    if (verb == "touch" && match.hasMatch()) {
+        const QPoint pixel(match.captured(1).toInt(), match.captured(2).toInt());
+        if (pixel.x() >= 800 || pixel.y() >= 480) {
+            throw BenchError("the screen has 800 x 480 pixels");
+        }
+        return Finger(panel_).touch(pixel);
+    }
+    const QString action = verb + ' ' + argument;
+    QString wrong = verb == "fault" ? QString() : actionFault(action);
+    if (wrong.isEmpty()) {
+        wrong = stand_.act(action);
+    }
+    if (!wrong.isEmpty()) {
+        throw BenchError(wrong);
+    }
+}
