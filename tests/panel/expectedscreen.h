@@ -64,6 +64,11 @@ public:
         return fill(at.x() - 8, at.y() - 2, 16, 4, colour)
             .fill(at.x() - 2, at.y() - 8, 4, 16, colour);
     }
+    // Whether the panel comes to show it.
+    bool isShown(VirtualPanel &panel) const
+    {
+        return waitFor([&] { return difference(panel) == 0; }, DeadlineMs);
+    }
     // Pixels that differ by more than the toolkit's cache of glyphs makes them.
     int difference(VirtualPanel &panel) const
     {
