@@ -308,7 +308,7 @@ void VirtualPanel::touchPress(const QPoint &spot)
 {
     sampleTouch(spot);
     setAttribute(attribute::pressure, "350");
-    // The evdev plugin's first report of a device may lack the position.
+    // The first report that the evdev plugin gets counts at (0, 0): it may not be the press.
     if (board_)
         screen_->pointer(pointer_, false);
     screen_->pointer(pointer_, true);
