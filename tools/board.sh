@@ -80,6 +80,7 @@ make_panel() {
 
 install_packages packages.txt
 install_packages packages-board.txt
-tools/arm.sh
+tools/arm.sh --build-only
+(cd build/arm && cpack -B packages >pack.log) || die "packing failed: see build/arm/pack.log"
 [ -d "$board" ] || make_base
 make_panel
