@@ -1,5 +1,6 @@
 #include "panel/board.h"
 
+#include "panel/disk.h"
 #include "panel/filewrite.h"
 #include "panel/folders.h"
 #include "panel/virtualpanel.h"
@@ -19,49 +20,11 @@
 namespace {
 
 // An emulated machine on a busy one.
-constexpr int bootMs = 180000, answerMs = 60000, monitorMs = 20000;
+constexpr int bootMs = 400000, answerMs = 60000, monitorMs = 20000;
 
-// A medium of 8 MiB with one partition, from 1 MiB on.
-constexpr int sectors = 16384, firstSector = 2048;
+constexpr int diskMiB = 32, mediumMiB = 8;
 
 const char stick[] = "/media/sda1", card[] = "/media/mmcblk0p1", cable[] = "/media/sda";
-
-QByteArray littleEndian(quint32 value)
-{
-    QByteArray bytes;
-    for (int shift = 0; shift < 32; shift += 8)
-        bytes.append(char(value >> shift));
-    return bytes;
-}
-
-void runHere(const QString &program, const QStringList &args)
-{
-    if (QProcess::execute(program, args) != 0)
-        throw BenchError(program + ' ' + args.join(' ')
-                         + " failed: is packages-board.txt installed?");
-}
-
-// An ext file system of the whole image, or of its one partition.
-void makeDisk(const QString &path, int size, bool partitioned, const QString &type)
-{
-    if (QFile::exists(path))
-        return;
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly) || !file.resize(qint64(size) * 512))
-        throw BenchError("Cannot write " + path + ": " + file.errorString());
-    if (partitioned) {
-        file.seek(446); // of the master boot record: the first partition, type Linux
-        file.write(QByteArray::fromHex("0000000083000000") + littleEndian(firstSector)
-                   + littleEndian(quint32(size - firstSector)));
-        file.seek(510);
-        file.write("\x55\xaa");
-    }
-    file.close();
-    const int start = partitioned ? firstSector : 0;
-    runHere("/sbin/mke2fs",
-            {"-q", "-F", "-t", type, "-b", "1024", "-E", QString("offset=%1").arg(start * 512),
-             path, QString::number((size - start) / 2)});
-}
 
 // The PC link's speed is not told to a pipe, which that port is to the emulator: see arguments().
 void setSpeed(const QString &device)
@@ -120,9 +83,9 @@ void Board::layOut() const
     for (const char *script : {"log_rdwr.sh", "usb_mode.sh", "start-panel.sh", "check-panel.sh"})
         QFile::remove(root_ + "/usr/local/ict/" + script);
     for (const char *name : {"/usb.img", "/sd.img"})
-        makeDisk(folder_ + name, sectors, true, "ext2");
+        makeMedium(folder_ + name, mediumMiB);
     if (ownDisk_)
-        makeDisk(folder_ + "/ict.img", 4 * sectors, false, "ext4");
+        makeDisk(folder_ + "/ict.img", diskMiB);
 }
 
 // The ports' devices are ptys of the bench. As serial devices they learn the speed that the panel

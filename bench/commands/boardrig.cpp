@@ -1,0 +1,55 @@
+#include "commands/boardrig.h"
+
+namespace {
+
+constexpr int readyMs = 120000;
+
+PanelOptions machineWith(IctDisk disk)
+{
+    PanelOptions options;
+    options.board = true;
+    options.ictDisk = disk;
+    return options;
+}
+
+} // namespace
+
+BoardRig::BoardRig(IctDisk disk)
+    : panel(machineWith(disk))
+    , fixture(panel)
+{
+    panel.factoryNew();
+}
+
+void BoardRig::powerOn()
+{
+    panel.powerOn();
+    // Factory-new the agent makes the file, in its boot.
+    const auto atLevel = [this] {
+        level = levelByName(run("cat /usr/local/ict/HMI_TEST_LEVEL.txt").trimmed());
+        return level >= 0;
+    };
+    if (!waitFor(atLevel, readyMs)) {
+        throw BenchError("The panel has no legal level: " + panel.output());
+    }
+    const Port port = level == Bi ? Port::ttyO3 : Port::ttyO1;
+    QString error;
+    if (!waitFor([&] { return panel.isReady(port); }, readyMs)) {
+        throw BenchError("The agent does not open its port: " + panel.output());
+    }
+    if (!link.open(panel.linkPath(port), modeAt(level), &error)) {
+        throw BenchError(error);
+    }
+}
+
+QByteArray BoardRig::ask(const char *code, const QString &argument, int ms)
+{
+    Step step;
+    step.code = code;
+    step.argument = argument;
+    Link::Request request;
+    request.bytes = requestOf(step, {{"model", "KLV-100"}}, 0);
+    request.timeoutMs = ms;
+    request.framed = findCommand(code) && findCommand(code)->framed;
+    return decode(link.exchange(request).bytes).payload;
+}
