@@ -19,18 +19,11 @@
 
 namespace {
 
-const char levelFile[] = "/usr/local/ict/HMI_TEST_LEVEL.txt";
-
-Port linkPort(VirtualPanel &panel)
-{
-    return panel.readFile(levelFile).startsWith("BI") ? Port::ttyO3 : Port::ttyO1;
-}
-
 void printHowTo(VirtualPanel &panel)
 {
-    const QByteArray level = panel.readFile(levelFile).trimmed();
-    const bool burnIn = linkPort(panel) == Port::ttyO3;
-    const QString link = panel.linkPath(linkPort(panel));
+    const QByteArray level = panel.readFile(VirtualPanel::levelFile).trimmed();
+    const bool burnIn = panel.link() == Port::ttyO3;
+    const QString link = panel.linkPath(panel.link());
     printf("The panel is on, its level file says %s.\n\n"
            "  PC link      %s   (%s)\n"
            "  VNC screen   127.0.0.1:%u   (this machine only)\n"
@@ -77,8 +70,8 @@ void prepare(VirtualPanel &panel, const QCommandLineParser &parser)
             QString("there is no level \"%1\": use ict, t1, bi, t2 or hmi").arg(level));
     if (parser.isSet("factory-new"))
         panel.factoryNew();
-    if (parser.isSet("level")) // four bytes each
-        panel.writeFile(levelFile, level.toUpper().leftJustified(3, ' ').toLatin1() + '\n');
+    if (parser.isSet("level"))
+        panel.setLevel(level.toUpper());
 }
 
 // Null without a fixture.

@@ -56,7 +56,7 @@ void Traffic::powered(bool on)
     if (!on) {
         return note("power off");
     }
-    const QString level = panel_.readFile("/usr/local/ict/HMI_TEST_LEVEL.txt").trimmed();
+    const QString level = panel_.readFile(VirtualPanel::levelFile).trimmed();
     level_ = qMax(0, levelByName(level)); // whatever else it says is ICT
     note(QString("power on, level ") + levelName(level_));
     if (recordLevel_ < 0 && record_.isOpen()) {

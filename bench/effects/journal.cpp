@@ -37,50 +37,45 @@ void Journal::add(const Operation &operation)
     }
     if (operation.process != agent_)
         return;
-    switch (operation.kind) {
-    case Operation::Open:
-        return opened(operation);
-    case Operation::Close:
-        return closed(operation);
-    case Operation::Read:
-        return received(operation);
-    case Operation::Write:
-        return written(operation);
-    case Operation::Control:
-        return controlled(operation);
-    case Operation::Start:
-        if (operation.ok() && !operation.args.join(',').contains("CLONE_THREAD"))
-            childOf(operation, int(operation.result));
+    using Action = void (Journal::*)(const Operation &);
+    static const QHash<int, Action> actions{
+        {Operation::Open, &Journal::opened},        {Operation::Close, &Journal::closed},
+        {Operation::Read, &Journal::received},      {Operation::Write, &Journal::written},
+        {Operation::Control, &Journal::controlled}, {Operation::Start, &Journal::started},
+        {Operation::Reap, &Journal::reaped},        {Operation::Pause, &Journal::paused},
+        {Operation::SyncAll, &Journal::synced},     {Operation::SyncFile, &Journal::synced},
+        {Operation::Truncate, &Journal::resized},   {Operation::Rename, &Journal::renamed},
+        {Operation::Remove, &Journal::renamed},     {Operation::MakeFolder, &Journal::renamed},
+        {Operation::Link, &Journal::renamed},       {Operation::Poll, &Journal::waited},
+        {Operation::Exit, &Journal::ended},
+    };
+    if (const Action action = actions.value(operation.kind))
+        (this->*action)(operation);
+}
+
+void Journal::resized(const Operation &operation)
+{
+    fileDid(operation, QString("cut to %1").arg(operation.at));
+}
+
+void Journal::renamed(const Operation &operation)
+{
+    if (isPanels(operation.path))
+        tell(operation, changedName(operation));
+}
+
+void Journal::waited(const Operation &operation)
+{
+    if (operation.thread != agent_)
         return;
-    case Operation::Reap:
-        return reaped(int(operation.result));
-    case Operation::Pause:
-        return paused(operation);
-    case Operation::SyncAll:
-    case Operation::SyncFile:
-        return synced(operation);
-    case Operation::Truncate:
-        return fileDid(operation, QString("cut to %1").arg(operation.at));
-    case Operation::Rename:
-    case Operation::Remove:
-    case Operation::MakeFolder:
-    case Operation::Link:
-        if (isPanels(operation.path))
-            put(operation, changedName(operation)).over = true;
-        return;
-    case Operation::Poll:
-        if (operation.thread != agent_)
-            return;
-        idleTurns_ += operation.result == 0 && operation.args.value(2) != "0";
-        for (Effect &effect : effects_)
-            effect.over = true;
-        return;
-    case Operation::Exit:
-        put(operation, QString("exit %1").arg(operation.args.value(0).toInt() & 0xff)).over = true;
-        return;
-    default:
-        return;
-    }
+    idleTurns_ += operation.result == 0 && operation.args.value(2) != "0";
+    for (Effect &effect : effects_)
+        effect.over = true;
+}
+
+void Journal::ended(const Operation &operation)
+{
+    tell(operation, QString("exit %1").arg(operation.args.value(0).toInt() & 0xff));
 }
 
 Journal::Effect &Journal::put(const Operation &operation, const QString &text)
@@ -91,6 +86,11 @@ Journal::Effect &Journal::put(const Operation &operation, const QString &text)
     effect.text = text;
     effects_.append(effect);
     return effects_.last();
+}
+
+void Journal::tell(const Operation &operation, const QString &text)
+{
+    put(operation, text).over = true;
 }
 
 Journal::Effect *Journal::last(int thread)
@@ -126,15 +126,15 @@ void Journal::opened(const Operation &operation)
     // A look for a file that is not there leaves no trace on the panel.
     if (!isPanels(operation.path) || (operation.error == "ENOENT" && !port))
         return;
-    const QString how = openMode(operation.args, port);
+    const QString how = openMode(operation.args.value(operation.name == "open" ? 1 : 2), port);
     if (operation.ok()) {
         open_[operation.fd] = operation.path;
         openedNow_.append(operation.fd);
     }
     if (port || !operation.ok()) {
         const QString failed = operation.ok() ? QString() : ": " + QString(operation.error);
-        put(operation, (port ? "open " : "file ") + shortName(operation.path) + ' ' + how + failed)
-            .over = true;
+        tell(operation,
+             (port ? "open " : "file ") + shortName(operation.path) + ' ' + how + failed);
         return;
     }
     Effect &effect = put(operation, how);
@@ -147,9 +147,9 @@ void Journal::closed(const Operation &operation)
     const QByteArray path = open_.take(operation.fd);
     openedNow_.removeAll(operation.fd);
     if (!operation.ok())
-        put(operation, "close what is not open").over = true;
+        tell(operation, "close what is not open");
     else if (isPort(path))
-        put(operation, "close " + path).over = true;
+        tell(operation, "close " + path);
     else if (!path.isEmpty()) {
         fileDid(operation, "close");
         last(operation.thread)->over = true;
@@ -158,38 +158,32 @@ void Journal::closed(const Operation &operation)
 
 void Journal::received(const Operation &operation)
 {
-    if (operation.path == link_ && !link_.isEmpty()) {
-        silent_.remove(operation.fd);
-        if (operation.result > 0) {
-            heard_ = true;
-            idleTurns_ = 0;
-        } else if (!silent_.remove(operation.fd)) {
-            silent_.insert(operation.fd);
-        }
-        return;
-    }
-    if (!isPort(operation.path)) {
-        if (operation.result > 0)
+    const bool empty = operation.result <= 0, port = isPort(operation.path);
+    if (!port) {
+        if (!empty)
             fileDid(operation, "read");
         return;
     }
-    const bool again = silent_.contains(operation.fd);
-    silent_.remove(operation.fd);
-    Effect *effect = last(operation.thread);
-    const bool goesOn =
-        effect && !effect->over && effect->file == "receive" && effect->fd == operation.fd;
-    if (operation.result <= 0 && !again) {
+    const bool again = silent_.remove(operation.fd);
+    const bool link = operation.path == link_;
+    if (empty && (!again || link))
         silent_.insert(operation.fd);
+    if (link) {
+        heard_ = heard_ || !empty;
+        idleTurns_ = empty ? idleTurns_ : 0;
         return;
     }
-    if (!goesOn) {
+    if (empty && !again)
+        return;
+    Effect *effect = last(operation.thread);
+    if (!effect || effect->over || effect->file != "receive" || effect->fd != operation.fd) {
         effect = &put(operation, "receive " + operation.path);
         effect->file = "receive";
         effect->fd = operation.fd;
         effect->steps.append({Operation::Read, {}, -1, {}});
     }
     effect->steps[0].bytes += operation.bytes;
-    effect->over = effect->silence = operation.result <= 0;
+    effect->over = effect->silence = empty;
 }
 
 void Journal::written(const Operation &operation)
@@ -197,13 +191,12 @@ void Journal::written(const Operation &operation)
     if (operation.fd == -2 || operation.fd == 2)
         return;
     if (operation.fd == 1) {
-        put(operation, "print " + quotedBytes(operation.bytes)).over = true;
+        tell(operation, "print " + quotedBytes(operation.bytes));
     } else if (isPort(operation.path)) {
-        put(operation, "send " + operation.path + ' ' + quotedBytes(operation.bytes)).over = true;
+        tell(operation, "send " + operation.path + ' ' + quotedBytes(operation.bytes));
     } else if (operation.fd < 1) {
-        put(operation,
-            QString("send descriptor %1 ").arg(operation.fd) + quotedBytes(operation.bytes))
-            .over = true;
+        tell(operation,
+             QString("send descriptor %1 ").arg(operation.fd) + quotedBytes(operation.bytes));
     } else if (operation.path.startsWith("/dev/input/")) {
         fileDid(operation, eventText(operation.bytes));
     } else {
@@ -215,16 +208,17 @@ void Journal::controlled(const Operation &operation)
 {
     QString text;
     if (operation.fd == 0 && operation.args.value(1) == "F_SETFL")
-        text = "stdin "
-            + QString(operation.args.value(2))
-                  .toLower()
-                  .remove("o_rdonly|")
-                  .remove("o_")
-                  .replace('|', ' ');
+        text = "stdin " + openMode(operation.args.value(2), false).remove("read-only ");
     else if (isPort(operation.path))
         text = controlText(operation);
     if (!text.isEmpty())
-        put(operation, text).over = true;
+        tell(operation, text);
+}
+
+void Journal::started(const Operation &operation)
+{
+    if (operation.ok() && !operation.args.join(',').contains("CLONE_THREAD"))
+        childOf(operation, int(operation.result));
 }
 
 // A command has its place where the agent started it, however late it becomes a program.
@@ -255,10 +249,10 @@ void Journal::ran(const Operation &operation)
 }
 
 // A program whose end the agent awaits before it does anything else was waited for.
-void Journal::reaped(int child)
+void Journal::reaped(const Operation &operation)
 {
     for (Effect &effect : effects_) {
-        if (effect.child != child || child <= 0)
+        if (operation.result <= 0 || effect.child != operation.result)
             continue;
         effect.awaited = !effect.over && last(effect.thread) == &effect;
         effect.over = true;
@@ -295,5 +289,5 @@ void Journal::synced(const Operation &operation)
     if (effect && !effect->over && open_.contains(effect->fd) && !effect->file.isEmpty())
         effect->steps.append({operation.kind, "sync", -1, {}});
     else
-        put(operation, "sync").over = true;
+        tell(operation, "sync");
 }

@@ -48,6 +48,7 @@ private:
     };
 
     Effect &put(const Operation &operation, const QString &text);
+    void tell(const Operation &operation, const QString &text); // in a line that nothing joins
     Effect *last(int thread);
     Effect &stepsOf(const Operation &operation);
     void opened(const Operation &operation);
@@ -59,7 +60,12 @@ private:
     void controlled(const Operation &operation);
     Effect &childOf(const Operation &operation, int child);
     void ran(const Operation &operation);
-    void reaped(int child);
+    void started(const Operation &operation);
+    void reaped(const Operation &operation);
+    void resized(const Operation &operation);
+    void renamed(const Operation &operation);
+    void waited(const Operation &operation);
+    void ended(const Operation &operation);
     void paused(const Operation &operation);
     void synced(const Operation &operation);
     QStringList linesOf(int thread) const;

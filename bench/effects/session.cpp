@@ -1,6 +1,7 @@
 #include "effects/session.h"
 #include "fixture/finger.h"
 #include "fixture/fixture.h"
+#include "panel/filewrite.h"
 #include "panel/folders.h"
 #include "panel/virtualpanel.h"
 #include "station/codec.h"
@@ -112,6 +113,16 @@ private:
 
 } // namespace
 
+QStringList EffectSection::given(const QString &verb) const
+{
+    QStringList all;
+    for (const QString &condition : conditions) {
+        if (condition.section(' ', 0, 0) == verb)
+            all << condition.section(' ', 1);
+    }
+    return all;
+}
+
 QVector<EffectSection> readEffects(const QString &file)
 {
     return TextReader().read(file);
@@ -122,12 +133,8 @@ QString effectDifference(const QStringList &expected, const QStringList &seen)
     if (expected == seen)
         return {};
     QTemporaryDir folder;
-    const QPair<QString, QStringList> sides[] = {{"expected", expected}, {"seen", seen}};
-    for (const auto &side : sides) {
-        QFile file(folder.filePath(side.first));
-        file.open(QIODevice::WriteOnly);
-        file.write(side.second.join('\n').toUtf8() + '\n');
-    }
+    writeInPlace(folder.filePath("expected"), expected.join('\n').toUtf8() + '\n');
+    writeInPlace(folder.filePath("seen"), seen.join('\n').toUtf8() + '\n');
     QProcess diff;
     diff.setWorkingDirectory(folder.path());
     diff.start("diff", {"-U99", "--label", "expected", "--label", "seen", "expected", "seen"});
@@ -159,13 +166,8 @@ void EffectSession::readTrace()
 
 QStringList EffectSession::run(const EffectSection &section)
 {
-    QString until;
-    for (const QString &condition : section.conditions) {
-        if (condition.startsWith("until "))
-            until = condition.mid(6);
-        else
-            prepare(condition);
-    }
+    for (const QString &condition : section.conditions)
+        prepare(condition);
     if (!journal_ && section.title != "boot")
         boot({});
     const bool request = section.title != "boot" && !section.title.startsWith("do ");
@@ -173,8 +175,8 @@ QStringList EffectSession::run(const EffectSection &section)
     // A request whose bytes a busy machine tore apart is not heard: a station repeats it.
     for (int tries = 0; tries < 3 && lines.isEmpty(); ++tries) {
         perform(section);
-        settle(until, request);
-        lines = masked(section, journal_->take());
+        settle(section.given("until").value(0), request);
+        lines = journal_->take();
         if (!request || section.effects.isEmpty())
             break;
     }
@@ -191,17 +193,15 @@ void EffectSession::perform(const EffectSection &section)
         act(section.title.mid(3));
     else
         ask(section.title);
-    for (const QString &condition : section.conditions) {
-        if (condition.startsWith("during "))
-            act(condition.mid(7));
-    }
+    for (const QString &action : section.given("during"))
+        act(action);
 }
 
 // What "- " lines ask for before the section begins.
 void EffectSession::prepare(const QString &condition)
 {
     const QString verb = condition.section(' ', 0, 0), rest = condition.section(' ', 1);
-    if (QStringList{"during", "mask", "without", "agent", "awaits"}.contains(verb))
+    if (QStringList{"until", "during", "agent", "awaits"}.contains(verb))
         return;
     if (verb == "first") {
         if (!journal_)
@@ -222,47 +222,45 @@ void EffectSession::act(const QString &action)
 {
     const QString verb = action.section(' ', 0, 0), rest = action.section(' ', 1);
     const QString path = rest.section(' ', 0, 0), value = rest.section(' ', 1);
+    const QByteArray bytes = unprintable(value.toLatin1());
     const QPoint spot(path.toInt(), value.toInt());
+    Finger finger(*panel_);
     QString wrong;
-    if (verb == "fault")
-        wrong = fixture_->setFault(rest);
-    else if (verb == "mend")
-        wrong = fixture_->clearFault(rest);
-    else if (verb == "plug" || verb == "unplug")
-        wrong = fixture_->act(verb, rest);
-    else if (verb == "absent" || verb == "present")
-        panel_->setPresent(rest, verb == "present");
-    else if (verb == "level")
-        panel_->writeFile("/usr/local/ict/HMI_TEST_LEVEL.txt",
-                          rest.toLatin1().leftJustified(3) + '\n');
-    else if (verb == "passed")
-        passAll(rest);
-    else if (verb == "file")
-        QDir().mkpath(QFileInfo(panel_->hostPath(path)).path()),
-            panel_->writeFile(path, unprintable(value.toLatin1()));
-    else if (verb == "arrives")
-        panel_->port(path == "/dev/ttyO3" ? Port::ttyO3 : Port::ttyO4)
-            ->send(unprintable(value.toLatin1()));
-    else if (verb == "remove")
-        QFile::remove(panel_->hostPath(rest));
-    else if (verb == "set")
-        panel_->setAttribute(path, value.toLatin1());
-    else if (verb == "new")
-        panel_->powerOff(), panel_->factoryNew();
-    else if (verb == "press")
-        panel_->touchPress(spot);
-    else if (verb == "release")
-        panel_->touchRelease();
-    else if (verb == "tap")
-        panel_->tap(spot);
-    else if (verb == "touch" || verb == "point")
-        wrong = Finger(*panel_).tap(spot, verb == "touch");
-    else if (verb == "calibrate" || verb == "calibrate3")
-        wrong = Finger(*panel_).calibrate(verb == "calibrate");
-    else if (verb == "check")
-        wrong = Finger(*panel_).check();
-    else
-        wrong = "nobody knows how to \"" + action + '"';
+    const auto plug = [&] { wrong = fixture_->act(verb, rest); };
+    const auto appear = [&] { panel_->setPresent(rest, verb == "present"); };
+    const auto renew = [&] {
+        panel_->powerOff();
+        panel_->factoryNew();
+    };
+    const auto arrive = [&] {
+        panel_->port(path == "/dev/ttyO3" ? Port::ttyO3 : Port::ttyO4)->send(bytes);
+    };
+    const QHash<QString, std::function<void()>> actions{
+        {"fault", [&] { wrong = fixture_->setFault(rest); }},
+        {"mend", [&] { wrong = fixture_->clearFault(rest); }},
+        {"plug", plug},
+        {"unplug", plug},
+        {"absent", appear},
+        {"present", appear},
+        {"level", [&] { panel_->setLevel(rest); }},
+        {"passed", [&] { passAll(rest); }},
+        {"file", [&] { panel_->writeFile(path, bytes); }},
+        {"arrives", arrive},
+        {"remove", [&] { QFile::remove(panel_->hostPath(rest)); }},
+        {"set", [&] { panel_->setAttribute(path, value.toLatin1()); }},
+        {"new", renew},
+        {"press", [&] { panel_->touchPress(spot); }},
+        {"release", [&] { panel_->touchRelease(); }},
+        {"tap", [&] { panel_->tap(spot); }},
+        {"touch", [&] { wrong = finger.tap(spot); }},
+        {"point", [&] { wrong = finger.tap(spot, false); }},
+        {"calibrate", [&] { wrong = finger.calibrate(); }},
+        {"calibrate3", [&] { wrong = finger.calibrate(false); }},
+        {"check", [&] { wrong = finger.check(); }},
+    };
+    if (!actions.contains(verb))
+        throw BenchError("nobody knows how to \"" + action + '"');
+    actions[verb]();
     if (!wrong.isEmpty())
         throw BenchError(wrong);
 }
@@ -290,15 +288,10 @@ void EffectSession::boot(const EffectSection &section)
     read_ = 0;
     reader_ = std::make_unique<TraceReader>();
     journal_ = std::make_unique<Journal>();
-    QStringList args;
-    for (const QString &condition : section.conditions) {
-        if (condition.startsWith("agent "))
-            args = condition.mid(6).split(' ');
-    }
+    const QStringList args = section.given("agent").join(' ').split(' ', Qt::SkipEmptyParts);
     // In the other run modes no port is a link.
-    const bool burnIn = panel_->readFile("/usr/local/ict/HMI_TEST_LEVEL.txt").startsWith("BI");
     if (args.isEmpty())
-        journal_->setLink(burnIn ? "/dev/ttyO3" : "/dev/ttyO1");
+        journal_->setLink(QByteArray("/dev/") + portName(panel_->link()));
     panel_->powerOn(args);
     if (section.title.isEmpty())
         settle({}, false);
@@ -307,8 +300,7 @@ void EffectSession::boot(const EffectSection &section)
 // A request as `bench send` takes it, CODE and ARGUMENT, or its bytes in quotes.
 void EffectSession::ask(const QString &request)
 {
-    const bool burnIn = panel_->readFile("/usr/local/ict/HMI_TEST_LEVEL.txt").startsWith("BI");
-    PtyPort *const port = panel_->port(burnIn ? Port::ttyO3 : Port::ttyO1);
+    PtyPort *const port = panel_->port(panel_->link());
     if (request.startsWith('"')) {
         port->send(unprintable(request.mid(1, request.lastIndexOf('"') - 1).toLatin1()));
         return;
@@ -335,20 +327,4 @@ void EffectSession::settle(const QString &until, bool request)
         throw BenchError(until.isEmpty() ? QString("the agent does not come to rest")
                                          : QString("no effect \"%1\" came").arg(until));
     readTrace();
-}
-
-QStringList EffectSession::masked(const EffectSection &section, QStringList lines) const
-{
-    for (const QString &condition : section.conditions) {
-        const QString words = condition.section(' ', 1);
-        if (condition.startsWith("mask "))
-            lines.replaceInStrings(QRegularExpression(words.section(' ', 0, 0)),
-                                   words.section(' ', 1));
-        if (condition.startsWith("without ")) {
-            const QStringList left = lines.filter(QRegularExpression(words));
-            for (const QString &line : left)
-                lines.removeAll(line);
-        }
-    }
-    return lines;
 }

@@ -13,10 +13,11 @@ struct EffectSection {
     QString title;
     QStringList conditions, effects;
     int line = 0; // of the title in its file
+    QStringList given(const QString &verb) const; // what follows it, of each such condition
     // The agent does not do so yet, for the reason given: not counted as a difference.
     bool isAwaited() const
     {
-        return !conditions.filter("awaits ").isEmpty();
+        return !given("awaits").isEmpty();
     }
 };
 
@@ -51,7 +52,6 @@ private:
     void passAll(const QString &level);
     void ask(const QString &request);
     void settle(const QString &until, bool request);
-    QStringList masked(const EffectSection &section, QStringList lines) const;
 
     std::unique_ptr<VirtualPanel> panel_;
     std::unique_ptr<Fixture> fixture_;

@@ -40,47 +40,27 @@ const QHash<QByteArray, Operation::Kind> &kinds()
 }
 
 // "\x41" to A; strace writes every byte of every text so.
-QByteArray decoded(const QByteArray &text)
+QByteArray decoded(QByteArray text)
 {
-    QByteArray bytes;
-    for (int i = 0; i < text.size(); ++i) {
-        if (text.mid(i, 2) == "\\x" && i + 3 < text.size()) {
-            bytes += QByteArray::fromHex(text.mid(i + 2, 2));
-            i += 3;
-        } else {
-            bytes += text[i];
-        }
-    }
-    return bytes;
+    return QByteArray::fromPercentEncoding(text.replace("\\x", "\\"), '\\');
 }
 
-// The end of the list that begins after the bracket before `from`.
-int closing(const QByteArray &text, int from)
+// The elements of the list that begins before `from`, at its commas but not those inside brackets;
+// `end`: where it ends, -1 if it does not.
+QList<QByteArray> elements(const QByteArray &text, int from, int *end)
 {
+    QList<QByteArray> all;
     int depth = 0;
-    for (int i = from; i < text.size(); ++i) {
-        if (strchr("([{", text[i]))
-            ++depth;
-        else if (strchr(")]}", text[i]) && depth-- == 0)
-            return i;
-    }
-    return -1;
-}
-
-// The elements of a list, at its commas but not those inside brackets.
-QList<QByteArray> split(const QByteArray &list)
-{
-    QList<QByteArray> elements;
-    int depth = 0, from = 0;
-    for (int i = 0; i <= list.size(); ++i) {
-        const char c = i < list.size() ? list[i] : ',';
+    for (*end = from; *end < text.size() && depth >= 0; ++*end) {
+        const char c = text[*end];
         depth += strchr("([{", c) ? 1 : strchr(")]}", c) ? -1 : 0;
-        if (c == ',' && (depth == 0 || i == list.size())) {
-            elements << list.mid(from, i - from).trimmed();
-            from = i + 1;
+        if (depth < 0 || (depth == 0 && c == ',')) {
+            all << text.mid(from, *end - from).trimmed();
+            from = *end + 1;
         }
     }
-    return elements;
+    *end = depth < 0 ? *end - 1 : -1;
+    return all;
 }
 
 // The texts between quotes, none of which holds one; the path between the angle brackets of
@@ -100,15 +80,11 @@ QByteArray annotated(const QByteArray &arg)
     return to > from ? decoded(arg.mid(from + 1, to - from - 1)) : QByteArray();
 }
 
-qint64 numberIn(const QByteArray &text, const char *after)
+// The number behind the first `after`, 0 where there is none.
+qint64 numberIn(const QByteArray &text, const char *after = "")
 {
     const int at = text.indexOf(after);
     return at < 0 ? 0 : strtoll(text.constData() + at + strlen(after), nullptr, 0);
-}
-
-int descriptorIn(const QByteArray &arg)
-{
-    return int(strtol(arg.constData(), nullptr, 10));
 }
 
 } // namespace
@@ -161,14 +137,15 @@ bool TraceReader::parse(QByteArray line, Operation *operation)
     // Pictures for whoever looks at the screen, which can be most of a trace.
     if (line.startsWith("write") && line.left(40).contains("<socket:"))
         return false;
-    const int open = line.indexOf('('), close = closing(line, open + 1);
+    const int open = line.indexOf('(');
+    int close = -1;
+    operation->args = elements(line, open + 1, &close);
     if (open <= 0 || close < 0)
         return false;
     operation->name = line.left(open);
     operation->kind = kinds().value(operation->name, Operation::Other);
-    operation->args = split(line.mid(open + 1, close - open - 1));
     const QByteArray result = line.mid(line.indexOf("= ", close) + 2);
-    operation->result = strtoll(result.constData(), nullptr, 0);
+    operation->result = numberIn(result);
     if (operation->result < 0 || result.startsWith('?'))
         operation->error = result.split(' ').value(1);
     if (operation->kind == Operation::Open && operation->ok())
@@ -210,45 +187,46 @@ void TraceReader::adopt(int thread, int parent, bool asThread)
     threads_[thread] = process;
 }
 
-void TraceReader::started(const Operation &operation)
+void TraceReader::becomeProgram(Process *process, Operation *operation)
 {
-    const int thread = int(operation.result);
-    if (operation.ok() && thread > 0 && !threads_.contains(thread))
-        adopt(thread, operation.thread, operation.args.join(',').contains("CLONE_THREAD"));
+    int end = 0;
+    operation->path = quoted(operation->args.value(0));
+    for (const QByteArray &word : elements(operation->args.value(1), 1, &end))
+        operation->words << quoted(word);
+    if (!process->ran && !process->root) {
+        operation->starter = process->starter;
+        operation->branch = process->branch;
+    }
+    if (!operation->ok())
+        return;
+    process->ran = true;
+    for (auto i = process->files.begin(); i != process->files.end();)
+        i = i->closeOnExec ? process->files.erase(i) : std::next(i);
 }
 
 void TraceReader::resolve(Operation *operation)
 {
-    Process &process = *threads_[operation->thread];
+    const std::shared_ptr<Process> process = threads_[operation->thread];
+    const QByteArray args = operation->args.join(',');
+    const int child = int(operation->result);
     switch (operation->kind) {
     case Operation::Start:
-        started(*operation);
+        if (child > 0 && !threads_.contains(child))
+            adopt(child, operation->thread, args.contains("CLONE_THREAD"));
         break;
     case Operation::Program:
-        operation->path = quoted(operation->args.value(0));
-        for (const QByteArray &word : split(operation->args.value(1).mid(1).chopped(1)))
-            operation->words << quoted(word);
-        if (!process.ran && !process.root) {
-            operation->starter = process.starter;
-            operation->branch = process.branch;
-        }
-        if (!operation->ok())
-            break;
-        process.ran = true;
-        for (auto i = process.files.begin(); i != process.files.end();)
-            i = i->closeOnExec ? process.files.erase(i) : std::next(i);
+        becomeProgram(process.get(), operation);
         break;
     case Operation::Exit: // its number may be given again
-        if (!process.root)
+        if (!process->root)
             threads_.remove(operation->thread);
         break;
     case Operation::Reap:
         if (operation->name == "waitid" && operation->ok())
-            operation->result = numberIn(operation->args.join(','), "si_pid=");
+            operation->result = numberIn(args, "si_pid=");
         break;
     case Operation::Pause:
-        operation->at = numberIn(operation->args.join(','), "tv_sec=") * 1000000000
-            + numberIn(operation->args.join(','), "tv_nsec=");
+        operation->at = numberIn(args, "tv_sec=") * 1000000000 + numberIn(args, "tv_nsec=");
         break;
     case Operation::Open:
     case Operation::Rename:
@@ -304,7 +282,7 @@ void TraceReader::copyDescriptor(const Operation &operation)
 void TraceReader::resolveDescriptor(Operation *operation)
 {
     const QByteArray first = operation->args.value(0);
-    operation->fd = descriptorIn(first);
+    operation->fd = int(numberIn(first));
     Files &files = threads_[operation->thread]->files;
     const std::shared_ptr<File> file = files.value(operation->fd).file;
     operation->path = file ? file->path : annotated(first);
@@ -319,14 +297,14 @@ void TraceReader::resolveDescriptor(Operation *operation)
         if (operation->fd == -2)
             structure_ = operation->bytes;
         if (operation->name.startsWith('p'))
-            operation->at = strtoll(operation->args.value(3).constData(), nullptr, 0);
+            operation->at = numberIn(operation->args.value(3));
         else if (file && (!file->append || operation->kind == Operation::Read))
             operation->at = file->position;
         if (file && operation->ok() && !operation->name.startsWith('p'))
             file->position += operation->result;
         break;
     case Operation::Truncate:
-        operation->at = strtoll(second.constData(), nullptr, 0);
+        operation->at = numberIn(second);
         break;
     case Operation::Close:
         if (operation->ok())

@@ -85,7 +85,7 @@ private:
     void resolveDescriptor(Operation *operation);
     void resolvePaths(Operation *operation);
     void copyDescriptor(const Operation &operation);
-    void started(const Operation &operation);
+    void becomeProgram(Process *process, Operation *operation);
     void adopt(int thread, int parent, bool asThread);
     Process &processOf(int thread);
 

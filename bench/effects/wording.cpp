@@ -8,20 +8,20 @@
 
 #include <linux/serial.h>
 
-QString openMode(const QList<QByteArray> &args, bool port)
+QString openMode(const QByteArray &flags, bool port)
 {
     static const QPair<const char *, const char *> words[] = {
         {"O_RDONLY", "read-only"}, {"O_WRONLY", "write-only"}, {"O_RDWR", "read-write"},
         {"O_CREAT", "create"},     {"O_EXCL", "new"},          {"O_TRUNC", "truncate"},
         {"O_APPEND", "append"},    {"O_NOCTTY", "noctty"},     {"O_NONBLOCK", "nonblock"},
         {"O_DSYNC", "dsync"},      {"O_SYNC", "synchronous"}};
-    const QByteArrayList flags = args.value(args[0].startsWith('"') ? 1 : 2).split('|');
+    const QByteArrayList set = flags.split('|');
     QStringList mode;
     for (const auto &word : words) {
-        if (flags.contains(word.first))
+        if (set.contains(word.first))
             mode << word.second;
     }
-    if (port && flags.contains("O_CLOEXEC"))
+    if (port && set.contains("O_CLOEXEC"))
         mode << "cloexec"; // which is every file's, too
     return mode.join(' ');
 }

@@ -3,7 +3,7 @@
 #include "effects/trace.h"
 
 // How the journal words single calls.
-QString openMode(const QList<QByteArray> &args, bool port); // of open, openat
+QString openMode(const QByteArray &flags, bool port); // of open, openat, F_SETFL
 QString shortName(const QByteArray &path); // without /usr/local/ict
 QString changedName(const Operation &operation); // renamed, removed, ...
 QString controlText(const Operation &port); // of a port's ioctl; empty for mere questions

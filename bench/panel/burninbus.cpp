@@ -5,7 +5,7 @@ BurnInBus::BurnInBus(int count)
     QVector<PtyPort *> ports;
     for (int number = 1; number <= count; ++number) {
         panels_.push_back(std::make_unique<VirtualPanel>());
-        panel(number).writeFile("/usr/local/ict/HMI_TEST_LEVEL.txt", "BI \n");
+        panel(number).setLevel("BI");
         panel(number).writeFile("/usr/local/ict/HMI_STATION_NUM.txt",
                                 QByteArray::number(number, 16).rightJustified(2, '0').toUpper());
         ports << panel(number).port(Port::ttyO3);

@@ -261,6 +261,7 @@ QByteArray VirtualPanel::readFile(const QString &panelPath) const
 void VirtualPanel::writeFile(const QString &panelPath, const QByteArray &content)
 {
     QFile file(hostPath(panelPath));
+    QDir().mkpath(QFileInfo(file).path());
     if (!file.open(QIODevice::WriteOnly) || file.write(content) != content.size())
         throw BenchError(QString("Cannot write %1: %2").arg(file.fileName(), file.errorString()));
 }
@@ -274,6 +275,16 @@ void VirtualPanel::setAttribute(const QString &panelPath, const QByteArray &valu
 QByteArray VirtualPanel::attribute(const QString &panelPath) const
 {
     return readFile(panelPath).trimmed();
+}
+
+void VirtualPanel::setLevel(const QString &level)
+{
+    writeFile(levelFile, level.leftJustified(3).toLatin1() + '\n');
+}
+
+Port VirtualPanel::link() const
+{
+    return readFile(levelFile).startsWith("BI") ? Port::ttyO3 : Port::ttyO1;
 }
 
 int VirtualPanel::backlight() const

@@ -88,6 +88,8 @@ class VirtualPanel : public QObject {
     Q_OBJECT
 
 public:
+    static constexpr char levelFile[] = "/usr/local/ict/HMI_TEST_LEVEL.txt";
+
     explicit VirtualPanel(const PanelOptions &options = {}, QObject *parent = nullptr);
     ~VirtualPanel() override;
 
@@ -118,7 +120,11 @@ public:
     {
         return ports_[size_t(id)];
     }
-    // What a PC-side program opens as the PC link; at level BI that is ttyO3, else ttyO1.
+    // What the level file, four bytes, says from the next boot on: "ICT", "T1", ...
+    void setLevel(const QString &level);
+    // The PC link: ttyO3 while the level file says BI, else ttyO1.
+    Port link() const;
+    // What a program of this machine opens as the far end of a port.
     QString linkPath(Port id = Port::ttyO1) const
     {
         return port(id)->outsidePath();
@@ -144,6 +150,7 @@ public:
         return folder_;
     }
     QByteArray readFile(const QString &panelPath) const; // empty if missing
+    // Makes folders that are missing. Throws BenchError.
     void writeFile(const QString &panelPath, const QByteArray &content);
 
     // Attributes. A change is one write of equal length: no reader ever meets an empty file.
