@@ -39,11 +39,6 @@ void PanelClock::write(const char *name, double seconds) const
     writeInPlace(folder_ + '/' + name, QString::asprintf(layout, seconds).toLatin1());
 }
 
-QDateTime PanelClock::systemTime() const
-{
-    return QDateTime::currentDateTime().addMSecs(qint64(std::llround(read("system") * 1000)));
-}
-
 QDateTime PanelClock::rtcTime() const
 {
     return QDateTime::currentDateTime().addMSecs(

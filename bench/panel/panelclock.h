@@ -15,7 +15,6 @@ public:
     // `folder` holds the clocks' files; `attribute` is the RTC's since_epoch file. Both must exist.
     PanelClock(const QString &folder, const QString &attribute);
 
-    QDateTime systemTime() const;
     QDateTime rtcTime() const; // as the panel reads it, fault included
     // Makes every reading of the RTC wrong by so many seconds; 0 repairs it.
     void setRtcFault(double seconds);

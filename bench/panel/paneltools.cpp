@@ -15,11 +15,6 @@ QVector<ToolCall> VirtualPanel::calls() const
     return calls;
 }
 
-void VirtualPanel::clearCalls()
-{
-    QFile::resize(hostPath("/run/bench/calls"), 0);
-}
-
 void VirtualPanel::toolPrints(const QString &tool, const QByteArray &text)
 {
     restoreTool(tool);

@@ -22,6 +22,24 @@ template <typename T> T *inThread(QThread &thread, T *object)
     return object;
 }
 
+std::unique_ptr<QLockFile> lockFolder(const QString &folder)
+{
+    auto lock = std::make_unique<QLockFile>(folder + "/lock");
+    lock->setStaleLockTime(0); // but of a process that is no more it is taken over
+    if (lock->tryLock())
+        return lock;
+    qint64 pid = 0;
+    QString host, program;
+    lock->getLockInfo(&pid, &host, &program);
+    throw BenchError(pid ? QString("A panel runs in %1 already (process %2): end it or take "
+                                   "another folder")
+                               .arg(folder)
+                               .arg(pid)
+                         : QString("The panel's folder %1 cannot be written: check that it is "
+                                   "yours")
+                               .arg(folder));
+}
+
 } // namespace
 
 void useArmAgent()
@@ -56,20 +74,7 @@ VirtualPanel::VirtualPanel(const PanelOptions &options, QObject *parent)
     folder_ = QFileInfo(folder_).absoluteFilePath();
     root_ = folder_ + "/root";
     QDir().mkpath(folder_);
-    lock_ = std::make_unique<QLockFile>(folder_ + "/lock");
-    lock_->setStaleLockTime(0); // but of a process that is no more it is taken over
-    if (!lock_->tryLock()) {
-        qint64 pid = 0;
-        QString host, program;
-        lock_->getLockInfo(&pid, &host, &program);
-        throw BenchError(pid ? QString("A panel runs in %1 already (process %2): end it or take "
-                                       "another folder")
-                                   .arg(folder_)
-                                   .arg(pid)
-                             : QString("The panel's folder %1 cannot be written: check that it is "
-                                       "yours")
-                                   .arg(folder_));
-    }
+    lock_ = lockFolder(folder_);
     const QString socket = options_.board ? Board::vncSocket(folder_) : hostPath("/run/bench/vnc");
     if (socket.size() > 100) // a socket's path has 108 bytes
         throw BenchError(QString("The panel's folder %1 has too long a path: choose a shorter one")
@@ -294,11 +299,6 @@ int VirtualPanel::backlight() const
     for (int i = 0; i < 20 && (text = attribute(attribute::backlight)).isEmpty(); ++i)
         QThread::msleep(1);
     return text.toInt();
-}
-
-QByteArray VirtualPanel::bootEnvironment() const
-{
-    return readFile("/var/lib/bootenv");
 }
 
 quint16 VirtualPanel::vncPort() const

@@ -160,13 +160,10 @@ public:
 
     // The image's programs. Every call is recorded; a fault stays until restoreTool().
     QVector<ToolCall> calls() const;
-    void clearCalls();
     void toolPrints(const QString &tool, const QByteArray &text); // and does nothing; "" is silence
     void toolHangs(const QString &tool);
     void toolMissing(const QString &tool);
     void restoreTool(const QString &tool);
-    // What fw_setenv was given since factory-new, line by line.
-    QByteArray bootEnvironment() const;
 
     PanelClock &clock();
     InputEvents &events() // the buzzer
