@@ -48,7 +48,7 @@ bool File::replaceBy(const QByteArray &text)
         return false;
     if (lseek(m_fd, 0, SEEK_SET) != 0 || !write(text.constData(), size))
         return false;
-    if (old > size)
+    if (old > size && size > 0)
         fsync(m_fd);
     const bool stored = ftruncate(m_fd, size) == 0 && fsync(m_fd) == 0;
     sync(); // the folder's entry of a new file too
