@@ -2,6 +2,7 @@
 #include "panel/filewrite.h"
 
 #include <QFile>
+#include <QThread>
 #include <QTimer>
 
 #include <cmath>
@@ -48,6 +49,10 @@ QDateTime PanelClock::rtcTime() const
 void PanelClock::setRtcFault(double seconds)
 {
     write("fault", seconds);
+    // At once: a busy machine may be late with the next refresh, and a request early.
+    const bool here = QThread::currentThread() == thread();
+    QMetaObject::invokeMethod(
+        this, [this] { refresh(); }, here ? Qt::DirectConnection : Qt::BlockingQueuedConnection);
 }
 
 void PanelClock::powerOn()
