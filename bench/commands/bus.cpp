@@ -1,6 +1,6 @@
-#include "panel/burninbus.h"
 #include "commands/commands.h"
 #include "commands/interrupt.h"
+#include "panel/burninbus.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>

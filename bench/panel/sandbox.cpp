@@ -112,9 +112,10 @@ QStringList sandboxArguments(const PanelOptions &options, const QString &root,
     checkMachine(options);
     // Each namespace by name: "--unshare-all" would go on without a user namespace where it cannot
     // have one, and as root the panel's `date` would then set this machine's clock.
-    QStringList args = words("--unshare-user --unshare-pid --unshare-net --unshare-ipc --unshare-uts "
-                             "--uid 0 --gid 0 --hostname panel --cap-drop ALL --die-with-parent "
-                             "--new-session");
+    QStringList args =
+        words("--unshare-user --unshare-pid --unshare-net --unshare-ipc --unshare-uts "
+              "--uid 0 --gid 0 --hostname panel --cap-drop ALL --die-with-parent "
+              "--new-session");
     args << environment() << fileSystem(options, root) << "--chdir"
          << "/";
     args << "/run/bench/init" << options.wrapper;

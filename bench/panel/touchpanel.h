@@ -15,8 +15,8 @@ struct TouchPanel {
     double yx = 0, yy = 4096.0 / 480, y0 = 4096.0 / 480 / 2;
     double noise = 0; // standard deviation of each sample, in ADC steps
     double shift = 0; // pixels by which the foil has slipped to the right
-    // Pixels by which it reads too far right in the upper right and lower left corner, less and less
-    // towards the middle lines and not at all beyond: no affine calibration undoes that.
+    // Pixels by which it reads too far right in the upper right and lower left corner, less and
+    // less towards the middle lines and not at all beyond: no affine calibration undoes that.
     double bend = 0;
 
     // The foil of a panel as it comes from its maker: scaled, turned and off by a little.

@@ -116,8 +116,9 @@ class Reader {
 public:
     Reader(const QString &path, const Values &values)
         : values_(values)
+        , place_(QFileInfo(path).fileName())
     {
-        plan.file = place_ = QFileInfo(path).fileName();
+        plan.file = place_;
     }
     void read(const QJsonObject &root);
     void problem(const QString &what)

@@ -80,8 +80,8 @@ static QJsonArray measured(const StepResult &result, int tolerance)
     const QPoint target =
         judged ? touchTargets(checkMargin).value(result.step.code.at(3) - '1') : QPoint();
     QJsonArray values;
-    for (const auto &[axis, value] : {std::pair("x", touched.x() - target.x()),
-                                      std::pair("y", touched.y() - target.y())}) {
+    for (const auto &[axis, value] :
+         {std::pair("x", touched.x() - target.x()), std::pair("y", touched.y() - target.y())}) {
         QJsonObject one{{"name", QString(judged ? "%1, %2 off" : "%1 %2").arg(name, axis)},
                         {"unit", "px"},
                         {"value", value}};

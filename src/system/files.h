@@ -26,8 +26,8 @@ public:
     // Exactly all of `bytes` from the current place on; false if the file took fewer.
     bool write(const char *bytes, qint64 length);
 
-    // Makes `text` all that the file holds: written over what stands there in one write, then cut to
-    // its length, then synced. False unless all of it has reached the medium; what did not fit
+    // Makes `text` all that the file holds: written over what stands there in one write, then cut
+    // to its length, then synced. False unless all of it has reached the medium; what did not fit
     // leaves the file uncut.
     bool replaceBy(const QByteArray &text);
 

@@ -9,9 +9,7 @@
 #include <unistd.h>
 
 // The medium is memory; the command lines for the resume log and the exports are constants.
-extern "C" void sync()
-{
-}
+extern "C" void sync() { }
 extern "C" int fsync(int)
 {
     return 0;
