@@ -25,7 +25,9 @@ static int itemOutsideBi(int index)
 static QByteArray versionText()
 {
     static const int places[] = {0, 2, 3, 4, 5}; // the A and the four B of "A.BBBB.120\n"
-    const QByteArray version = QByteArray(HMIAppVersion).mid(VersionPrefixLength).trimmed();
+    QByteArray version = QByteArray(HMIAppVersion).mid(VersionPrefixLength);
+    while (version.endsWith('\n') || version.endsWith('\r'))
+        version.chop(1); // its end only: a blank before it has a place
     for (int place : places) {
         if (place < version.size())
             HMIFWVersion[place] = version[place];
