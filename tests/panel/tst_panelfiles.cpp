@@ -43,8 +43,8 @@ void TstPanelFiles::damagedFiles()
         {"noise for a level", levelFile, QByteArray(5000, '\xff'), fresh},
         {"flag file cut in a record", flagFile, QByteArray(180, '1'), "1101000000000000"},
         {"flag file of zero bytes", flagFile, QByteArray(16 * 64, '\0'), fresh},
-        {"flag file of noise", flagFile, QByteArray(16 * 64, 'x'), QByteArray(16, 'x')},
-        {"flag file too long", flagFile, QByteArray(100 * 64, 'x'), QByteArray(100, 'x')},
+        {"flag file of noise", flagFile, QByteArray(16 * 64, 'x'), "xxx1" + QByteArray(12, 'x')},
+        {"flag file too long", flagFile, QByteArray(100 * 64, 'x'), "xxx1" + QByteArray(96, 'x')},
     };
     for (const auto &row : rows) {
         qInfo("%s", row.name);
