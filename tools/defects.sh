@@ -10,8 +10,9 @@ Usage: tools/defects.sh [--scratch DIR] [--list] [NAME...]
 
 Applies each defect of tools/defects/*.txt, or those of the family NAME (panel, state, screens,
 values) and those whose own name begins with NAME, to a copy of the tree, builds, runs the test that
-should catch it and, if that passes, all others until one fails. Ends with a table and the percentage caught. Exit status 1: a defect is stale (its text is
-not in its file, or it does not build) or more than 5 % survive.
+should catch it and, if that passes, all others until one fails. Ends with a table and the
+percentage caught. Exit status 1: a defect is stale (its text is not in its file, or it does not
+build) or more than 5 % survive.
 
   --scratch DIR   the copy and its build (default build/defects), kept for the next run
   --list          names and tests, nothing is run; stale texts are found all the same
@@ -22,6 +23,7 @@ TEXT
 }
 
 scratch=build/defects list=
+side_by_side=$((8 * $(nproc))) # the tests mostly wait
 while [ $# -gt 0 ]; do
     case $1 in
     -h | --help) usage && exit ;;
@@ -123,7 +125,7 @@ judge() {
     fi
     make_targets all || { caught=stale; return; }
     # Far from the defect a failure counts if it repeats: this machine may be busy.
-    if ! run_tests -j 2 -E "^($test|version|example)\$"; then
+    if ! run_tests -j "$side_by_side" -E "^($test|version|example)\$"; then
         other=$(failing_test)
         run_tests -R "^$other\$" || caught="$other (not $test)"
     fi
@@ -156,7 +158,7 @@ prepare
 mapfile -t sound < <(printf '%s\n' "${tests[@]}" | sort -u)
 mapfile -t programs < <(printf '%s\n' "${sound[@]/#tst_effects_*/tst_effects}" | sort -u)
 make_targets ict-agent bench "${programs[@]}" || die "the tree does not build, see $scratch/log"
-run_tests -j 2 -R "^($(IFS='|' && echo "${sound[*]}"))\$" \
+run_tests -j "$side_by_side" -R "^($(IFS='|' && echo "${sound[*]}"))\$" \
     || die "$(failing_test) fails without any defect, see $scratch/log"
 
 say "${#names[@]} defects"
