@@ -1,7 +1,7 @@
 #include "panel/ptyport.h"
 #include "panel/bencherror.h"
+#include "panel/filewrite.h"
 
-#include <QDir>
 #include <QFile>
 #include <QSocketNotifier>
 #include <QThread>
@@ -11,6 +11,7 @@
 #include <chrono>
 #include <cstring>
 #include <fcntl.h>
+#include <glob.h>
 #include <poll.h>
 #include <pty.h>
 #include <sys/inotify.h>
@@ -43,19 +44,27 @@ const SpeedCode speeds[] = {
     {B38400, 38400}, {B57600, 57600}, {B115200, 115200},
 };
 
-// How many descriptors this machine's processes have open on a file, as far as this user may see.
-int countOpen(const QString &path)
+// A flag that means nothing to a terminal marks the descriptor that this object holds itself, and
+// with it the copies that a child process has of it between fork and exec.
+constexpr int ours = O_NOATIME;
+
+// Whether anyone else has the device open, as far as this user may see.
+bool isHeld(const QByteArray &device)
 {
-    int count = 0;
-    for (const QString &pid : QDir("/proc").entryList({"[0-9]*"}, QDir::Dirs)) {
-        const QDir fds("/proc/" + pid + "/fd");
-        for (const QString &fd : fds.entryList(QDir::Files | QDir::System)) {
-            char target[64] = "";
-            count += readlink(QFile::encodeName(fds.filePath(fd)), target, sizeof target - 1) > 0
-                && path == target;
-        }
+    glob_t open;
+    glob("/proc/[0-9]*/fd/*", GLOB_NOSORT, nullptr, &open);
+    bool held = false;
+    for (size_t i = 0; i < open.gl_pathc && !held; ++i) {
+        const QByteArray descriptor = open.gl_pathv[i];
+        char target[64] = "";
+        if (readlink(descriptor, target, sizeof target - 1) < 0 || device != target)
+            continue;
+        const QByteArray info = readWhole(QString(descriptor).replace("/fd/", "/fdinfo/"));
+        const int at = info.indexOf("flags:\t");
+        held = at >= 0 && !(info.mid(at + 7).split('\n')[0].toInt(nullptr, 8) & ours);
     }
-    return count;
+    globfree(&open);
+    return held;
 }
 
 } // namespace
@@ -98,6 +107,7 @@ PtyPort::PtyPort(Port id)
 {
     auto *outside = new QSocketNotifier(outside_.master, QSocketNotifier::Read, this);
     connect(outside, &QSocketNotifier::activated, this, &PtyPort::readOutside);
+    fcntl(outside_.slave, F_SETFL, ours);
     outsideWatch_ = inotify_add_watch(watch_, QFile::encodeName(outside_.path), IN_OPEN | IN_CLOSE);
     auto *uses = new QSocketNotifier(watch_, QSocketNotifier::Read, this);
     connect(uses, &QSocketNotifier::activated, this, &PtyPort::watchDevices);
@@ -271,7 +281,7 @@ void PtyPort::watchDevices()
     // that was killed does not keep others out, as it would with its exclusive lock.
     if (left) {
         ioctl(outside_.slave, TIOCNXCL);
-        attached_ = countOpen(outside_.path) > 1; // one is this object
+        attached_ = isHeld(outside_.path.toLatin1());
     }
     if (reopened || (closed && !isOpenOnPanel()))
         emptyReceiver();
