@@ -10,16 +10,6 @@
 
 namespace {
 
-struct Mode {
-    const char *name, *argument;
-    PfvpTable table;
-    const char *startText, *stopText;
-};
-const Mode modes[] = {
-    {"ems", "PFVP_EMS", PfvpTable::Ems, "EMS Start Test", "EMS Stop Test"},
-    {"emi", "PFVP_EMI", PfvpTable::Emi, "EMI Start Test", "EMI Stop Test"},
-    {"rd", "PFVP_RD", PfvpTable::Rd, "Auto Start", "Auto Stop"},
-};
 const char *const peerDies = "peer";
 constexpr int peerDiesCycles = 7; // enough to tell a peer that is found again from one that is not
 
@@ -60,111 +50,102 @@ int sumOf(const PfvpCounts &counts, bool withFails)
     return sum;
 }
 
-class Run {
-public:
-    Run(const Mode &mode, int cycles, const QStringList &faults)
-        : mode_(mode)
-        , cycles_(cycles)
-        , faults_(faults)
-        , needs_(pfvpNeeds(mode.table))
-    {
-    }
-
-    void prepare();
-    bool cycles();
-    bool judge();
-    void saveScreen(const QString &file);
-
-private:
-    bool await(int tests);
-    void dieAndReturn(int cycle);
-
-    const Mode &mode_;
-    const int cycles_;
-    const QStringList faults_;
-    const QVector<const char *> needs_;
-    PfvpStand stand_;
-    PfvpCounts counts_;
+struct Order {
+    PfvpTable table;
+    int cycles;
+    QStringList faults;
+    const PfvpMode &mode = pfvpMode(table);
 };
 
-void Run::prepare()
+void prepare(PfvpStand &stand, const Order &order)
 {
-    for (const QString &fault : faults_) {
-        const QString problem = fault == peerDies ? QString() : stand_.setFault(fault);
-        if (!problem.isEmpty())
-            throw BenchError(problem + " (`bench pfvp --help` shows them)");
+    for (const QString &fault : order.faults) {
+        if (fault != peerDies)
+            stand.setFault(fault);
     }
     puts("Two panels boot, one as slave ...");
-    stand_.start(mode_.argument);
-    if (!stand_.operatorOfPanel.press(mode_.startText))
+    stand.start(order.table);
+    if (!stand.operatorOfPanel.press(order.mode.startText))
         throw BenchError("the start button does not come up");
 }
 
-// Dead for the third cycle.
-void Run::dieAndReturn(int cycle)
-{
-    if (!faults_.contains(peerDies))
-        return;
-    if (cycle == 2) {
-        puts("The peer dies.");
-        stand_.peer.powerOff();
-    } else if (cycle == 3) {
-        puts("The peer returns ...");
-        stand_.startPeer();
-    }
-}
-
-// In slices, so that Ctrl-C is heard.
-bool Run::await(int tests)
+// After so many tests; looks in slices, so that Ctrl-C is heard.
+PfvpCounts await(PfvpStand &stand, PfvpTable table, int tests)
 {
     for (int second = 0; second < 120 && !interrupted(); ++second) {
-        counts_ = stand_.operatorOfPanel.countsAfter(mode_.table, tests, 1000);
-        if (sumOf(counts_, true) >= tests)
-            return true;
+        const PfvpCounts counts = stand.operatorOfPanel.countsAfter(table, tests, 1000);
+        if (sumOf(counts, true) >= tests)
+            return counts;
     }
-    return false;
+    throw BenchError(interrupted() ? "interrupted" : "the panel did not finish its cycles");
 }
 
-bool Run::cycles()
+// Dead for the third cycle.
+void dieAndReturn(PfvpStand &stand, int cycle)
 {
-    int passes = 0;
-    for (int cycle = 1; cycle <= cycles_; ++cycle) {
-        if (!await(cycle * needs_.size()))
-            return false;
-        const int now = sumOf(counts_, false);
-        printf("cycle %2d of %d: %d of %d items passed\n", cycle, cycles_, now - passes,
-               needs_.size());
+    if (cycle == 2) {
+        puts("The peer dies.");
+        stand.peer.powerOff();
+    } else if (cycle == 3) {
+        puts("The peer returns ...");
+        stand.startPeer();
+    }
+}
+
+PfvpCounts run(PfvpStand &stand, const Order &order)
+{
+    const int items = order.mode.needs.size();
+    PfvpCounts counts;
+    for (int cycle = 1, passes = 0; cycle <= order.cycles; ++cycle) {
+        counts = await(stand, order.table, cycle * items);
+        const int now = sumOf(counts, false);
+        printf("cycle %2d of %d: %d of %d items passed\n", cycle, order.cycles, now - passes,
+               items);
         fflush(stdout);
         passes = now;
-        dieAndReturn(cycle);
+        if (order.faults.contains(peerDies))
+            dieAndReturn(stand, cycle);
     }
-    return stand_.operatorOfPanel.press(mode_.stopText, 60000);
+    if (!stand.operatorOfPanel.press(order.mode.stopText))
+        throw BenchError("the panel did not finish its cycles");
+    return counts;
 }
 
-bool Run::judge()
+bool judge(const PfvpCounts &counts, const Order &order)
 {
     bool good = true;
     printf("\n  %-12s %6s %6s   allowed\n", "needs", "pass", "fail");
-    for (int i = 0; i < needs_.size(); ++i) {
-        const Range range = allowed(needs_[i], cycles_, faults_);
-        const PfvpCount count = counts_.value(i, {-1, -1});
+    for (int i = 0; i < order.mode.needs.size(); ++i) {
+        const char *const need = order.mode.needs[i];
+        const Range range = allowed(need, order.cycles, order.faults);
+        const PfvpCount count = counts.value(i, {-1, -1});
         const bool right = range.least <= count.fail && count.fail <= range.most
-            && count.pass + count.fail == cycles_;
+            && count.pass + count.fail == order.cycles;
         good &= right;
-        printf("  %-12s %6d %6d   %d to %d passes%s\n", needs_[i] ? needs_[i] : "(no test)",
-               count.pass, count.fail, qMax(0, cycles_ - range.most), cycles_ - range.least,
+        printf("  %-12s %6d %6d   %d to %d passes%s\n", need ? need : "(no test)", count.pass,
+               count.fail, qMax(0, order.cycles - range.most), order.cycles - range.least,
                right ? "" : "   WRONG");
     }
     return good;
 }
 
-void Run::saveScreen(const QString &file)
+void saveScreen(PfvpStand &stand, const Order &order, const QString &file)
 {
-    stand_.operatorOfPanel.sees(mode_.startText, 60000);
+    stand.operatorOfPanel.sees(order.mode.startText);
     QDir().mkpath(QFileInfo(file).path());
-    if (!stand_.panel.screen().grab(60000).save(file))
+    if (!stand.panel.screen().grab(60000).save(file))
         throw BenchError("cannot write " + file);
     printf("\nScreen: %s\n", qPrintable(file));
+}
+
+// Throws BenchError for a name that is none.
+PfvpTable tableOf(const QString &name)
+{
+    for (PfvpTable table : {PfvpTable::Ems, PfvpTable::Emi, PfvpTable::Rd}) {
+        if (name == pfvpMode(table).name)
+            return table;
+    }
+    throw BenchError(QString("there is no mode \"%1\": use ems, emi or rd").arg(name));
 }
 
 } // namespace
@@ -190,22 +171,15 @@ int runPfvp(const QStringList &args)
     });
     parser.process(args);
     const QString name = parser.positionalArguments().value(0);
-    const int cycles = parser.value("cycles").toInt();
-    const QStringList faults = parser.values("fault");
-    const Mode *mode = std::find_if(std::begin(modes), std::end(modes),
-                                    [&](const Mode &row) { return name == row.name; });
-    if (mode == std::end(modes))
-        throw BenchError(QString("there is no mode \"%1\": use ems, emi or rd").arg(name));
-    if (cycles < (faults.contains(peerDies) ? peerDiesCycles : 1))
+    const Order order{tableOf(name), parser.value("cycles").toInt(), parser.values("fault")};
+    if (order.cycles < (order.faults.contains(peerDies) ? peerDiesCycles : 1))
         throw BenchError(
             QString("--cycles: at least 1, and %1 with the fault peer").arg(peerDiesCycles));
     quitOnInterrupt();
-    Run run(*mode, cycles, faults);
-    run.prepare();
-    if (!run.cycles())
-        throw BenchError(interrupted() ? "interrupted" : "the panel did not finish its cycles");
-    const bool good = run.judge();
-    run.saveScreen(parser.value("screenshot").replace("MODE", name));
+    PfvpStand stand;
+    prepare(stand, order);
+    const bool good = judge(run(stand, order), order);
+    saveScreen(stand, order, parser.value("screenshot").replace("MODE", name));
     puts(good ? "PASSED" : "FAILED");
     return good ? 0 : 1;
 }
