@@ -4,7 +4,7 @@
 #pragma once
 
 #include "pfvp/pfvpbuttons.h"
-#include "state/teststate.h"
+#include "state/screenstate.h"
 
 #include <QMainWindow>
 #include <QPoint>

@@ -1,7 +1,7 @@
 #include "factory.h"
 
 #include "state/itemrecord.h"
-#include "state/teststate.h"
+#include "state/linkstate.h"
 
 #include <cstdio>
 
@@ -19,7 +19,14 @@ char factoryMarker(const QByteArray &id)
 
 int factoryOfMarker(char marker)
 {
-    return marker == 'W' ? FactoryW : marker == 'T' ? FactoryT : FactoryUnknown;
+    switch (marker) {
+    case 'W':
+        return FactoryW;
+    case 'T':
+        return FactoryT;
+    default:
+        return FactoryUnknown;
+    }
 }
 
 void classifyFactory(const QByteArray &id)

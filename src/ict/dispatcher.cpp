@@ -4,6 +4,7 @@
 #include "link/reply.h"
 #include "link/serialports.h"
 #include "mainwindow.h"
+#include "state/runstate.h"
 
 #include <cstring>
 

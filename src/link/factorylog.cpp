@@ -1,6 +1,7 @@
 #include "factorylog.h"
 
-#include "state/teststate.h"
+#include "state/linkstate.h"
+#include "state/runstate.h"
 #include "system/command.h"
 #include "system/files.h"
 

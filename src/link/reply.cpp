@@ -3,6 +3,7 @@
 #include "factorylog.h"
 #include "frame.h"
 #include "serialports.h"
+#include "state/runstate.h"
 #include "system/files.h"
 
 #include <cstring>

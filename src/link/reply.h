@@ -1,7 +1,7 @@
 // Sending on the PC link, and the link's 40-byte echo buffers.
 #pragma once
 
-#include "state/teststate.h"
+#include "state/linkstate.h"
 
 #include <QByteArray>
 

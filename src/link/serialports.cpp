@@ -1,6 +1,6 @@
 #include "serialports.h"
 
-#include "state/teststate.h"
+#include "state/linkstate.h"
 #include "system/print.h"
 
 #include <QThread>

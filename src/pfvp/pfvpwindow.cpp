@@ -41,9 +41,14 @@ const PfvpButton PfvpButton::all[PfvpButtonCount] = {
 
 static PfvpWindow windowOfMode()
 {
-    return g_uiTestMode == ModeSlave ? PfvpWindow::Slave
-        : g_uiTestMode == ModeRD     ? PfvpWindow::Rd
-                                     : PfvpWindow::EmsEmi;
+    switch (g_uiTestMode) {
+    case ModeSlave:
+        return PfvpWindow::Slave;
+    case ModeRD:
+        return PfvpWindow::Rd;
+    default:
+        return PfvpWindow::EmsEmi;
+    }
 }
 
 // The USB host port of one panel is cabled to the gadget port of the other.

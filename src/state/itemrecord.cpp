@@ -1,7 +1,5 @@
 #include "itemrecord.h"
 
-#include "teststate.h"
-
 #include <cstring>
 #include <fcntl.h>
 #include <unistd.h>

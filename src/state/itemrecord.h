@@ -1,6 +1,8 @@
 // An item's result on disk: one byte in the item's 64-byte record of the active level's flag file.
 #pragma once
 
+#include "runstate.h"
+
 #include <QByteArray>
 #include <QtGlobal>
 

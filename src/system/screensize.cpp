@@ -1,6 +1,6 @@
 #include "screensize.h"
 
-#include "state/teststate.h"
+#include "state/screenstate.h"
 
 #include <QGuiApplication>
 #include <QScreen>
