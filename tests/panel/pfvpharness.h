@@ -61,3 +61,26 @@ inline QStringList missingOn(const QImage &screen, const QVector<ScreenText> &te
 
 // Longest wait for a cycle's end: the period, the rest of a cycle, and a busy machine.
 constexpr int CycleMs = 90000;
+
+// Starts a table's cycles, stops them after one and says what became of each item: 'p' passed,
+// 'f' failed, '-' neither, '?' when a second cycle had begun and judged otherwise.
+inline QByteArray cycle(PfvpOperator &person, PfvpTable table, int judged, const QString &start,
+                        const QString &stop)
+{
+    const PfvpCounts before = person.counts(table);
+    int done = 0;
+    for (const PfvpCount &item : before)
+        done += item.pass + item.fail;
+    person.press(start, CycleMs);
+    person.countsAfter(table, done + judged, CycleMs);
+    person.press(stop, CycleMs);
+    if (!person.sees(start, CycleMs))
+        return "does not stop";
+    const PfvpCounts after = person.counts(table);
+    QByteArray items;
+    for (int i = 0; i < after.size(); ++i) {
+        const bool passed = after[i].pass > before[i].pass, failed = after[i].fail > before[i].fail;
+        items += passed && failed ? '?' : passed ? 'p' : failed ? 'f' : '-';
+    }
+    return items;
+}

@@ -14,7 +14,10 @@ private slots:
     void startDisarmsBoth();
 
 private:
-    QByteArray cycle();
+    QByteArray cycle()
+    {
+        return ::cycle(*person_, PfvpTable::Ems, 9, "EMS Start Test", "EMS Stop Test");
+    }
 
     std::unique_ptr<VirtualPanel> panel_;
     std::unique_ptr<PfvpOperator> person_;
@@ -64,25 +67,6 @@ void TstPfvpEms::badPeer()
     panel_->setAttribute(attribute::voltage(5), "3878"); // and too high: 3466
     QCOMPARE(cycle(), QByteArray("ffpppffff"));
     noise->deleteLater();
-}
-
-// What a cycle does to each item: 'p' passed, 'f' failed, '?' when a second one judged otherwise.
-QByteArray TstPfvpEms::cycle()
-{
-    const PfvpCounts before = person_->counts(PfvpTable::Ems);
-    const int done = before[0].pass + before[0].fail;
-    person_->press("EMS Start Test");
-    person_->countsAfter(PfvpTable::Ems, 9 * (done + 1), CycleMs);
-    person_->press("EMS Stop Test", CycleMs);
-    if (!person_->sees("EMS Start Test", CycleMs))
-        return "does not stop";
-    const PfvpCounts after = person_->counts(PfvpTable::Ems);
-    QByteArray items;
-    for (int i = 0; i < after.size(); ++i) {
-        const bool passed = after[i].pass > before[i].pass, failed = after[i].fail > before[i].fail;
-        items += passed && failed ? '?' : passed ? 'p' : failed ? 'f' : '-';
-    }
-    return items;
 }
 
 void TstPfvpEms::resetWantsTwoPresses()

@@ -82,11 +82,11 @@ void TstPfvpRd::automatic()
     panel_->setAttribute(attribute::voltage(4), "3545"); // lowest and highest that pass: 4752 mV,
     panel_->setAttribute(attribute::voltage(5), "3877"); // 3464,
     panel_->setAttribute(attribute::voltage(6), "4095"); // any
-    QVERIFY(person_->press("Auto Start"));
-    QVERIFY(person_->sees("Auto Stop"));
-    QCOMPARE(person_->buttons({"Manua Start", "Reset Test", "END Test"}), QStringList());
-    QCOMPARE(text(person_->countsAfter(PfvpTable::Rd, 11, CycleMs)),
-             "1/0 1/0 1/0 1/0 0/1 0/1 0/1 0/1 0/1 1/0 1/0 " + textOfAll(6, "0/0"));
+    const auto oneCycle = [this] {
+        return cycle(*person_, PfvpTable::Rd, 11, "Auto Start", "Auto Stop");
+    };
+    const QByteArray neverTried(6, '-');
+    QCOMPARE(oneCycle(), "ppppfffffpp" + neverTried);
     QCOMPARE(panel_->readFile(sramDevice), contents);
 
     const StuckCell cell(panel_->hostPath(sramDevice), 1, 0x5A);
@@ -95,23 +95,25 @@ void TstPfvpRd::automatic()
     panel_->setAttribute(attribute::voltage(5), "3508"); // 3134
     panel_->setAttribute(attribute::voltage(6), "2201"); // 2949
     panel_->clock().setRtcFault(-2);
-    QCOMPARE(text(person_->countsAfter(PfvpTable::Rd, 22, CycleMs)),
-             "1/1 1/1 1/1 1/1 0/2 0/2 0/2 0/2 0/2 1/1 1/1 " + textOfAll(6, "0/0"));
+    QCOMPARE(oneCycle(), "fffffffffff" + neverTried);
     // The pattern is left in a memory that failed: 00, FF, FE, ...
     QByteArray pattern(sramSize, '\0');
     for (int i = 0; i < sramSize; ++i)
         pattern[i] = char(255 - (i + 255) % 256);
     pattern[1] = 0x5A;
     QCOMPARE(panel_->readFile(sramDevice).toHex(), pattern.toHex());
-    QVERIFY(person_->press("Auto Stop", CycleMs));
 
+    QVERIFY(person_->press("Auto Start"));
+    QVERIFY(person_->sees("Auto Stop"));
+    QCOMPARE(person_->buttons({"Manua Start", "Reset Test", "END Test"}), QStringList());
+    QVERIFY(person_->press("Auto Stop", CycleMs));
     QVERIFY(person_->press("END Test", CycleMs));
     QVERIFY(person_->sees("Sure!! END"));
     QVERIFY(person_->sees("Manua Start"));
     QVERIFY(person_->press("Reset Test"));
     QVERIFY(person_->sees("Sure!! Reset"));
     QVERIFY(person_->sees("END Test")); // relabelled, but still armed
-    QCOMPARE(person_->counts(PfvpTable::Rd)[0].pass, 1);
+    QVERIFY(person_->counts(PfvpTable::Rd)[0].pass > 0);
     QVERIFY(person_->press("Sure!! Reset"));
     QVERIFY(person_->sees("Reset Test"));
     QCOMPARE(text(person_->counts(PfvpTable::Rd)), textOfAll(17, "0/0"));
