@@ -50,6 +50,7 @@ Protocol load()
         command.code = row["code"].toString().toLatin1();
         command.framed = row["answer"] == "frame";
         command.meaning = row["means"].toString();
+        command.settleS = row["settle"].toInt();
         for (const QString &level : row["levels"].toString().split(' ')) {
             command.levels |= 1u << levelByName(level);
         }

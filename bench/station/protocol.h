@@ -21,6 +21,7 @@ struct Command {
     unsigned levels = 0; // bit (1 << level) set where the panel knows the code
     bool framed = true; // answered by a frame, else by raw text, a frame of its own kind or not
     QString meaning;
+    int settleS = 0; // a pass leaves work that a cut of power would lose, as a rule for so long
     QByteArray pass() const // the payload of a pass
     {
         return code.size() == 2 ? code + "00" : code;

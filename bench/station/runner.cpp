@@ -135,6 +135,11 @@ StepResult Runner::attempt(const Step &step, int level)
     if (result.unanswered()) {
         dead_ = whyDead(result, level);
     }
+    const Command *command = findCommand(step.code);
+    if (command && command->settleS && result.reply.payload == command->pass()) {
+        const QString fault = stand_.settle(command->settleS);
+        result.faults += fault.isEmpty() ? QStringList() : QStringList(fault);
+    }
     if (dead_.isEmpty()) {
         act(step.after, &result);
     }

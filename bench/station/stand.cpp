@@ -65,6 +65,22 @@ QString actionFault(const QString &action)
 
 static QMutex mutex; // one question at a time
 
+QString TerminalStand::settle(int seconds)
+{
+    showStatus({});
+    say(QString(
+            ">> %1: keep the power on for %2 s: the panel archives its logs and clears its SRAM")
+            .arg(port_)
+            .arg(seconds));
+    for (int tenth = 0; tenth < 10 * seconds; ++tenth) {
+        QThread::msleep(100);
+        if (QThread::currentThread()->isInterruptionRequested()) {
+            throw BenchError("interrupted");
+        }
+    }
+    return {};
+}
+
 bool TerminalStand::wantsAgain(const QString &fault)
 {
     if (unattended_ || !isatty(STDIN_FILENO)) {

@@ -1,5 +1,6 @@
 #include "station/virtualstand.h"
 
+#include "station/console.h"
 #include "station/protocol.h"
 
 #include <QProcess>
@@ -59,6 +60,21 @@ QString VirtualStand::act(const QString &action)
         return {};
     }
     return fixture ? fixture(verb, argument) : "this bench has no fixture";
+}
+
+QString VirtualStand::settle(int)
+{
+    QElapsedTimer clock;
+    clock.start();
+    const auto closed = [&] {
+        return files.read("/usr/local/ict/HMI_Factory_Resume.txt")
+            .trimmed()
+            .endsWith("== Test End =====================");
+    };
+    const bool over = waitFor(closed, panel_.board() ? emulatedBootMs : bootMs);
+    say(QString("     power kept on for %1 ms: the panel archives its logs and clears its SRAM")
+            .arg(clock.elapsed()));
+    return over ? QString() : "the panel's log does not end in \"Test End\"";
 }
 
 // The share of sampled pixels inside `part` that have `colour`.

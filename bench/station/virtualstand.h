@@ -16,6 +16,7 @@ public:
     // The pty of the PC link at a level (protocol.h).
     QString port(int level) const;
     QString act(const QString &action) override;
+    QString settle(int seconds) override; // sees the end of it in the panel's log
 
     // Switches on and waits until the panel listens on its PC link. Empty, or what went wrong.
     QString powerOn();

@@ -18,11 +18,16 @@ public:
     {
         return action.startsWith("ask") ? "nobody there" : "";
     }
+    QString settle(int seconds) override
+    {
+        settled += seconds;
+        return {};
+    }
     bool wantsAgain(const QString &) override
     {
         return again-- > 0;
     }
-    int again = 0;
+    int again = 0, settled = 0;
 };
 
 Pieces byteByByte(const QByteArray &bytes, int gapMs)
@@ -265,7 +270,7 @@ void TestStation::verdicts()
 // One failed operator step must turn every verdict of the report, whatever the link says.
 void TestStation::reports()
 {
-    MisbehavingPeer peer([](int, const QByteArray &) { return Pieces{{0, ":0085007B\r\n"}}; });
+    MisbehavingPeer peer([](int, const QByteArray &request) { return Pieces{{0, request}}; });
     Wire wire(peer);
     SilentStand stand;
     Step step;
@@ -289,6 +294,10 @@ void TestStation::reports()
     step.reply = "85F0";
     const StepResult tried = runner.runStep(step, T1);
     QVERIFY(!tried.faults.isEmpty() && tried.earlier == tried.faults);
+    QCOMPARE(stand.settled, 0);
+    step.code = "0300"; // after which the panel goes on working
+    runner.runStep(step, T2);
+    QVERIFY(stand.settled > 0);
     QTemporaryDir folder;
     report.subject = "../port/1";
     const QString base = folder.filePath("a"), begun = beginReport(report, base);
