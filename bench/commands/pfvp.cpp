@@ -158,7 +158,7 @@ int runPfvp(const QStringList &args)
         "the\nother by touch, and compares the counters on its screen with what the cabling "
         "allows.\nA cycle takes 10 to 20 s.\n\nFaults:\n"
         + PfvpStand::wireFaults()
-        + "  peer           the peer loses power for the third cycle and returns (6 cycles or "
+        + "  peer           the peer loses power for the third cycle and returns (7 cycles or "
           "more)\n"
           "  and those of `bench fault list` that act on the panel, with values beyond an item's "
           "limits:\n  rail-5v, rail-3v3, battery, rtc, sram, ddr.");
