@@ -1,30 +1,30 @@
 #include "commands/commands.h"
 #include "panel/bencherror.h"
 #include "panel/folders.h"
-#include "station/runner.h"
+#include "panel/json.h"
+#include "station/report.h"
 #include "store/handin.h"
-#include "store/questions.h"
+#include "store/store.h"
 
 #include <QCommandLineParser>
-#include <QDateTime>
 #include <QFile>
 #include <QFileInfo>
-#include <QJsonDocument>
 #include <QSet>
 
 namespace {
 
-void list(const QVector<QVariantList> &tests)
+void list(const QVector<QVariantMap> &tests)
 {
-    for (const QVariantList &test : tests) {
-        const bool passed = test[3].toBool();
+    for (const QVariantMap &test : tests) {
+        const auto text = [&](const char *column) { return test[column].toString(); };
+        const bool passed = test["passed"].toBool();
         say(QString("%1  %2  %3  %4  %5  %6")
-                .arg(test[2].toString().left(16).replace('T', ' '), -16)
+                .arg(text("clock").left(16).replace('T', ' '), -16)
                 .arg(passed ? "passed" : "FAILED")
-                .arg(test[4].toString(), -20)
-                .arg(test[5].toString(), -3)
-                .arg(test[6].toString(), -12)
-                .arg(test[7].toString()),
+                .arg(text("unit"), -20)
+                .arg(text("level"), -3)
+                .arg(text("line"), -12)
+                .arg(text("operator")),
             !passed);
     }
 }
@@ -32,12 +32,12 @@ void list(const QVector<QVariantList> &tests)
 // A unit's whole history, or which units might be meant.
 int find(Store &store, const QString &id)
 {
-    QVector<QVariantList> tests = historyOf(store, id);
+    QVector<QVariantMap> tests = historyOf(store, id);
     if (tests.isEmpty()) {
         tests = historyOf(store, '%' + id + '%');
         QSet<QString> units;
-        for (const QVariantList &test : tests) {
-            units << test[4].toString();
+        for (const QVariantMap &test : tests) {
+            units << test["unit"].toString();
         }
         if (units.size() != 1) {
             list(tests);
@@ -47,17 +47,17 @@ int find(Store &store, const QString &id)
             return 1;
         }
     }
-    const QVariantList &latest = tests.last();
+    const QVariantMap &latest = tests.last();
     say(QString("Unit %1, semi-finished %2, %3, version %4")
-            .arg(latest[4].toString(), latest[9].toString(), latest[10].toString(),
-                 latest[11].toString()));
-    for (const QVariantList &test : tests) {
+            .arg(latest["unit"].toString(), latest["semi"].toString(), latest["model"].toString(),
+                 latest["version"].toString()));
+    for (const QVariantMap &test : tests) {
         list({test});
         for (const QString &finding : findings(store, test)) {
             say("    " + finding);
         }
-        if (!test[8].toString().isEmpty()) {
-            say("    " + test[8].toString() + "/report.html");
+        if (!test["report"].toString().isEmpty()) {
+            say("    " + test["report"].toString() + "/report.html");
         }
     }
     return 0;
@@ -65,16 +65,12 @@ int find(Store &store, const QString &id)
 
 void writeYield(Store &store, const Period &period, const QString &file, const QString &name)
 {
-    QFile page(dataFolder() + "/bench/report/yield.html"), out(file);
-    if (!page.open(QIODevice::ReadOnly)) {
-        throw BenchError(page.fileName() + " cannot be read: " + page.errorString());
-    }
     QJsonObject yield = yieldOf(store, period);
     yield["store"] = name;
     yield["made"] = QDateTime::currentDateTime().toString("yyyy-MM-dd hh:mm");
-    QByteArray json = QJsonDocument(yield).toJson(QJsonDocument::Compact);
-    const QByteArray text = page.readAll().replace("@YIELD@", json.replace('<', "\\u003c"));
-    if (!out.open(QIODevice::WriteOnly) || out.write(text) != text.size() || !out.flush()) {
+    const QByteArray page = pageOf("yield.html", QJsonDocument(yield));
+    QFile out(file);
+    if (!out.open(QIODevice::WriteOnly) || out.write(page) != page.size() || !out.flush()) {
         throw BenchError(file + " cannot be written: " + out.errorString());
     }
     say("Written: " + file);
@@ -83,17 +79,15 @@ void writeYield(Store &store, const Period &period, const QString &file, const Q
 Period periodOf(const QCommandLineParser &parser)
 {
     Period period;
-    const auto take = [&](const QString &name, QString *day) {
+    for (const auto &[name, day] : {std::pair("since", &period.since), {"until", &period.until}}) {
         if (!parser.isSet(name)) {
-            return;
+            continue;
         }
         *day = parser.value(name);
         if (!QDate::fromString(*day, "yyyy-MM-dd").isValid()) {
             throw BenchError(QString("--%1 takes a day like 2026-11-21, not %2").arg(name, *day));
         }
-    };
-    take("since", &period.since);
-    take("until", &period.until);
+    }
     return period;
 }
 
@@ -134,12 +128,11 @@ int runUnits(const QStringList &args)
     if (parser.isSet("yield")) {
         writeYield(store, period, parser.value("yield"), Store::nameOf(where));
     } else if (parser.isSet("csv")) {
-        const QString id = named.isEmpty() ? "%" : named.first();
         QFile out;
         if (!out.open(stdout, QIODevice::WriteOnly)) {
             throw BenchError("standard output: " + out.errorString());
         }
-        writeCsv(store, parser.value("csv"), period, id, &out);
+        writeCsv(store, parser.value("csv"), period, named.value(0, "%"), &out);
     } else if (!named.isEmpty()) {
         return find(store, named.first());
     } else {

@@ -5,13 +5,18 @@
 #include <QFile>
 #include <QJsonDocument>
 
-QJsonObject readJson(const QString &path)
+QByteArray readFile(const QString &path)
 {
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly)) {
         throw BenchError(QString("%1 cannot be read: %2").arg(path, file.errorString()));
     }
-    const QByteArray text = file.readAll();
+    return file.readAll();
+}
+
+QJsonObject readJson(const QString &path)
+{
+    const QByteArray text = readFile(path);
     QJsonParseError error;
     const QJsonDocument document = QJsonDocument::fromJson(text, &error);
     if (!document.isObject()) {

@@ -2,12 +2,12 @@
 
 #include "panel/bencherror.h"
 #include "panel/folders.h"
+#include "panel/json.h"
 
 #include <QBuffer>
 #include <QDir>
 #include <QFile>
 #include <QJsonArray>
-#include <QJsonDocument>
 #include <QRegularExpression>
 #include <QTemporaryDir>
 
@@ -41,19 +41,20 @@ static QJsonObject illustrated(const Report &report)
     return record;
 }
 
-// The page with the records in it. Between script tags nothing is escaped but "<".
+QByteArray pageOf(const QString &name, const QJsonDocument &data)
+{
+    QByteArray json = data.toJson(QJsonDocument::Compact);
+    return readFile(dataFolder() + "/bench/report/" + name)
+        .replace("@DATA@", json.replace('<', "\\u003c"));
+}
+
 static QByteArray pageOf(const QVector<Report> &reports)
 {
     QJsonArray records;
     for (const Report &report : reports) {
         records << illustrated(report);
     }
-    QFile file(dataFolder() + "/bench/report/page.html");
-    if (!file.open(QIODevice::ReadOnly)) {
-        throw BenchError(file.fileName() + " cannot be read: " + file.errorString());
-    }
-    QByteArray json = QJsonDocument(records).toJson(QJsonDocument::Compact);
-    return file.readAll().replace("@RECORDS@", json.replace('<', "\\u003c"));
+    return pageOf("page.html", QJsonDocument(records));
 }
 
 // Empty, or what went wrong.

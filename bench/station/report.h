@@ -2,6 +2,7 @@
 
 #include "station/runner.h"
 
+#include <QJsonDocument>
 #include <QJsonObject>
 
 // What was done to one unit.
@@ -26,6 +27,10 @@ struct Report {
 QJsonObject recordOf(const Report &report);
 // The record as JUnit XML.
 QByteArray junitOf(const QJsonObject &record);
+
+// A page of bench/report with its data in it: between script tags nothing is escaped but "<".
+// Throws BenchError.
+QByteArray pageOf(const QString &name, const QJsonDocument &data);
 
 // Makes a new folder for a report, BASE/UNIT/TIMESTAMP, UNIT being the machine ID, else the semi
 // ID, else the subject, and writes the report of a run that has not ended into it. Throws

@@ -64,27 +64,26 @@ static int handIn(const QString &where, const QStringList &files, bool remove)
     return added;
 }
 
-int handInWaiting(const QString &where, const QString &base)
+static QStringList jsonFiles(const QString &folder)
 {
     QStringList files;
-    const QDir folder(waitingFolder(where, base));
-    for (const QString &name : folder.entryList({"*.json"}, QDir::Files)) {
-        files << folder.filePath(name);
+    QDirIterator all(folder, {"*.json"}, QDir::Files, QDirIterator::Subdirectories);
+    while (all.hasNext()) {
+        files << all.next();
     }
-    return handIn(where, files, true);
+    return files;
+}
+
+int handInWaiting(const QString &where, const QString &base)
+{
+    return handIn(where, jsonFiles(waitingFolder(where, base)), true);
 }
 
 int handIn(const QString &where, const QStringList &paths)
 {
     QStringList files;
     for (const QString &path : paths) {
-        if (!QFileInfo(path).isDir()) {
-            files << path;
-        }
-        QDirIterator folder(path, {"*.json"}, QDir::Files, QDirIterator::Subdirectories);
-        while (folder.hasNext()) {
-            files << folder.next();
-        }
+        files += QFileInfo(path).isDir() ? jsonFiles(path) : QStringList(path);
     }
     return handIn(where, files, false);
 }

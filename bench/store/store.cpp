@@ -1,6 +1,9 @@
 #include "store/store.h"
 
 #include "panel/bencherror.h"
+#include "panel/folders.h"
+#include "panel/json.h"
+#include "station/plan.h"
 
 #include <QCryptographicHash>
 #include <QDateTime>
@@ -8,31 +11,28 @@
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <QRegularExpression>
 #include <QSqlDatabase>
 #include <QSqlError>
 #include <QSqlRecord>
 #include <QUrl>
 #include <QUrlQuery>
 
-// Both databases take this dialect. "began" is UTC and sorts, "day" is the line's own.
-static const char *const schema[] = {
-    "CREATE TABLE runs (run TEXT PRIMARY KEY, unit TEXT NOT NULL, machine TEXT, semi TEXT,"
-    " model TEXT, version TEXT, crc TEXT, line TEXT NOT NULL, operator TEXT, subject TEXT,"
-    " began TEXT NOT NULL, day TEXT NOT NULL, clock TEXT NOT NULL, seconds INTEGER,"
-    " passed INTEGER NOT NULL, report TEXT)",
-    "CREATE TABLE levels (run TEXT REFERENCES runs, nr INTEGER, level TEXT NOT NULL, plan TEXT,"
-    " plan_hash TEXT, passed INTEGER NOT NULL, faults TEXT, PRIMARY KEY (run, nr))",
-    "CREATE TABLE steps (run TEXT REFERENCES runs, level_nr INTEGER, nr INTEGER,"
-    " level TEXT NOT NULL, items TEXT, name TEXT NOT NULL, code TEXT, reply TEXT, meaning TEXT,"
-    " ms DOUBLE PRECISION, prescribed_ms DOUBLE PRECISION, tries INTEGER,"
-    " passed INTEGER NOT NULL, faults TEXT, PRIMARY KEY (run, level_nr, nr))",
-    "CREATE TABLE measured (run TEXT REFERENCES runs, level_nr INTEGER, nr INTEGER,"
-    " level TEXT NOT NULL, name TEXT NOT NULL, value DOUBLE PRECISION, measure TEXT,"
-    " lower_limit DOUBLE PRECISION, upper_limit DOUBLE PRECISION)",
-    "CREATE INDEX measured_run ON measured (run)",
-    "CREATE INDEX runs_unit ON runs (unit)",
-    "CREATE INDEX steps_failed ON steps (run) WHERE passed = 0",
-};
+#include <algorithm>
+
+// A text of store.sql, with those that it names put in.
+static QString sql(const QString &name)
+{
+    static const Values texts = [] {
+        Values texts;
+        const QString all = readFile(dataFolder() + "/bench/store/store.sql");
+        for (const QString &text : all.split("\n-- @").mid(1)) {
+            texts[text.section('\n', 0, 0)] = text.section('\n', 1).trimmed();
+        }
+        return texts;
+    }();
+    return expand(expand(texts[name], texts), texts);
+}
 
 static QSqlDatabase connectionOf(const QString &where)
 {
@@ -66,24 +66,28 @@ QString Store::nameOf(const QString &where)
     return url.scheme().startsWith("postgres") ? url.toDisplayString(QUrl::RemovePassword) : where;
 }
 
+QString Store::fault(const QSqlError &error) const
+{
+    return name_ + ": " + error.text().trimmed();
+}
+
 Store::Store(const QString &where)
     : name_(nameOf(where))
     , database_(connectionOf(where))
 {
     if (!database_.open()) {
         const QString text = database_.lastError().text().trimmed();
-        throw BenchError(
-            QString("the store %1 cannot be opened: %2%3")
-                .arg(name_, text, database_.isValid() ? "" : "; install libqt5sql5-psql"));
+        const char *const remedy = database_.isValid() ? "" : "; install libqt5sql5-psql";
+        throw BenchError(QString("the store %1 cannot be opened: %2%3").arg(name_, text, remedy));
     }
     if (database_.tables().contains("runs")) {
         return;
     }
     QSqlQuery query(database_);
     database_.transaction();
-    for (const char *statement : schema) {
+    for (const QString &statement : sql("schema").split(';')) {
         if (!query.exec(statement)) {
-            throw BenchError(name_ + ": " + query.lastError().text());
+            throw BenchError(fault(query.lastError()));
         }
     }
     database_.commit();
@@ -97,35 +101,50 @@ Store::~Store()
     QSqlDatabase::removeDatabase(connection);
 }
 
-QSqlQuery &Store::run(const QString &sql, const QVariantList &parameters)
+// As a store takes it.
+static QVariant stored(const QVariant &value)
 {
-    if (!prepared_.contains(sql)) {
-        QSqlQuery query(database_);
-        query.setForwardOnly(true);
-        if (!query.prepare(sql)) {
-            throw BenchError(name_ + ": " + query.lastError().text());
-        }
-        prepared_.insert(sql, query);
+    switch (value.type()) {
+    case QVariant::Bool:
+        return value.toInt();
+    case QVariant::List: // texts, a line each
+        return stored(value.toStringList().join('\n'));
+    case QVariant::String: // empty is not unknown, and PostgreSQL has no zero character
+        return QString("%1").arg(value.toString().remove(QChar(0)));
+    default:
+        return value;
     }
-    QSqlQuery &query = prepared_[sql];
-    for (int i = 0; i < parameters.size(); ++i) {
-        QVariant value = parameters[i];
-        if (value.type() == QVariant::String) {
-            // Empty is not unknown, and PostgreSQL has no zero character.
-            value = QString("%1").arg(value.toString().remove(QChar(0)));
+}
+
+QSqlQuery &Store::run(const QString &name, const QVariantMap &parameters)
+{
+    if (!prepared_.contains(name)) {
+        static const QRegularExpression parameter(":(\\w+)");
+        const QString text = sql(name);
+        Prepared prepared{QSqlQuery(database_), {}};
+        prepared.query.setForwardOnly(true);
+        if (!prepared.query.prepare(text)) {
+            throw BenchError(fault(prepared.query.lastError()));
         }
-        query.bindValue(i, value);
+        for (auto all = parameter.globalMatch(text); all.hasNext();) {
+            prepared.parameters << all.next().captured(1);
+        }
+        prepared_.insert(name, prepared);
+    }
+    QSqlQuery &query = prepared_[name].query;
+    for (const QString &parameter : prepared_[name].parameters) {
+        query.bindValue(':' + parameter, stored(parameters.value(parameter)));
     }
     if (!query.exec()) {
-        throw BenchError(name_ + ": " + query.lastError().text());
+        throw BenchError(fault(query.lastError()));
     }
     return query;
 }
 
-void Store::each(const QString &sql, const QVariantList &parameters,
-                 const std::function<void(const QVariantList &)> &take)
+void Store::ask(const QString &question, const QVariantMap &parameters,
+                const std::function<void(const QVariantList &row)> &take)
 {
-    QSqlQuery &query = run(sql, parameters);
+    QSqlQuery &query = run(question, parameters);
     const QSqlRecord record = query.record();
     QVariantList row;
     for (int i = 0; i < record.count(); ++i) {
@@ -141,11 +160,21 @@ void Store::each(const QString &sql, const QVariantList &parameters,
     query.finish();
 }
 
-QVector<QVariantList> Store::rows(const QString &sql, const QVariantList &parameters)
+QVector<QVariantMap> Store::rows(const QString &question, const QVariantMap &parameters)
 {
-    QVector<QVariantList> rows;
-    each(sql, parameters, [&](const QVariantList &row) { rows << row; });
-    return rows.mid(1);
+    QVariantList titles;
+    QVector<QVariantMap> rows;
+    ask(question, parameters, [&](const QVariantList &row) {
+        if (titles.isEmpty()) {
+            titles = row;
+            return;
+        }
+        rows << QVariantMap();
+        for (int i = 0; i < row.size(); ++i) {
+            rows.last()[titles[i].toString()] = row[i];
+        }
+    });
+    return rows;
 }
 
 QString Store::keyOf(QJsonObject record)
@@ -159,74 +188,63 @@ int Store::add(const QVector<QJsonObject> &records)
 {
     database_.transaction();
     try {
-        int added = 0;
-        for (const QJsonObject &record : records) {
-            added += add(record);
-        }
+        const auto added = std::count_if(records.begin(), records.end(),
+                                         [this](const QJsonObject &record) { return add(record); });
         if (!database_.commit()) {
-            throw BenchError(name_ + ": " + database_.lastError().text());
+            throw BenchError(fault(database_.lastError()));
         }
-        return added;
+        return int(added);
     } catch (const BenchError &) {
         database_.rollback();
         throw;
     }
 }
 
+// The first that is not empty.
+static QString firstOf(QStringList texts)
+{
+    texts.removeAll({});
+    return texts.value(0);
+}
+
 bool Store::add(const QJsonObject &record)
 {
     const QString key = keyOf(record), clock = record["begun"].toString();
-    const QJsonObject unit = record["unit"].toObject();
-    const QString machine = unit["machineId"].toString(), semi = unit["semiId"].toString();
-    const QString line = record["line"].toString(), host = record["host"].toString();
     const QDateTime began = QDateTime::fromString(clock, Qt::ISODate);
     const QDateTime ended = QDateTime::fromString(record["ended"].toString(), Qt::ISODate);
-    const QSqlQuery &query = run(
-        "INSERT INTO runs VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)"
-        " ON CONFLICT (run) DO NOTHING",
-        {key,
-         !machine.isEmpty()    ? machine
-             : !semi.isEmpty() ? semi
-                               : "unknown-" + key.left(8),
-         machine, semi, unit["model"].toString(), unit["version"].toString(),
-         unit["crc"].toString(), line.isEmpty() ? host : line, record["operator"].toString(),
-         record["subject"].toString(), began.toUTC().toString(Qt::ISODate), clock.left(10), clock,
-         began.secsTo(ended), int(record["passed"].toBool()), record["folder"].toString()});
-    if (query.numRowsAffected() == 0) {
+    QVariantMap run = record.toVariantMap();
+    run.insert(record["unit"].toObject().toVariantMap());
+    run["run"] = key;
+    run["name"] =
+        firstOf({run["machineId"].toString(), run["semiId"].toString(), "unknown-" + key.left(8)});
+    run["line"] = firstOf({run["line"].toString(), run["host"].toString()});
+    run["began"] = began.toUTC().toString(Qt::ISODate);
+    run["day"] = clock.left(10);
+    run["seconds"] = began.secsTo(ended);
+    if (this->run("add run", run).numRowsAffected() == 0) {
         return false;
     }
-    const QJsonArray levels = record["levels"].toArray();
-    for (int i = 0; i < levels.size(); ++i) {
-        addLevel(key, i + 1, levels[i].toObject());
+    int number = 0;
+    for (const QJsonValue &level : record["levels"].toArray()) {
+        addLevel(level.toObject().toVariantMap(), key, ++number);
     }
     return true;
 }
 
-// A list's texts, a line each.
-static QString lines(const QJsonValue &list)
+void Store::addLevel(QVariantMap level, const QString &key, int number)
 {
-    return list.toVariant().toStringList().join('\n');
-}
-
-void Store::addLevel(const QString &key, int number, const QJsonObject &level)
-{
-    const QString name = level["level"].toString();
-    run("INSERT INTO levels VALUES (?, ?, ?, ?, ?, ?, ?)",
-        {key, number, name, level["plan"].toString(), level["planHash"].toString(),
-         int(level["passed"].toBool()), lines(level["faults"])});
-    const QJsonArray steps = level["steps"].toArray();
-    for (int i = 0; i < steps.size(); ++i) {
-        const QJsonObject step = steps[i].toObject();
-        run("INSERT INTO steps VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)",
-            {key, number, i + 1, name, lines(step["itemNames"]), step["name"].toString(),
-             step["code"].toString(), step["reply"].toString(), step["meaning"].toString(),
-             step["ms"].toDouble(), step["prescribedMs"].toDouble(), step["tries"].toInt(),
-             int(step["passed"].toBool()), lines(step["faults"])});
-        for (const QJsonValue &entry : step["values"].toArray()) {
-            const QJsonObject value = entry.toObject();
-            run("INSERT INTO measured VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)",
-                {key, number, i + 1, name, value["name"].toString(), value["value"].toDouble(),
-                 value["unit"].toString(), value["min"].toVariant(), value["max"].toVariant()});
+    QVariantMap where{{"run", key}, {"levelNr", number}, {"nr", 0}, {"level", level["level"]}};
+    level.insert(where);
+    run("add level", level);
+    for (const QVariant &row : level["steps"].toList()) {
+        QVariantMap step = row.toMap();
+        where["nr"] = where["nr"].toInt() + 1;
+        step.insert(where);
+        run("add step", step);
+        for (const QVariant &entry : step["values"].toList()) {
+            QVariantMap value = entry.toMap();
+            value.insert(where);
+            run("add value", value);
         }
     }
 }

@@ -1,6 +1,6 @@
 #include "panel/bencherror.h"
 #include "store/handin.h"
-#include "store/questions.h"
+#include "store/store.h"
 
 #include <QBuffer>
 #include <QDir>
@@ -118,7 +118,7 @@ void TestUnits::history()
     QCOMPARE(store.add(runs), 4);
     QCOMPARE(store.add(runs), 0); // handed in twice
     QCOMPARE(historyOf(store, "b").size(), 1);
-    const QVector<QVariantList> ofA = historyOf(store, "A"); // its time before the ID included
+    const QVector<QVariantMap> ofA = historyOf(store, "A"); // its time before the ID included
     QCOMPARE(ofA.size(), 3);
     QCOMPARE(findings(store, ofA[1]),
              QStringList({"DDR'); DROP TABLE runs; --: =1, \"x\"", "battery 3000 mV (2950 to 3600)",
@@ -162,9 +162,9 @@ void TestUnits::storeAway()
     QVERIFY(nothing.remove());
     storeRuns({{base + "/B/1", runs[2]}}, store, base);
     QCOMPARE(QDir(waiting[0].filePath()).entryList(QDir::Files), QStringList("0.json"));
-    const QVector<QVariantList> tests = latestTests(*std::make_unique<Store>(store), {}, 9);
+    const QVector<QVariantMap> tests = latestTests(*std::make_unique<Store>(store), {}, 9);
     QCOMPARE(tests.size(), 2);
-    QCOMPARE(tests[0][8].toString(), base + "/A/1");
+    QCOMPARE(tests[0]["report"].toString(), base + "/A/1");
     QFile report(base + "/report.json"); // which does not know its folder: the same run
     QVERIFY(report.open(QIODevice::WriteOnly));
     QVERIFY(report.write(QJsonDocument(runs[1]).toJson()) > 0 && report.flush());
