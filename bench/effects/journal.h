@@ -22,6 +22,10 @@ public:
     // How often the GUI thread has waited in vain for an event since it last read a byte from the
     // PC link, or did anything to the panel.
     int idleTurns() const;
+    void countIdleTurnsAnew()
+    {
+        idleTurns_ = 0;
+    }
     bool heard() const // a byte came over the PC link since take()
     {
         return heard_;

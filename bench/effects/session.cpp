@@ -201,7 +201,7 @@ void EffectSession::perform(const EffectSection &section)
 void EffectSession::prepare(const QString &condition)
 {
     const QString verb = condition.section(' ', 0, 0), rest = condition.section(' ', 1);
-    if (QStringList{"until", "during", "agent", "awaits"}.contains(verb))
+    if (QStringList{"until", "during", "agent"}.contains(verb))
         return;
     if (verb == "first") {
         if (!journal_)
@@ -313,6 +313,10 @@ void EffectSession::ask(const QString &request)
 
 void EffectSession::settle(const QString &until, bool request)
 {
+    // What was done to the panel has reached it; rest is what comes after it.
+    QCoreApplication::processEvents();
+    readTrace();
+    journal_->countIdleTurnsAnew();
     const bool over = waitFor(
         [&] {
             readTrace();

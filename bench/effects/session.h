@@ -14,11 +14,6 @@ struct EffectSection {
     QStringList conditions, effects;
     int line = 0; // of the title in its file
     QStringList given(const QString &verb) const; // what follows it, of each such condition
-    // The agent does not do so yet, for the reason given: not counted as a difference.
-    bool isAwaited() const
-    {
-        return !given("awaits").isEmpty();
-    }
 };
 
 // Throws BenchError, with file and line, for what is no such file.

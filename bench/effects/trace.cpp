@@ -98,7 +98,7 @@ QStringList traceCommand(const QString &file)
     // Copies inside the kernel would hide their bytes: refused, they are read and written instead.
     // Only what is traced, too, is refused.
     return QString(
-               "strace -D -f -qq --seccomp-bpf -y -xx -s 65536 -a1 -e trace=%1 -e abbrev=execve "
+               "strace -D -f -qq --seccomp-bpf -y -xx -s 32768 -a1 -e trace=%1 -e abbrev=execve "
                "-e signal=none -e inject=sync,fsync,fdatasync,syncfs:retval=0 "
                "-e inject=copy_file_range,sendfile:error=EINVAL -o %2")
         .arg(calls.join(','), file)
@@ -110,15 +110,35 @@ QVector<Operation> TraceReader::read(const QByteArray &text)
     rest_ += text;
     QVector<Operation> operations;
     int from = 0;
-    for (int end; (end = rest_.indexOf('\n', from)) >= 0; from = end + 1) {
-        Operation operation;
-        if (!parse(rest_.mid(from, end - from), &operation))
-            continue;
-        resolve(&operation);
-        operations.append(operation);
-    }
+    for (int end; (end = rest_.indexOf('\n', from)) >= 0; from = end + 1)
+        readLine(rest_.mid(from, end - from), &operations);
     rest_.remove(0, from);
     return operations;
+}
+
+// What a new thread does waits until the call that made it has told its number: before that nobody
+// knows whose it is, for several may be making one.
+void TraceReader::readLine(const QByteArray &line, QVector<Operation> *operations)
+{
+    const int thread = line.left(line.indexOf(' ')).toInt();
+    if (threads_.isEmpty()) {
+        threads_[thread] = std::make_shared<Process>();
+        threads_[thread]->number = thread;
+        threads_[thread]->root = true;
+    }
+    if (!threads_.contains(thread)) {
+        early_[thread] << line;
+        return;
+    }
+    Operation operation;
+    if (!parse(line, &operation))
+        return;
+    resolve(&operation);
+    operations->append(operation);
+    if (operation.kind == Operation::Start) {
+        for (const QByteArray &early : early_.take(int(operation.result)))
+            readLine(early, operations);
+    }
 }
 
 // False for what is no call, or has not ended yet.
@@ -127,7 +147,7 @@ bool TraceReader::parse(QByteArray line, Operation *operation)
     const int blank = line.indexOf(' ');
     const int thread = operation->thread = line.left(blank).toInt();
     line = line.mid(blank).trimmed();
-    operation->process = processOf(thread).number;
+    operation->process = threads_[thread]->number;
     if (line.endsWith("<unfinished ...>")) {
         unfinished_[thread] = line.left(line.lastIndexOf('<')).trimmed();
         return false;
@@ -135,7 +155,7 @@ bool TraceReader::parse(QByteArray line, Operation *operation)
     if (line.startsWith("<... "))
         line = unfinished_.take(thread) + line.mid(line.indexOf('>') + 1);
     // Pictures for whoever looks at the screen, which can be most of a trace.
-    if (line.startsWith("write") && line.left(40).contains("<socket:"))
+    if (line.startsWith("write") && annotated(line.left(200)).startsWith("socket:"))
         return false;
     const int open = line.indexOf('(');
     int close = -1;
@@ -151,25 +171,6 @@ bool TraceReader::parse(QByteArray line, Operation *operation)
     if (operation->kind == Operation::Open && operation->ok())
         operation->target = annotated(result);
     return true;
-}
-
-// A thread that shows up before the call that makes it has ended belongs to whoever is making one.
-TraceReader::Process &TraceReader::processOf(int thread)
-{
-    if (threads_.contains(thread))
-        return *threads_[thread];
-    for (auto i = unfinished_.begin(); i != unfinished_.end(); ++i) {
-        const QByteArray name = i->left(i->indexOf('('));
-        if (kinds().value(name) == Operation::Start) {
-            adopt(thread, i.key(), i->contains("CLONE_THREAD"));
-            return *threads_[thread];
-        }
-    }
-    auto process = std::make_shared<Process>();
-    process->number = thread;
-    process->root = threads_.isEmpty();
-    threads_[thread] = process;
-    return *process;
 }
 
 void TraceReader::adopt(int thread, int parent, bool asThread)
@@ -211,7 +212,7 @@ void TraceReader::resolve(Operation *operation)
     const int child = int(operation->result);
     switch (operation->kind) {
     case Operation::Start:
-        if (child > 0 && !threads_.contains(child))
+        if (child > 0)
             adopt(child, operation->thread, args.contains("CLONE_THREAD"));
         break;
     case Operation::Program:

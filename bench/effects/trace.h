@@ -80,6 +80,7 @@ private:
         Files files;
     };
 
+    void readLine(const QByteArray &line, QVector<Operation> *operations);
     bool parse(QByteArray line, Operation *operation);
     void resolve(Operation *operation);
     void resolveDescriptor(Operation *operation);
@@ -87,10 +88,10 @@ private:
     void copyDescriptor(const Operation &operation);
     void becomeProgram(Process *process, Operation *operation);
     void adopt(int thread, int parent, bool asThread);
-    Process &processOf(int thread);
 
     QByteArray rest_;
     QHash<int, QByteArray> unfinished_; // by thread
+    QHash<int, QList<QByteArray>> early_; // lines of threads that are not known yet
     QHash<int, std::shared_ptr<Process>> threads_;
     QByteArray structure_; // what the next ioctl is given
 };
