@@ -223,7 +223,7 @@ Step Reader::step(const QJsonObject &object)
     expectation(object, &step);
     step.timeoutMs = object["timeout"].toInt(step.timeoutMs);
     step.repeats = object["repeats"].toInt(step.repeats);
-    step.waitMs = object["wait"].toInt();
+    step.waitMs = step.expect == Step::Silence ? step.timeoutMs : object["wait"].toInt();
     step.before = actions(object["before"]);
     step.during = actions(object["during"]);
     step.after = actions(object["after"]);
