@@ -16,7 +16,7 @@ int runSend(const QStringList &args)
         "(clock; ARGUMENT: seconds "
         "to be off), 0601 to 0603 (ARGUMENT: the ID),\n9510 (ARGUMENT: RRGGBB), KLV- (forced "
         "change; ARGUMENT: the level). "
-        "Exit status 0 if a good answer came, 1 if none or a damaged one did.\nExample: bench send "
+        "Exit status 0 if a good answer came, 1 if none, a damaged one or a failure did.\nExample: bench send "
         "--port /dev/ttyUSB0 8000");
     parser.addHelpOption();
     parser.addOptions({{"port", "Serial device or pty of the PC link.", "path"},
@@ -66,5 +66,9 @@ int runSend(const QStringList &args)
     if (!answer.error.isEmpty()) {
         throw BenchError(answer.error);
     }
-    return reply.kind == Reply::None || reply.kind == Reply::Damaged;
+    // A good battery at BI has a payload of its own.
+    const bool other = reply.kind == Reply::Frame && command && reply.payload != command->pass()
+        && reply.payload != "0295";
+    return reply.kind == Reply::None || reply.kind == Reply::Damaged || other
+        || reply.payload == "FORCIBLY_GOTO_FAIL";
 }
