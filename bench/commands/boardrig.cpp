@@ -33,22 +33,16 @@ void BoardRig::powerOn()
         throw BenchError("The panel has no legal level: " + panel.output());
     }
     const Port port = level == Bi ? Port::ttyO3 : Port::ttyO1;
-    QString error;
     if (!waitFor([&] { return panel.isReady(port); }, readyMs)) {
         throw BenchError("The agent does not open its port: " + panel.output());
     }
-    if (!link.open(panel.linkPath(port), modeAt(level), &error)) {
-        throw BenchError(error);
-    }
+    link.open(panel.linkPath(port), level);
 }
 
 QByteArray BoardRig::ask(const char *code, const QString &argument, int ms)
 {
-    Step step;
-    step.code = code;
-    step.argument = argument;
     Link::Request request;
-    request.bytes = requestOf(step, {{"model", "KLV-100"}}, 0);
+    request.bytes = requestOf(code, argument, 0, "KLV-100");
     request.timeoutMs = ms;
     request.framed = findCommand(code) && findCommand(code)->framed;
     return decode(link.exchange(request).bytes).payload;

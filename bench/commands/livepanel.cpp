@@ -9,11 +9,8 @@ LivePanel::LivePanel(VirtualPanel &panel, Fixture *fixture, Traffic *traffic,
     , fixture_(fixture)
     , traffic_(traffic)
     , agentArgs_(agentArgs)
-    , stand_(panel)
+    , stand_(panel, fixture)
 {
-    stand_.fixture = [this](const QString &verb, const QString &argument) {
-        return fixture_ ? fixture_->act(verb, argument) : "this panel runs without its fixture";
-    };
 }
 
 QString LivePanel::obey(const QString &verb, const QString &argument)

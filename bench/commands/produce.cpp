@@ -1,11 +1,12 @@
 #include "commands/commands.h"
 #include "commands/interrupt.h"
+#include "commands/reporting.h"
 #include "fixture/fixture.h"
 #include "panel/board.h"
 #include "panel/json.h"
 #include "panel/virtualpanel.h"
 #include "station/protocol.h"
-#include "station/report.h"
+#include "station/runner.h"
 #include "station/virtualstand.h"
 #include "store/handin.h"
 
@@ -25,8 +26,8 @@ public:
     bool verbose = false; // shows requests and answers
 
 private:
-    QStringList afterRelease();
-    void runLevel(int level, LevelResult *result);
+    QString afterRelease();
+    void runLevel(int level, Report *report);
 
     QString plans_;
     VirtualPanel panel_;
@@ -36,14 +37,11 @@ private:
     QMap<int, Plan> levels_;
 };
 
-Values valuesOf(const QJsonObject &row)
+void addTo(Values *values, const QJsonObject &more)
 {
-    Values values;
-    const QJsonObject given = row["values"].toObject();
-    for (const QString &name : given.keys()) {
-        values[name] = given[name].toString();
+    for (const QString &name : more.keys()) {
+        values->insert(name, more[name].toString());
     }
-    return values;
 }
 
 Production::Production(const QJsonObject &row, const QString &plans, const PanelOptions &options,
@@ -51,14 +49,11 @@ Production::Production(const QJsonObject &row, const QString &plans, const Panel
     : plans_(plans)
     , panel_(options)
     , fixture_(panel_)
-    , stand_(panel_)
+    , stand_(panel_, &fixture_)
 {
     panel_.factoryNew();
     values_ = identityOf(panel_);
-    const Values given = valuesOf(row);
-    for (auto value = given.begin(); value != given.end(); ++value) {
-        values_[value.key()] = value.value();
-    }
+    addTo(&values_, row["values"].toObject());
     stand_.files.values = values_;
     panel_.touchPanel() = TouchPanel::ofPanel(values_.value("station").toUInt());
     for (const QString &fault : faults) {
@@ -67,9 +62,6 @@ Production::Production(const QJsonObject &row, const QString &plans, const Panel
             throw BenchError(problem);
         }
     }
-    stand_.fixture = [this](const QString &verb, const QString &argument) {
-        return fixture_.act(verb, argument);
-    };
     for (const QJsonValue &path : row["plans"].toArray()) {
         Plan plan = loadPlan(plans + '/' + path.toString(), values_);
         if (!plan.problems.isEmpty()) {
@@ -80,35 +72,36 @@ Production::Production(const QJsonObject &row, const QString &plans, const Panel
     }
 }
 
-void Production::runLevel(int level, LevelResult *result)
+void Production::runLevel(int level, Report *report)
 {
     if (!levels_.contains(level)) {
-        result->faults << QString("nobody has a plan for level %1").arg(levelName(level));
-        return;
+        return report->fault(QString("nobody has a plan for level %1").arg(levelName(level)));
     }
     const Plan &plan = levels_[level];
     const QString fault = stand_.powerOn();
-    Link link;
-    QString error;
-    if (!fault.isEmpty() || !link.open(stand_.port(level), modeAt(level), &error)) {
-        result->faults << fault + error;
-        return;
+    if (!fault.isEmpty()) {
+        return report->fault(fault);
     }
+    Link link;
+    link.open(stand_.port(level), level);
     const bool sound = fixture_.faults().isEmpty();
     stand_.stateFolder = sound ? QFileInfo(plans_ + '/' + plan.file).path() : QString();
     const int number = level == Bi
         ? stand_.files.read("/usr/local/ict/HMI_STATION_NUM.txt").toInt(nullptr, 16)
         : values_.value("station").toInt();
-    Runner(link, stand_, values_, {number, {}, true, verbose}).run(plan, result);
-    if (!sound) {
-        result->faults += stand_.files.itemFaults(level, *result, 5000);
+    Runner(link, stand_, values_, {number, {}, true, verbose}).run(plan, report);
+    QJsonObject &result = report->levels.last();
+    const QByteArray log = stand_.files.read("/usr/local/ict/HMI_Factory_Resume.txt");
+    result["log"] = textOf(log).remove(QChar(0));
+    const QJsonArray steps = sound ? QJsonArray() : result["steps"].toArray();
+    for (const QString &wrong : stand_.files.itemFaults(level, steps, 5000)) {
+        report->fault(wrong);
     }
-    result->resumeLog = stand_.files.read("/usr/local/ict/HMI_Factory_Resume.txt");
     panel_.powerOff();
 }
 
-// A whole machine then starts the product application and not the agent.
-QStringList Production::afterRelease()
+// A whole machine then starts the product application and not the agent. Empty, or what is wrong.
+QString Production::afterRelease()
 {
     if (!panel_.board()) {
         return {};
@@ -118,11 +111,8 @@ QStringList Production::afterRelease()
         waitFor([&] { return !panel_.board()->run("pidof window").isEmpty(); }, 60000);
     const bool agent = !panel_.board()->run("pidof ict-agent").isEmpty();
     panel_.powerOff();
-    QStringList faults;
-    if (!started || agent) {
-        faults << "the released panel does not start the product application alone";
-    }
-    return faults;
+    return started && !agent ? ""
+                             : "the released panel does not start the product application alone";
 }
 
 void Production::run(Report *report)
@@ -131,22 +121,21 @@ void Production::run(Report *report)
     int before = -1;
     while (!files.released() && files.level() != before) {
         before = files.level();
-        report->levels << LevelResult();
-        LevelResult &result = report->levels.last();
-        result.level = levelName(before);
-        runLevel(before, &result);
-        if (files.level() == before && !files.released()) {
-            result.faults << "the panel stays at this level";
+        report->begin(levelName(before));
+        runLevel(before, report);
+        const QString wrong = files.released() ? afterRelease()
+            : files.level() == before          ? QString("the panel stays at this level")
+                                               : QString();
+        if (!wrong.isEmpty()) {
+            report->fault(wrong);
         }
-        if (files.released()) {
-            result.faults += afterRelease();
-        }
-        for (const QString &fault : result.faults) {
+        const QJsonObject &level = report->levels.last();
+        for (const QString &fault : textsOf(level["faults"])) {
             say("FAIL " + fault, true);
         }
-        if (result.medianOverheadMs() > 0) {
+        if (level["medianOverheadMs"].toDouble() > 0) {
             say(QString("     %1 ms an item over the prescribed waits in the median (limit 120)")
-                    .arg(result.medianOverheadMs(), 0, 'f', 1));
+                    .arg(level["medianOverheadMs"].toDouble(), 0, 'f', 1));
         }
     }
 }
@@ -156,10 +145,6 @@ void Production::run(Report *report)
 bool produce(const QCommandLineParser &parser, const QJsonObject &row, int number, Report *report)
 {
     const QString base = parser.value("report");
-    report->subject = row["title"].toString();
-    report->given = valuesOf(row);
-    report->operatorName = parser.value("operator");
-    report->line = parser.value("line");
     const QString folder = beginReport(*report, base);
     PanelOptions options;
     options.folder = parser.value("folder");
@@ -174,10 +159,9 @@ bool produce(const QCommandLineParser &parser, const QJsonObject &row, int numbe
         production.run(report);
     } catch (const BenchError &error) {
         worked = false;
-        if (report->levels.isEmpty() || report->faults().isEmpty()) {
-            report->levels << LevelResult();
-            report->levels.last().level = "the bench";
-            report->levels.last().faults << error.what();
+        if (report->faults().isEmpty()) {
+            report->begin("the bench");
+            report->fault(error.what());
         }
         fprintf(stderr, "bench produce: %s\n", error.what());
     }
@@ -201,23 +185,16 @@ int runProduce(const QStringList &args)
     parser.setApplicationDescription(
         "Makes a factory-new virtual panel and takes it through ICT, T1, BI and T2, one power "
         "cycle after the other,\nuntil it is released; a second one by the short way from T1; a "
-        "third by forced changes.\n"
+        "third by forced changes. production.json among the plans says which.\n"
         "Exit status 0 only if every reply, every screen and every file on the panels is what it "
         "must be.");
     parser.addHelpOption();
+    parser.addOptions(reportOptions("out/produce"));
     parser.addOptions({
-        {"plans", "Folder of the plans; production.json in it says which panel takes which.",
-         "folder", planFolder()},
         {"tour",
          "Only the last: identity, presence, failing end check and forced change of each level."},
         {"single", "Only the first panel."},
         {"fault", "Begin with this fault; may be given several times.", "name[:value]"},
-        {"report", "Folder for the reports, UNIT/TIMESTAMP inside it, and for one page with all.",
-         "folder", "out/produce"},
-        {"operator", "Who tests, for the reports.", "name"},
-        {"line", "Production line, for the reports and the store; else the host.", "name"},
-        {"verbose", "Show the requests and answers."},
-        storeOption(),
         {"folder", "Keep the panel's files in this folder; it is emptied first.", "folder"},
     });
     parser.process(args);
@@ -229,7 +206,9 @@ int runProduce(const QStringList &args)
     QVector<Report> reports;
     bool worked = true, passed = true;
     for (int i = first; i < end && worked; ++i) {
-        reports << Report();
+        Values given;
+        addTo(&given, rows[i]["values"].toObject());
+        reports << reportOf(parser, rows[i]["title"].toString(), given);
         worked = produce(parser, rows[i].toObject(), i, &reports.last());
         passed = passed && reports.last().passed();
     }
@@ -237,5 +216,8 @@ int runProduce(const QStringList &args)
     const QString problem = writePage(reports, page);
     say(problem.isEmpty() ? "All in one page: " + page : problem, !problem.isEmpty());
     sayVerdict(passed && !interrupted());
-    return interrupted() ? 1 : !worked || !problem.isEmpty() ? 2 : !passed;
+    if (interrupted()) {
+        return 1;
+    }
+    return !worked || !problem.isEmpty() ? 2 : !passed;
 }

@@ -3,14 +3,12 @@
 #include "station/codec.h"
 #include "station/console.h"
 #include "station/link.h"
-#include "station/plan.h"
 #include "station/protocol.h"
 
 #include <QCommandLineParser>
 
-int runSend(const QStringList &args)
+static void describe(QCommandLineParser &parser)
 {
-    QCommandLineParser parser;
     parser.setApplicationDescription(
         "Sends one request to a panel and decodes the reply.\nCODE is a command code, or 8D and 8E "
         "(clock; ARGUMENT: seconds "
@@ -26,42 +24,41 @@ int runSend(const QStringList &args)
                        {"timeout", "Milliseconds to wait for the answer.", "ms", "15000"}});
     parser.addPositionalArgument("CODE", "What to ask.");
     parser.addPositionalArgument("ARGUMENT", "Its data.", "[ARGUMENT]");
+}
+
+int runSend(const QStringList &args)
+{
+    static const char *const kinds[] = {"none",          "frame", "identity",
+                                        "battery value", "text",  "damaged"};
+    QCommandLineParser parser;
+    describe(parser);
     parser.process(args);
     const QStringList words = parser.positionalArguments();
     if (words.isEmpty() || !parser.isSet("port")) {
         throw BenchError("which port and what code? Example: bench send --port /dev/ttyUSB0 8000");
     }
-    Step step;
-    step.code = words[0].toUpper().toLatin1();
-    step.argument = words.value(1);
-    step.addressed = true;
-    if (step.code == "KLV-" && !parser.isSet("model")) {
+    const QByteArray code = words[0].toUpper().toLatin1();
+    if (code == "KLV-" && !parser.isSet("model")) {
         throw BenchError("the forced change needs the panel's model: --model KLV-100");
     }
-    const Command *command = findCommand(step.code);
+    const Command *command = findCommand(code);
     if (!command) {
-        fprintf(stderr, "No panel knows the code %s; sent all the same\n", step.code.constData());
+        fprintf(stderr, "No panel knows the code %s; sent all the same\n", code.constData());
     }
     Link link;
-    QString error;
-    if (!link.open(parser.value("port"), parser.isSet("bi") ? Link::Mode::Rs485 : Link::Mode::Rs232,
-                   &error)) {
-        throw BenchError(error);
-    }
+    link.open(parser.value("port"), parser.isSet("bi") ? Bi : Ict);
     Link::Request request;
     request.bytes =
-        requestOf(step, {{"model", parser.value("model")}}, parser.value("station").toInt());
+        requestOf(code, words.value(1), parser.value("station").toInt(), parser.value("model"));
     request.timeoutMs = parser.value("timeout").toInt();
     request.framed = command && command->framed;
     const Link::Answer answer = link.exchange(request);
     const Reply reply = decode(answer.bytes);
-    static const char *const kinds[] = {"none",          "frame", "identity",
-                                        "battery value", "text",  "damaged"};
     say("request  " + printable(request.bytes));
     say("reply    " + printable(answer.bytes));
     say(QString("kind     %1").arg(kinds[reply.kind])
         + (reply.station >= 0 ? QString(" from station %1").arg(reply.station) : QString()));
-    say("meaning  " + meaningOf(reply.payload, step.code));
+    say("meaning  " + meaningOf(reply.payload, code));
     say(QString("time     %1 ms").arg(answer.ms, 0, 'f', 1));
     if (!answer.error.isEmpty()) {
         throw BenchError(answer.error);

@@ -1,11 +1,11 @@
 #include "commands/commands.h"
 #include "commands/interrupt.h"
+#include "commands/reporting.h"
 #include "panel/bencherror.h"
 #include "station/protocol.h"
-#include "station/report.h"
+#include "station/runner.h"
 #include "store/handin.h"
 
-#include <QCommandLineParser>
 #include <QEventLoop>
 #include <QThread>
 
@@ -39,29 +39,29 @@ QString nameOf(const Job &job)
 bool work(const QString &port, const QVector<Job *> &jobs, const View &view)
 {
     Link link;
-    QString error;
-    const bool open = link.open(port, modeAt(jobs.first()->plan.level), &error);
-    if (!open) {
-        say(error, true);
+    QString closed; // why
+    try {
+        link.open(port, jobs.first()->plan.level);
+    } catch (const BenchError &error) {
+        closed = error.what();
+        say(closed, true);
     }
     for (Job *job : jobs) {
-        job->report.levels << LevelResult();
-        LevelResult &result = job->report.levels.last();
-        if (!open) {
-            result.level = levelName(job->plan.level);
-            result.faults << error;
+        job->report.begin(levelName(job->plan.level));
+        if (!closed.isEmpty()) {
+            job->report.fault(closed);
             continue;
         }
         TerminalStand stand(nameOf(*job), view.unattended);
         const QString label = view.several ? nameOf(*job) + " " : QString();
         Runner runner(link, stand, job->values, {job->number, label, false, view.verbose});
         try {
-            runner.run(job->plan, &result);
+            runner.run(job->plan, &job->report);
         } catch (const BenchError &wrong) {
             say(nameOf(*job) + ": " + wrong.what(), true);
         }
     }
-    return open;
+    return closed.isEmpty();
 }
 
 // "name=value" or "name=value,value,...": one for each panel.
@@ -103,10 +103,7 @@ QStringList load(const QCommandLineParser &parser, Job *job)
         ? parser.value("plan")
         : QString("%1/%2.json").arg(parser.value("plans"), level);
     job->plan = loadPlan(file, job->values);
-    job->report.subject = nameOf(*job);
-    job->report.given = job->values;
-    job->report.operatorName = parser.value("operator");
-    job->report.line = parser.value("line");
+    job->report = reportOf(parser, nameOf(*job), job->values);
     QStringList problems = job->plan.problems + unusedValues(*job);
     if (!level.isEmpty() && job->plan.level >= 0 && job->plan.level != levelByName(level)) {
         problems << QString("%1 is a plan of level %2, not of %3")
@@ -222,6 +219,7 @@ int runStation(const QStringList &args)
                                      "Example: bench station --port /dev/ttyUSB0 --level t1 --set "
                                      "model=KLV-100 --set machineId=20254711T12345678");
     parser.addHelpOption();
+    parser.addOptions(reportOptions("out/station"));
     parser.addOptions(
         {{"port", "Serial device or pty; may be given several times.", "path"},
          {"level", "ict, t1, bi or t2.", "level"},
@@ -229,13 +227,7 @@ int runStation(const QStringList &args)
           "0"},
          {"set", "What a plan's ${NAME} stands for; with commas, one VALUE for each panel.",
           "NAME=VALUE"},
-         {"plans", "Folder of the plans.", "folder", planFolder()},
          {"plan", "This plan instead, for example a record of `bench panel --record`.", "file"},
-         {"report", "Folder for the reports, UNIT/TIMESTAMP inside it.", "folder", "out/station"},
-         {"operator", "Who tests, for the reports.", "name"},
-         {"line", "Production line, for the reports and the store; else the host.", "name"},
-         {"verbose", "Show the requests and answers."},
-         storeOption(),
          {"check", "Only check the plan."},
          {"yes", "Take everything asked of a person as done."}});
     parser.process(args);

@@ -2,6 +2,7 @@
 #include "panel/bencherror.h"
 #include "panel/folders.h"
 #include "panel/json.h"
+#include "station/console.h"
 #include "station/report.h"
 #include "store/handin.h"
 #include "store/store.h"

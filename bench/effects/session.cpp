@@ -305,10 +305,8 @@ void EffectSession::ask(const QString &request)
         port->send(unprintable(request.mid(1, request.lastIndexOf('"') - 1).toLatin1()));
         return;
     }
-    Step step;
-    step.code = request.section(' ', 0, 0).toLatin1();
-    step.argument = request.section(' ', 1);
-    port->send(requestOf(step, {{"model", "KLV-100"}}, 0));
+    port->send(
+        requestOf(request.section(' ', 0, 0).toLatin1(), request.section(' ', 1), 0, "KLV-100"));
 }
 
 void EffectSession::settle(const QString &until, bool request)

@@ -1,5 +1,7 @@
 #include "station/codec.h"
 
+#include <QRegularExpression>
+
 #include <numeric>
 
 static QByteArray twoDigits(int value)
@@ -9,17 +11,12 @@ static QByteArray twoDigits(int value)
 
 QByteArray hexLrc(const QByteArray &ascii)
 {
-    int sum = 0;
-    for (int at = 0; at < ascii.size(); at += 2) {
-        sum += ascii.mid(at, 2).toInt(nullptr, 16);
-    }
-    return twoDigits(-sum);
+    return characterLrc(QByteArray::fromHex(ascii));
 }
 
 QByteArray characterLrc(const QByteArray &ascii)
 {
-    return twoDigits(-std::accumulate(ascii.begin(), ascii.end(), 0,
-                                      [](int sum, char c) { return sum + uchar(c); }));
+    return twoDigits(-std::accumulate(ascii.begin(), ascii.end(), 0));
 }
 
 QByteArray shortRequest(int number, const QByteArray &code)
@@ -42,52 +39,24 @@ QByteArray identityRequest(int number, const QByteArray &code, const QByteArray 
     return ':' + body + characterLrc(body) + "\r\n";
 }
 
-QByteArray colourRequest(const QByteArray &rgb)
-{
-    return ":9510" + rgb;
-}
-
-QByteArray gotoRequest(const QByteArray &model, const QByteArray &level)
-{
-    return model + '-' + level + "\r\n";
-}
-
-static bool isHex(const QByteArray &text)
-{
-    for (char c : text) {
-        if (!isxdigit(uchar(c)) || islower(uchar(c))) {
-            return false;
-        }
-    }
-    return !text.isEmpty();
-}
-
 Reply decode(const QByteArray &bytes)
 {
+    static const QRegularExpression form("\\A([0-9A-F]{6}.*)(..)\r(\n?)\\z",
+                                         QRegularExpression::DotMatchesEverythingOption);
     Reply reply;
-    if (bytes.isEmpty()) {
-        return reply;
-    }
-    const int colon = bytes.lastIndexOf(':');
     reply.payload = bytes;
+    const int colon = bytes.lastIndexOf(':');
     if (colon < 0) {
-        reply.kind = Reply::Text;
+        reply.kind = bytes.isEmpty() ? Reply::None : Reply::Text;
         return reply;
     }
     reply.kind = Reply::Damaged;
     reply.noise = bytes.left(colon);
-    QByteArray body = bytes.mid(colon + 1);
-    const bool lineFeed = body.endsWith("\r\n");
-    if (!lineFeed && !body.endsWith('\r')) {
-        return reply;
-    }
-    body.chop(lineFeed ? 2 : 1);
-    const QByteArray check = body.right(2);
-    body.chop(2);
-    if (body.size() < 6 || !isHex(body.left(6))) {
-        return reply;
-    }
-    if (isHex(body) && check == hexLrc(body)) {
+    const QRegularExpressionMatch frame = form.match(textOf(bytes.mid(colon + 1)));
+    const QByteArray body = frame.captured(1).toLatin1(), check = frame.captured(2).toLatin1();
+    const bool lineFeed = !frame.captured(3).isEmpty();
+    const bool hex = body == QByteArray::fromHex(body).toHex().toUpper();
+    if (hex && check == hexLrc(body)) {
         reply.kind = lineFeed ? Reply::Frame : Reply::Battery;
     } else if (lineFeed && body.mid(2, 2) == "07" && check == characterLrc(body)) {
         reply.kind = Reply::Identity;
@@ -101,29 +70,28 @@ Reply decode(const QByteArray &bytes)
 
 bool isComplete(const QByteArray &bytes, bool quiet)
 {
-    if (bytes.isEmpty()) {
-        return false;
-    }
-    if (bytes.endsWith('\n')) {
-        return true;
-    }
-    return quiet && (!bytes.contains(':') || bytes.endsWith('\r'));
+    const bool endless = !bytes.isEmpty() && (!bytes.contains(':') || bytes.endsWith('\r'));
+    return bytes.endsWith('\n') || (quiet && endless);
 }
 
 QString printable(const QByteArray &bytes)
 {
     QString text;
     for (char c : bytes) {
-        if (c == '\\') {
+        switch (c) {
+        case '\\':
             text += "\\\\";
-        } else if (c == '\r') {
+            break;
+        case '\r':
             text += "\\r";
-        } else if (c == '\n') {
+            break;
+        case '\n':
             text += "\\n";
-        } else if (uchar(c) < 32 || uchar(c) > 126) {
-            text += QString("\\x%1").arg(uchar(c), 2, 16, QLatin1Char('0'));
-        } else {
-            text += QLatin1Char(c);
+            break;
+        default:
+            text += uchar(c) < 32 || uchar(c) > 126
+                ? QString("\\x%1").arg(uchar(c), 2, 16, QLatin1Char('0'))
+                : QString(QLatin1Char(c));
         }
     }
     return text;

@@ -13,18 +13,14 @@ QByteArray hexLrc(const QByteArray &ascii);
 // identity.
 QByteArray characterLrc(const QByteArray &ascii);
 
-// Requests, ready to send. `number` is the station number, 0 for any panel.
+// Requests, ready to send; protocol.h makes any by its code. `number` is the station number, 0 for
+// any panel.
 QByteArray shortRequest(int number, const QByteArray &code);
 // `kind` is "8D" (set) or "8E" (compare); the two columns between month and year are filled with
 // the weekday.
 QByteArray clockRequest(const QByteArray &kind, const QDateTime &time);
 // `code` is "0601", "0602" or "0603".
 QByteArray identityRequest(int number, const QByteArray &code, const QByteArray &id);
-// `rgb` is six hex digits. This request has neither station nor check digits nor line end.
-QByteArray colourRequest(const QByteArray &rgb);
-// A bare line; `level` is the two digits of the level to go to. The line end makes it the 11 bytes
-// that the panel reads at least, whatever the model.
-QByteArray gotoRequest(const QByteArray &model, const QByteArray &level);
 
 struct Reply {
     enum Kind {

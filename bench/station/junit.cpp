@@ -1,20 +1,33 @@
+#include "panel/json.h"
 #include "station/report.h"
 
 #include <QJsonArray>
 #include <QXmlStreamWriter>
 
-static void writeCase(QXmlStreamWriter &xml, const QString &level, const QString &name,
-                      double seconds, const QJsonArray &faults)
+static void begin(QXmlStreamWriter &xml, const char *element,
+                  const QVector<QPair<const char *, QString>> &attributes)
 {
-    xml.writeStartElement("testcase");
-    xml.writeAttribute("classname", level);
-    xml.writeAttribute("name", name);
-    xml.writeAttribute("time", QString::number(seconds, 'f', 3));
+    xml.writeStartElement(element);
+    for (const auto &[name, value] : attributes) {
+        xml.writeAttribute(name, value);
+    }
+}
+
+static QString seconds(double ms)
+{
+    return QString::number(ms / 1000, 'f', 3);
+}
+
+static void writeCase(QXmlStreamWriter &xml, const QString &level, const QJsonObject &step)
+{
+    const QStringList faults = textsOf(step["faults"]);
+    begin(xml, "testcase",
+          {{"classname", level},
+           {"name", step["name"].toString()},
+           {"time", seconds(step["ms"].toDouble())}});
     if (!faults.isEmpty()) {
-        xml.writeStartElement("failure");
-        xml.writeAttribute("type", "failure");
-        xml.writeAttribute("message", faults[0].toString());
-        xml.writeCharacters(QVariant(faults.toVariantList()).toStringList().join('\n'));
+        begin(xml, "failure", {{"type", "failure"}, {"message", faults[0]}});
+        xml.writeCharacters(faults.join('\n'));
         xml.writeEndElement();
     }
     xml.writeEndElement();
@@ -22,43 +35,37 @@ static void writeCase(QXmlStreamWriter &xml, const QString &level, const QString
 
 static void writeSuite(QXmlStreamWriter &xml, const QJsonObject &record, int id)
 {
-    const QJsonValue level = record["levels"].toArray()[id];
-    const QJsonArray steps = level["steps"].toArray(), faults = level["faults"].toArray();
+    const QJsonValue level = record["levels"][id];
     const QString name = level["level"].toString();
-    int failures = !faults.isEmpty();
-    double seconds = 0;
-    for (const QJsonValue &step : steps) {
-        failures += !step["passed"].toBool();
-        seconds += step["ms"].toDouble() / 1000;
+    QJsonArray cases = level["steps"].toArray();
+    if (!level["faults"].toArray().isEmpty()) {
+        cases << QJsonObject{{"name", "the panel as a whole"}, {"faults", level["faults"]}};
     }
-    const QVector<QPair<const char *, QString>> attributes = {
-        {"id", QString::number(id)},
-        {"package", "bench"},
-        {"name", name},
-        {"timestamp", record["begun"].toString().left(19)},
-        {"hostname", record["host"].toString()},
-        {"tests", QString::number(steps.size() + !faults.isEmpty())},
-        {"failures", QString::number(failures)},
-        {"errors", "0"}, // a fault of the bench itself leaves no verdict
-        {"time", QString::number(seconds, 'f', 3)}};
-    xml.writeStartElement("testsuite");
-    for (const auto &[attribute, value] : attributes) {
-        xml.writeAttribute(attribute, value);
+    int failures = 0;
+    double ms = 0;
+    for (const QJsonValue &one : cases) {
+        failures += !one["faults"].toArray().isEmpty();
+        ms += one["ms"].toDouble();
     }
-    xml.writeStartElement("properties");
+    begin(xml, "testsuite",
+          {{"id", QString::number(id)},
+           {"package", "bench"},
+           {"name", name},
+           {"timestamp", record["begun"].toString().left(19)},
+           {"hostname", record["host"].toString()},
+           {"tests", QString::number(cases.size())},
+           {"failures", QString::number(failures)},
+           {"errors", "0"}, // a fault of the bench itself leaves no verdict
+           {"time", seconds(ms)}});
+    begin(xml, "properties", {});
     const QJsonObject unit = record["unit"].toObject();
     for (const QString &key : unit.keys()) {
-        xml.writeEmptyElement("property");
-        xml.writeAttribute("name", key);
-        xml.writeAttribute("value", unit[key].toString());
+        begin(xml, "property", {{"name", key}, {"value", unit[key].toString()}});
+        xml.writeEndElement();
     }
     xml.writeEndElement();
-    for (const QJsonValue &step : steps) {
-        writeCase(xml, name, step["name"].toString(), step["ms"].toDouble() / 1000,
-                  step["faults"].toArray());
-    }
-    if (!faults.isEmpty()) {
-        writeCase(xml, name, "the panel as a whole", 0, faults);
+    for (const QJsonValue &one : cases) {
+        writeCase(xml, name, one.toObject());
     }
     xml.writeEmptyElement("system-out");
     xml.writeEmptyElement("system-err");

@@ -17,8 +17,6 @@ static constexpr int quietMs = 60;
 static QString remedy(const QSerialPort &port)
 {
     switch (port.error()) {
-    case QSerialPort::DeviceNotFoundError:
-        return "no such device (ls /dev/ttyUSB* /dev/ttyS*; is the adapter plugged in?)";
     case QSerialPort::PermissionError:
         return "busy or not permitted (fuser -v PORT shows who has it; usermod -aG dialout $USER)";
     case QSerialPort::ResourceError:
@@ -31,20 +29,29 @@ static QString remedy(const QSerialPort &port)
     }
 }
 
-Link::Mode modeAt(int level)
+// QSerialPort takes any name without a leading slash to be below /dev; a path as people type it may
+// begin in this folder, a pty's be its number.
+static QString absolute(const QString &path)
 {
-    return level == Bi ? Link::Mode::Rs485 : Link::Mode::Rs232;
+    for (const char *const folder : {"", "/dev/", "/dev/pts/"}) {
+        const QFileInfo file(folder + path);
+        if (file.exists() && !file.isDir()) {
+            return file.absoluteFilePath();
+        }
+    }
+    throw BenchError(path
+                     + ": no such device (ls /dev/ttyUSB* /dev/ttyS*; is the adapter plugged in?)");
 }
 
-bool Link::open(const QString &path, Mode mode, QString *error)
+void Link::open(const QString &path, int level)
 {
-    close();
-    port_.setPortName(path);
+    port_.close();
+    path_ = absolute(path);
+    port_.setPortName(path_);
     if (!port_.open(QIODevice::ReadWrite)) {
-        *error = QString("%1: %2").arg(path, remedy(port_));
-        return false;
+        throw BenchError(QString("%1: %2").arg(path_, remedy(port_)));
     }
-    const bool bus = mode == Mode::Rs485;
+    const bool bus = level == Bi;
     // Evaluated one by one: a pty refuses some of these, and what it takes is to be set all the
     // same.
     const bool baud = port_.setBaudRate(9600);
@@ -53,22 +60,14 @@ bool Link::open(const QString &path, Mode mode, QString *error)
     const bool stop = port_.setStopBits(QSerialPort::OneStop);
     const bool flow =
         port_.setFlowControl(bus ? QSerialPort::NoFlowControl : QSerialPort::HardwareControl);
-    const bool pty = QFileInfo(path).canonicalFilePath().startsWith("/dev/pts/");
+    const bool pty = QFileInfo(path_).canonicalFilePath().startsWith("/dev/pts/");
     if (!pty && !(baud && data && parity && stop && flow)) {
         fprintf(stderr, "%s: the port refuses 9600 baud %s; replies may be garbled\n",
-                qPrintable(path), bus ? "7E1" : "8E1 with RTS/CTS");
+                qPrintable(path_), bus ? "7E1" : "8E1 with RTS/CTS");
     }
     port_.clear();
     port_.clearError();
     owed_ = 0;
-    return true;
-}
-
-void Link::close()
-{
-    if (port_.isOpen()) {
-        port_.close();
-    }
 }
 
 bool Link::awaitBytes(int ms)
@@ -157,7 +156,7 @@ Link::Answer Link::exchange(const Request &request)
     owed_ = answer.tries - 1;
     lastAnswer_ = answer.bytes;
     if (port_.error() != QSerialPort::NoError) {
-        answer.error = QString("%1: %2").arg(port_.portName(), remedy(port_));
+        answer.error = QString("%1: %2").arg(path_, remedy(port_));
     }
     return answer;
 }

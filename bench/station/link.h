@@ -7,19 +7,9 @@
 // whatever else lives in that thread (the virtual panel's cables and probes) goes on meanwhile.
 class Link {
 public:
-    enum class Mode {
-        Rs232, // 9600 baud, 8E1, RTS/CTS: every level but burn-in
-        Rs485 // 9600 baud, 7E1, no flow control: burn-in
-    };
-
-    // Opens `path` (a serial device or a pty). On failure `error` names the remedy.
-    bool open(const QString &path, Mode mode, QString *error);
-    void close();
-    QString path() const
-    {
-        return port_.portName();
-    }
-
+    // Opens a serial device or a pty, with the line settings of a level (protocol.h): 9600 baud 7E1
+    // at burn-in, which is RS-485, else 8E1 with RTS/CTS. Throws BenchError with the remedy.
+    void open(const QString &path, int level);
     struct Request {
         QByteArray bytes;
         int timeoutMs = 2000; // for each try; counted anew for the last one when `during` returns
@@ -42,10 +32,8 @@ private:
     bool awaitBytes(int ms);
     QByteArray awaitAnswer(const Request &request, qint64 *lastByteNs);
 
+    QString path_;
     QSerialPort port_;
     QByteArray lastAnswer_;
     int owed_ = 0; // answers that a repeated request may still bring
 };
-
-// The line settings of a level (protocol.h).
-Link::Mode modeAt(int level);

@@ -1,9 +1,12 @@
 #include "station/panelfiles.h"
 
+#include "panel/json.h"
 #include "panel/wait.h"
+#include "station/codec.h"
 #include "station/protocol.h"
 
 #include <QDir>
+#include <QJsonArray>
 #include <QRegularExpression>
 
 int PanelFiles::level() const
@@ -20,14 +23,14 @@ QByteArray PanelFiles::read(const QString &path) const
 // Zero bytes at the end of what was cut off belong to it: they fill it up.
 static QString shown(const QByteArray &bytes, bool record)
 {
-    QString text;
-    for (int at = 0, zeros = 0; at < bytes.size(); at += qMax(1, zeros)) {
-        for (zeros = 0; at + zeros < bytes.size() && bytes[at + zeros] == '\0';) {
-            ++zeros;
-        }
-        text += zeros == 0 ? printable(bytes.mid(at, 1))
-            : record       ? QString("\\0")
-                           : QString("\\0*%1").arg(zeros);
+    static const QRegularExpression zeros("(?:\\\\x00)+");
+    QString text = printable(bytes);
+    int at = 0;
+    for (QRegularExpressionMatch run; (run = zeros.match(text, at)).hasMatch();) {
+        const int count = run.capturedLength() / 4;
+        const QString put = record ? QString("\\0") : QString("\\0*%1").arg(count);
+        text.replace(run.capturedStart(), run.capturedLength(), put);
+        at = run.capturedStart() + put.size();
     }
     return text;
 }
@@ -41,10 +44,9 @@ QStringList PanelFiles::linesOf(const Section &section) const
     const QByteArray bytes = read(section.path);
     QStringList lines;
     for (int at = 0, size = 0; at < bytes.size(); at += size) {
-        const int lineEnd = bytes.indexOf('\n', at);
-        size = section.recordSize ? section.recordSize
-            : lineEnd < 0         ? bytes.size() - at
-                                  : lineEnd + 1 - at;
+        const int lineEnd = bytes.indexOf('\n', at),
+                  line = lineEnd < 0 ? bytes.size() : lineEnd + 1;
+        size = section.recordSize ? section.recordSize : line - at;
         lines << shown(bytes.mid(at, size), section.recordSize);
         if (section.recordSize && at + size > bytes.size()) {
             lines.last() += QString(" (%1 bytes only)").arg(bytes.size() - at);
@@ -68,10 +70,12 @@ static bool fits(const QString &expected, const QString &line, Values *values)
         const QRegularExpressionMatch match = all.next();
         const QString key = match.captured(1);
         pattern += QRegularExpression::escape(expected.mid(from, match.capturedStart() - from));
-        pattern += values->contains(key) ? QRegularExpression::escape((*values)[key])
-            : patterns.contains(key)     ? patterns[key]
-                                         : QString("(?<%1>[-\\w]+)").arg(key);
-        if (!values->contains(key) && !patterns.contains(key)) {
+        if (values->contains(key)) {
+            pattern += QRegularExpression::escape((*values)[key]);
+        } else if (patterns.contains(key)) {
+            pattern += patterns[key];
+        } else {
+            pattern += QString("(?<%1>[-\\w]+)").arg(key);
             fresh << key;
         }
         from = match.capturedEnd();
@@ -107,15 +111,11 @@ QString PanelFiles::difference(const Section &section, QHash<QString, QStringLis
     return {};
 }
 
-QStringList PanelFiles::differences(const QString &file, int patienceMs)
+QVector<PanelFiles::Section> PanelFiles::sectionsOf(const QString &text)
 {
-    QFile text(file);
-    if (!text.open(QIODevice::ReadOnly)) {
-        return {QString("%1 cannot be read: %2").arg(file, text.errorString())};
-    }
-    QVector<Section> sections;
     static const QRegularExpression head("^\\[(\\S+)( new)?(?: records (\\d+))?\\]$");
-    for (const QString &line : QString(text.readAll()).split('\n', Qt::SkipEmptyParts)) {
+    QVector<Section> sections;
+    for (const QString &line : text.split('\n', Qt::SkipEmptyParts)) {
         const QRegularExpressionMatch match = head.match(line);
         if (match.hasMatch()) {
             sections << Section{
@@ -123,6 +123,18 @@ QStringList PanelFiles::differences(const QString &file, int patienceMs)
         } else if (!line.startsWith('#') && !sections.isEmpty()) {
             sections.last().lines << line;
         }
+    }
+    return sections;
+}
+
+QStringList PanelFiles::differences(const QString &file, int patienceMs)
+{
+    if (!QFile::exists(file)) {
+        return {file + " is missing"};
+    }
+    const QVector<Section> sections = sectionsOf(readFile(file));
+    if (sections.isEmpty()) {
+        return {file + " names no file of the panel"};
     }
     QStringList wrong;
     QHash<QString, QStringList> seen;
@@ -132,50 +144,57 @@ QStringList PanelFiles::differences(const QString &file, int patienceMs)
         seen = seen_;
         met = values;
         for (const Section &section : sections) {
-            const QString difference = this->difference(section, &seen, &met);
-            wrong += difference.isEmpty() ? QStringList() : QStringList(difference);
+            wrong << difference(section, &seen, &met);
         }
+        wrong.removeAll({});
         return wrong.isEmpty();
     };
     waitFor(right, patienceMs);
     seen_ = seen;
     values = met;
-    return sections.isEmpty() ? QStringList(file + " names no file of the panel") : wrong;
+    return wrong;
 }
 
-QStringList PanelFiles::itemFaults(int level, const LevelResult &run, int patienceMs) const
+// '1' or 'F' by the number of the item; those left out may be either.
+static QMap<int, QChar> resultsOf(const QJsonArray &steps)
 {
-    QMap<int, char> wanted;
-    for (const StepResult &result : run.steps) {
-        const Command *command = findCommand(result.step.code);
-        const bool failed = result.reply.kind == Reply::Frame && result.reply.payload != "0295"
-            && result.reply.payload != (command ? command->pass() : QByteArray());
-        for (int item : result.step.items) {
+    QMap<int, QChar> results;
+    for (const QJsonValue &step : steps) {
+        const Command *command = findCommand(step["code"].toString().toLatin1());
+        const Reply reply = decode(unprintable(step["reply"].toString().toLatin1()));
+        const bool failed = reply.kind == Reply::Frame && reply.payload != "0295"
+            && reply.payload != (command ? command->pass() : QByteArray());
+        const QJsonArray items = step["items"].toArray();
+        for (const QJsonValue &item : items) {
             // A failure of several items may be any one's; a voltage has a limit of its own.
-            if (result.reply.kind == Reply::None || (failed && result.step.items.size() > 1)
-                || result.reply.kind == Reply::Battery) {
-                wanted.remove(item);
+            if (reply.kind == Reply::None || reply.kind == Reply::Battery
+                || (failed && items.size() > 1)) {
+                results.remove(item.toInt());
             } else {
-                wanted[item] = failed ? 'F' : '1';
+                results[item.toInt()] = failed ? 'F' : '1';
             }
         }
     }
+    return results;
+}
+
+QStringList PanelFiles::itemFaults(int level, const QJsonArray &steps, int patienceMs) const
+{
+    const QMap<int, QChar> wanted = resultsOf(steps);
+    const QString flags = QString("/usr/local/ict/HMI_%1_TEST_Flag.txt").arg(levelName(level));
     QStringList faults;
-    waitFor(
-        [&] {
-            faults.clear();
-            const QList<QByteArray> lines =
-                read(QString("/usr/local/ict/HMI_%1_TEST_Flag.txt").arg(levelName(level)))
-                    .split('\n');
-            for (auto item = wanted.begin(); item != wanted.end(); ++item) {
-                const QString line = shown(lines.value(item.key() - 1), true);
-                if (!line.contains(QString(": %1\\0").arg(item.value()))) {
-                    faults << QString("item result on the panel: %1 instead of %2")
-                                  .arg(line, QString(item.value()));
-                }
+    const auto right = [&] {
+        faults.clear();
+        const QList<QByteArray> lines = read(flags).split('\n');
+        for (auto item = wanted.begin(); item != wanted.end(); ++item) {
+            const QString line = shown(lines.value(item.key() - 1), true);
+            if (!line.contains(QString(": %1\\0").arg(item.value()))) {
+                faults << QString("item result on the panel: %1 instead of %2")
+                              .arg(line, QString(item.value()));
             }
-            return faults.isEmpty();
-        },
-        patienceMs);
+        }
+        return faults.isEmpty();
+    };
+    waitFor(right, patienceMs);
     return faults;
 }

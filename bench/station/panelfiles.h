@@ -1,6 +1,6 @@
 #pragma once
 
-#include "station/runner.h"
+#include "station/plan.h"
 
 // What lies on a panel, compared with expected states: texts in the plans' folder that a person can
 // read. A state has a section for each file it speaks of, headed "[PATH]", "[PATH new]"
@@ -31,9 +31,9 @@ public:
     // What differs from the state in `file`, empty for nothing. Waits up to `patienceMs` for the
     // panel to finish writing.
     QStringList differences(const QString &file, int patienceMs);
-    // Items of `level` whose results on the panel are not what it answered in `run`: for panels
-    // with faults, whose states nobody has written down.
-    QStringList itemFaults(int level, const LevelResult &run, int patienceMs) const;
+    // Items of `level` whose results on the panel are not what it answered in the record's `steps`:
+    // for panels with faults, whose states nobody has written down.
+    QStringList itemFaults(int level, const QJsonArray &steps, int patienceMs) const;
 
 private:
     struct Section {
@@ -42,6 +42,7 @@ private:
         bool isNew = false;
         QStringList lines; // expected
     };
+    static QVector<Section> sectionsOf(const QString &text);
     QStringList linesOf(const Section &section) const;
     QString difference(const Section &section, QHash<QString, QStringList> *seen,
                        Values *values) const;

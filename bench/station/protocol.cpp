@@ -7,8 +7,9 @@
 #include <QHash>
 #include <QJsonArray>
 
+#include <algorithm>
+
 static const char *const levelNames[] = {"ICT", "T1", "BI", "T2"};
-static const char *const wireLevels[] = {"04", "01", "02", "03"};
 
 const char *levelName(int level)
 {
@@ -17,18 +18,11 @@ const char *levelName(int level)
 
 int levelByName(const QString &name)
 {
-    for (int level = 0; level < LevelCount; ++level) {
-        if (name.compare(QLatin1String(levelNames[level]), Qt::CaseInsensitive) == 0) {
-            return level;
-        }
-    }
-    return -1;
-}
-
-QByteArray wireLevel(const QString &name)
-{
-    const int level = levelByName(name);
-    return level < 0 ? "00" : wireLevels[level];
+    const auto same = [&](const char *level) {
+        return name.compare(QLatin1String(level), Qt::CaseInsensitive) == 0;
+    };
+    const auto found = std::find_if(levelNames, levelNames + LevelCount, same);
+    return found == levelNames + LevelCount ? -1 : int(found - levelNames);
 }
 
 namespace {
@@ -51,9 +45,7 @@ Protocol load()
         command.framed = row["answer"] == "frame";
         command.meaning = row["means"].toString();
         command.settleS = row["settle"].toInt();
-        for (const QString &level : row["levels"].toString().split(' ')) {
-            command.levels |= 1u << levelByName(level);
-        }
+        command.levels = row["levels"].toString().split(' ');
         protocol.commands[command.code] = command;
     }
     return protocol;
@@ -83,6 +75,28 @@ const Command *commandOf(const QByteArray &request)
     }
     const Command *const clock = findCommand(request.mid(3, 2));
     return clock ? clock : findCommand(request.mid(3, 4));
+}
+
+// A forced change is a bare line. Its line end makes it the 11 bytes that the panel reads at least,
+// whatever the model. The colour has neither station nor check digits nor line end.
+QByteArray requestOf(const QByteArray &code, const QString &text, int number, const QString &model)
+{
+    static const QByteArray wireLevels[] = {"04", "01", "02", "03"};
+    const QByteArray argument = text.toLatin1();
+    if (code == "8D" || code == "8E") {
+        return clockRequest(code, QDateTime::currentDateTime().addSecs(argument.toInt()));
+    }
+    if (code.startsWith("060")) {
+        return identityRequest(0, code, argument);
+    }
+    if (code == "9510") {
+        return ":9510" + argument;
+    }
+    if (code == "KLV-") {
+        const int level = levelByName(text);
+        return model.toLatin1() + '-' + (level < 0 ? "00" : wireLevels[level]) + "\r\n";
+    }
+    return shortRequest(number, code);
 }
 
 QString meaningOf(const QByteArray &payload, const QByteArray &code)

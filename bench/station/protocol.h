@@ -1,7 +1,7 @@
 #pragma once
 
 #include <QByteArray>
-#include <QString>
+#include <QStringList>
 
 // What a station knows of the panel's commands: where each is allowed, how it is answered, what it
 // means. The texts and tables are data, plans/commands.json.
@@ -12,13 +12,11 @@ enum Level { Ict, T1, Bi, T2, LevelCount };
 // them ("HMI" included).
 const char *levelName(int level);
 int levelByName(const QString &name);
-// Two digits of the level on the wire ("04" ICT, "01" T1, "02" BI, "03" T2), and "00" for "HMI".
-QByteArray wireLevel(const QString &name);
 
 struct Command {
     // Short requests by four characters, long ones by "8D", "8E", "0601", "9510", "KLV-".
     QByteArray code;
-    unsigned levels = 0; // bit (1 << level) set where the panel knows the code
+    QStringList levels; // where the panel knows the code
     bool framed = true; // answered by a frame, else by raw text, a frame of its own kind or not
     QString meaning;
     int settleS = 0; // a pass leaves work that a cut of power would lose, as a rule for so long
@@ -28,7 +26,7 @@ struct Command {
     }
     bool allowedAt(int level) const
     {
-        return levels & (1u << level);
+        return levels.contains(levelName(level));
     }
 };
 
@@ -36,6 +34,11 @@ struct Command {
 const Command *findCommand(const QByteArray &code);
 // The command that the bytes of a request ask for; null for what is none.
 const Command *commandOf(const QByteArray &request);
+// A request by its code. `argument`: the ID, the colour (six hex digits), the level to go to, or by
+// how many seconds the clock is off. `number`: the panel's station number, 0 for any. `model` is
+// for the forced change only.
+QByteArray requestOf(const QByteArray &code, const QString &argument = {}, int number = 0,
+                     const QString &model = {});
 
 // A reply payload (or raw text) in words, for the request `code` ("" when unknown).
 QString meaningOf(const QByteArray &payload, const QByteArray &code);

@@ -1,12 +1,56 @@
-#include "fixture/finger.h"
-#include "station/protocol.h"
+#include "panel/json.h"
+#include "station/codec.h"
 #include "station/report.h"
 
 #include <QCoreApplication>
 #include <QJsonArray>
-#include <QRegularExpression>
 #include <QSysInfo>
 #include <QTimeZone>
+
+static void append(QJsonObject *object, const char *key, const QString &text)
+{
+    QJsonArray list = (*object)[key].toArray();
+    list << text;
+    (*object)[key] = list;
+}
+
+void Report::begin(const QString &level)
+{
+    const QJsonArray none;
+    levels << QJsonObject{{"level", level}, {"plan", ""},      {"planHash", ""},
+                          {"items", none},  {"steps", none},   {"medianOverheadMs", 0},
+                          {"faults", none}, {"screens", none}, {"log", ""}};
+}
+
+void Report::fault(const QString &text)
+{
+    append(&levels.last(), "faults", text);
+}
+
+void Report::take(const QMap<QString, QImage> &images)
+{
+    for (auto image = images.begin(); image != images.end(); ++image) {
+        const QString file =
+            QString("%1-%2.png").arg(levels.last()["level"].toString().toLower(), image.key());
+        append(&levels.last(), "screens", file);
+        screens[file] = image.value();
+    }
+}
+
+static QStringList faultsOf(const QJsonObject &level)
+{
+    const QString name = level["level"].toString();
+    QStringList list;
+    for (const QJsonValue &step : level["steps"].toArray()) {
+        for (const QString &fault : textsOf(step["faults"])) {
+            list << QString("%1, %2: %3").arg(name, step["name"].toString(), fault);
+        }
+    }
+    for (const QString &fault : textsOf(level["faults"])) {
+        list << QString("%1: %2").arg(name, fault);
+    }
+    return list;
+}
 
 bool Report::passed() const
 {
@@ -16,38 +60,33 @@ bool Report::passed() const
 QStringList Report::faults() const
 {
     QStringList list;
-    for (const LevelResult &level : levels) {
-        for (const StepResult &result : level.steps) {
-            for (const QString &fault : result.faults) {
-                list << QString("%1, %2: %3").arg(level.level, result.step.name, fault);
-            }
-        }
-        for (const QString &fault : level.faults) {
-            list << QString("%1: %2").arg(level.level, fault);
-        }
+    for (const QJsonObject &level : levels) {
+        list += faultsOf(level);
     }
     return list;
 }
 
 Values Report::unit() const
 {
-    static const QHash<QByteArray, QString> askedBy = {
-        {"AB00", "model"},       {"AA00", "crc"},       {"FF00", "version"},
-        {"FF01", "toolVersion"}, {"0701", "machineId"}, {"0702", "semiId"}};
+    static const QHash<QString, QString> askedBy = {{"AB00", "model"},     {"AA00", "crc"},
+                                                    {"FF00", "version"},   {"FF01", "toolVersion"},
+                                                    {"0701", "machineId"}, {"0702", "semiId"}};
     Values answered;
-    for (const LevelResult &level : levels) {
-        for (const StepResult &result : level.steps) {
-            const bool text = result.reply.kind == Reply::Text;
-            if (text || result.reply.kind == Reply::Identity) {
-                answered[askedBy.value(result.step.code)] =
-                    textOf(result.reply.payload.mid(text ? 0 : 4)).remove("ToolVer=").trimmed();
+    for (const QJsonObject &level : levels) {
+        for (const QJsonValue &step : level["steps"].toArray()) {
+            const Reply reply = decode(unprintable(step["reply"].toString().toLatin1()));
+            const bool text = reply.kind == Reply::Text;
+            if (text || reply.kind == Reply::Identity) {
+                answered[askedBy.value(step["code"].toString())] =
+                    textOf(reply.payload.mid(text ? 0 : 4)).remove("ToolVer=").trimmed();
             }
         }
     }
     Values unit;
     for (const QString &name : askedBy) {
-        const Values &first = name.endsWith("Id") ? given : answered;
-        const QString value = first.value(name, (&first == &given ? answered : given).value(name));
+        const bool id = name.endsWith("Id");
+        const Values &first = id ? given : answered, &second = id ? answered : given;
+        const QString value = first.value(name, second.value(name));
         if (!value.isEmpty()) {
             unit[name] = value;
         }
@@ -55,111 +94,30 @@ Values Report::unit() const
     return unit;
 }
 
-// What was measured, with its limits where there are some. `tolerance`: of a touch, in pixels.
-static QJsonArray measured(const StepResult &result, int tolerance)
+static QString moment(const QDateTime &time)
 {
-    static const QRegularExpression position("^\\( *(\\d+), *(\\d+)\\)");
-    if (result.reply.kind == Reply::Battery) {
-        QJsonObject value{
-            {"name", "battery"}, {"unit", "mV"}, {"value", result.reply.payload.toInt() * 10}};
-        if (result.step.expect == Step::Battery) {
-            value["min"] = result.step.minimumMv;
-            value["max"] = result.step.maximumMv;
-        }
-        return {value};
-    }
-    const QRegularExpressionMatch match = position.match(textOf(result.reply.payload));
-    if (result.reply.kind != Reply::Text || !match.hasMatch()) {
-        return {};
-    }
-    const Command *command = findCommand(result.step.code);
-    const QString name = command ? command->meaning : result.step.name;
-    const QPoint touched(match.captured(1).toInt(), match.captured(2).toInt());
-    // A touch of the check is judged by how far it is from its target, the others by nobody.
-    const bool judged = result.step.code.startsWith("902");
-    const QPoint target =
-        judged ? touchTargets(checkMargin).value(result.step.code.at(3) - '1') : QPoint();
-    QJsonArray values;
-    for (const auto &[axis, value] :
-         {std::pair("x", touched.x() - target.x()), std::pair("y", touched.y() - target.y())}) {
-        QJsonObject one{{"name", QString(judged ? "%1, %2 off" : "%1 %2").arg(name, axis)},
-                        {"unit", "px"},
-                        {"value", value}};
-        if (judged) {
-            one["min"] = -tolerance;
-            one["max"] = tolerance;
-        }
-        values << one;
-    }
-    return values;
-}
-
-static QJsonObject stepRecord(const StepResult &result, const QStringList &items, int tolerance)
-{
-    const bool passed = result.faults.isEmpty();
-    QJsonArray numbers, names;
-    for (int item : result.step.items) {
-        numbers << item;
-        names << items.value(item - 1);
-    }
-    return {{"items", numbers},
-            {"itemNames", names},
-            {"name", result.step.name},
-            {"code", QString(result.step.code)},
-            {"request", printable(result.request)},
-            {"reply", printable(result.answer.bytes)},
-            {"meaning", result.meaning},
-            {"values", measured(result, tolerance)},
-            {"ms", result.answer.ms},
-            {"prescribedMs", result.step.waitMs},
-            {"tries", result.answer.tries},
-            {"passed", passed},
-            {"faults", QJsonArray::fromStringList(result.faults)},
-            {"earlier", QJsonArray::fromStringList(result.earlier)},
-            {"advice", result.advice()}};
-}
-
-static QJsonObject levelRecord(const LevelResult &level)
-{
-    QJsonArray steps, screens;
-    for (const StepResult &result : level.steps) {
-        steps << stepRecord(result, level.items, level.level == "T2" ? 11 : 10);
-    }
-    for (const QString &name : level.screens.keys()) {
-        screens << QString("%1-%2.png").arg(level.level.toLower(), name);
-    }
-    return {{"level", level.level},
-            {"plan", level.plan},
-            {"planHash", QString(level.planHash)},
-            {"items", QJsonArray::fromStringList(level.items)},
-            {"passed", level.passed()},
-            {"medianOverheadMs", level.medianOverheadMs()},
-            {"faults", QJsonArray::fromStringList(level.faults)},
-            {"screens", screens},
-            {"log", textOf(level.resumeLog).remove(QChar(0))},
-            {"steps", steps}};
+    return time.isValid() ? time.toOffsetFromUtc(time.offsetFromUtc()).toString(Qt::ISODate)
+                          : QString();
 }
 
 QJsonObject recordOf(const Report &report)
 {
-    const auto moment = [](const QDateTime &time) {
-        return time.isValid() ? time.toOffsetFromUtc(time.offsetFromUtc()).toString(Qt::ISODate)
-                              : QString();
-    };
     QJsonArray levels;
-    QJsonObject unit;
-    for (const LevelResult &level : report.levels) {
-        levels << levelRecord(level);
+    for (QJsonObject level : report.levels) {
+        level["passed"] = faultsOf(level).isEmpty();
+        levels << level;
     }
+    QVariantHash unit;
     const Values values = report.unit();
     for (auto value = values.begin(); value != values.end(); ++value) {
         unit[value.key()] = value.value();
     }
-    const QString verdict = !report.ended.isValid() ? "not ended"
-        : report.passed()                           ? "passed"
-                                                    : "failed";
+    QString verdict = "not ended";
+    if (report.ended.isValid()) {
+        verdict = report.passed() ? "passed" : "failed";
+    }
     return {{"format", 1},
-            {"unit", unit},
+            {"unit", QJsonObject::fromVariantHash(unit)},
             {"subject", report.subject},
             {"operator", report.operatorName},
             {"line", report.line},

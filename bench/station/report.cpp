@@ -3,6 +3,7 @@
 #include "panel/bencherror.h"
 #include "panel/folders.h"
 #include "panel/json.h"
+#include "station/console.h"
 
 #include <QBuffer>
 #include <QDir>
@@ -15,30 +16,15 @@
 
 using Files = QMap<QString, QByteArray>; // contents by name
 
-// The screens, named as in the record.
 static Files screensOf(const Report &report)
 {
     Files pngs;
-    for (const LevelResult &level : report.levels) {
-        for (auto screen = level.screens.begin(); screen != level.screens.end(); ++screen) {
-            QBuffer buffer(&pngs[QString("%1-%2.png").arg(level.level.toLower(), screen.key())]);
-            buffer.open(QIODevice::WriteOnly);
-            screen.value().save(&buffer, "PNG");
-        }
+    for (auto screen = report.screens.begin(); screen != report.screens.end(); ++screen) {
+        QBuffer buffer(&pngs[screen.key()]);
+        buffer.open(QIODevice::WriteOnly);
+        screen.value().save(&buffer, "PNG");
     }
     return pngs;
-}
-
-// The record with the screens in it.
-static QJsonObject illustrated(const Report &report)
-{
-    QJsonObject record = recordOf(report), images;
-    const Files pngs = screensOf(report);
-    for (auto png = pngs.begin(); png != pngs.end(); ++png) {
-        images[png.key()] = QString(png.value().toBase64());
-    }
-    record["images"] = images;
-    return record;
 }
 
 QByteArray pageOf(const QString &name, const QJsonDocument &data)
@@ -48,11 +34,18 @@ QByteArray pageOf(const QString &name, const QJsonDocument &data)
         .replace("@DATA@", json.replace('<', "\\u003c"));
 }
 
+// The page with the records, their screens in them.
 static QByteArray pageOf(const QVector<Report> &reports)
 {
     QJsonArray records;
     for (const Report &report : reports) {
-        records << illustrated(report);
+        QJsonObject record = recordOf(report), images;
+        const Files pngs = screensOf(report);
+        for (auto png = pngs.begin(); png != pngs.end(); ++png) {
+            images[png.key()] = QString(png.value().toBase64());
+        }
+        record["images"] = images;
+        records << record;
     }
     return pageOf("page.html", QJsonDocument(records));
 }

@@ -1,9 +1,11 @@
 #pragma once
 
-#include "station/runner.h"
+#include "station/plan.h"
 
+#include <QDateTime>
+#include <QImage>
 #include <QJsonDocument>
-#include <QJsonObject>
+#include <QMap>
 
 // What was done to one unit.
 struct Report {
@@ -12,7 +14,13 @@ struct Report {
     QString operatorName, line; // who tests, and on which production line
     QDateTime begun = QDateTime::currentDateTime();
     QDateTime ended; // invalid: not yet
-    QVector<LevelResult> levels;
+    QVector<QJsonObject> levels; // as in the record, but for "passed"
+    QMap<QString, QImage> screens; // by the names of their files
+
+    // A new level, on which the runner and the others here go on.
+    void begin(const QString &level);
+    void fault(const QString &text); // of the panel as a whole, or of the place where it stands
+    void take(const QMap<QString, QImage> &screens); // by their own names
 
     bool passed() const;
     // One line a fault, with level and step; empty when passed.
@@ -27,7 +35,6 @@ struct Report {
 QJsonObject recordOf(const Report &report);
 // The record as JUnit XML.
 QByteArray junitOf(const QJsonObject &record);
-
 // A page of bench/report with its data in it: between script tags nothing is escaped but "<".
 // Throws BenchError.
 QByteArray pageOf(const QString &name, const QJsonDocument &data);

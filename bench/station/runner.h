@@ -1,25 +1,11 @@
 #pragma once
 
 #include "station/console.h"
+#include "station/report.h"
 #include "station/stand.h"
 #include "station/verdict.h"
 
 #include <QElapsedTimer>
-
-struct LevelResult {
-    QString level; // its name
-    QString plan; // the plan's file
-    QByteArray planHash; // SHA-256 of its text, as hex digits
-    QStringList items;
-    QVector<StepResult> steps;
-    QMap<QString, QImage> screens;
-    QStringList faults; // of the panel as a whole and of the place where it stands
-    QByteArray resumeLog; // the panel's own log, empty where it cannot be read
-
-    bool passed() const;
-    // Over the steps that cover an item and need nobody between request and answer; 0 without any.
-    double medianOverheadMs() const;
-};
 
 // Runs plans over a link and tells the terminal. Several runners may live in several threads.
 class Runner {
@@ -32,19 +18,20 @@ public:
     };
     Runner(Link &link, Stand &stand, Values values, Options options);
 
-    // Fills `level` step by step, so that what was done is there when this throws: BenchError once
-    // the application or thread was told to stop. Ends before the plan does when the panel or the
-    // port turns out to be dead: nobody is asked anything about it.
-    void run(const Plan &plan, LevelResult *level);
-    // One step; as often as the stand wants it again.
-    StepResult runStep(const Step &step, int level);
+    // Fills the report's last level step by step, so that what was done is there when this throws:
+    // BenchError once the application or thread was told to stop. Ends before the plan does when
+    // the panel or the port turns out to be dead: nobody is asked anything about it.
+    void run(const Plan &plan, Report *report);
+    // One step, as often as the stand wants it again; its record.
+    QJsonObject runStep(const Step &step, int level);
 
 private:
-    StepResult attempt(const Step &step, int level);
-    QString whyDead(const StepResult &result, int level);
-    void act(const QStringList &actions, StepResult *result);
+    QJsonObject attempt(const Step &step, int level);
+    void runSteps(const Plan &plan, QJsonObject *level);
+    QString whyDead(const Link::Answer &answer, int level);
+    QStringList act(const QJsonValue &actions);
     void showProgress(const Plan &plan, int step) const;
-    void report(const StepResult &result, const QString &place) const;
+    void tell(const QJsonObject &record, const QString &place) const;
 
     Link &link_;
     Stand &stand_;

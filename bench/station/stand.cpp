@@ -65,7 +65,7 @@ QString actionFault(const QString &action)
 
 static QMutex mutex; // one question at a time
 
-QString TerminalStand::settle(int seconds)
+void TerminalStand::settle(int seconds)
 {
     showStatus({});
     say(QString(
@@ -78,7 +78,6 @@ QString TerminalStand::settle(int seconds)
             throw BenchError("interrupted");
         }
     }
-    return {};
 }
 
 bool TerminalStand::wantsAgain(const QString &fault)
@@ -97,6 +96,10 @@ QString TerminalStand::act(const QString &action)
 {
     if (action.startsWith("fault ")) {
         return "faults can be set on a virtual panel only";
+    }
+    if (action.startsWith("settle ")) {
+        settle(action.section(' ', 1).toInt());
+        return {};
     }
     const QMutexLocker lock(&mutex);
     for (const QJsonValue &row : knownActions()) {

@@ -6,15 +6,14 @@
 
 // The place where the panel stands: what a plan may ask of it around an exchange. An action is one
 // text, a verb and its argument; docs/plans.md explains them all, plans/actions.json has their form
-// and what a person is asked.
+// and what a person is asked. "settle SECONDS" comes from the runner: to wait while a released
+// panel archives its logs and clears its SRAM, for with its power cut it would keep test data. Who
+// cannot see the end of it waits so long.
 class Stand {
 public:
     virtual ~Stand() = default;
     // Empty if it was done, else what went wrong.
     virtual QString act(const QString &action) = 0;
-    // Waits while a released panel archives its logs and clears its SRAM: with its power cut it
-    // would keep test data. Who cannot see the end of it waits `seconds`. Empty, or what is wrong.
-    virtual QString settle(int seconds) = 0;
     // Whether a step that failed so shall be tried again.
     virtual bool wantsAgain(const QString &)
     {
@@ -38,11 +37,12 @@ public:
     }
     // Throws BenchError when the thread is asked to stop while it waits for the person.
     QString act(const QString &action) override;
-    QString settle(int seconds) override; // throws as act() does
     // Asks only a person who sits at a terminal. Throws as act() does.
     bool wantsAgain(const QString &fault) override;
 
 private:
+    void settle(int seconds);
+
     QString port_;
     bool unattended_;
 };

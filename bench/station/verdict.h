@@ -4,27 +4,25 @@
 #include "station/link.h"
 #include "station/plan.h"
 
-struct StepResult {
-    Step step;
-    QByteArray request;
-    Link::Answer answer;
+#include <QJsonArray>
+
+// What an answer means, and what is wrong with it.
+struct Verdict {
     Reply reply;
     QString meaning;
-    QStringList faults; // empty: passed
-    QStringList earlier; // faults of the attempts before, when it was tried again
-    double overheadMs() const
-    {
-        return answer.ms - step.waitMs;
-    }
-    QString advice() const; // what to look at; empty when it passed, or nobody knows
-    bool unanswered() const
-    {
-        return !answer.error.isEmpty()
-            || (reply.kind == Reply::None && step.expect != Step::Silence);
-    }
+    QStringList faults; // in words; empty: passed
+    QJsonArray measured; // the values in it, as docs/bench.md describes them
+    bool unanswered = false;
+    QString advice; // what to look at; empty when nobody knows
 };
 
-// Decodes the answer and adds what is wrong with it, in words. `number`: the panel's station
-// number. `strict`: noise before a good reply is a fault, and so is a request that had to be
-// repeated.
-void judge(StepResult *result, int level, const Values &values, int number, bool strict);
+// `level` is the panel's, `number` its station number. `strict`: noise before a good reply is a
+// fault, and so is a request that had to be repeated.
+struct Judging {
+    int level, number;
+    bool strict;
+};
+Verdict judge(const Step &step, const Link::Answer &answer, const Values &values,
+              const Judging &by);
+// Whether the answer that a step expects is a frame.
+bool expectsFrame(const Step &step);

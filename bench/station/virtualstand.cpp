@@ -8,9 +8,10 @@
 static constexpr int emulatedBootMs = 300000; // on a busy machine
 static constexpr int bootMs = 30000, screenMs = 5000, filesMs = 5000;
 
-VirtualStand::VirtualStand(VirtualPanel &panel)
+VirtualStand::VirtualStand(VirtualPanel &panel, Fixture *fixture)
     : files(panel.hostPath(""))
     , panel_(panel)
+    , fixture_(fixture)
     , finger_(panel)
 {
 }
@@ -36,33 +37,37 @@ QString VirtualStand::powerOn()
     return panel_.isOn() ? QString() : "the agent ended: " + panel_.errorOutput().right(400);
 }
 
-QString VirtualStand::act(const QString &action)
+QString VirtualStand::powerCycle(const QString &)
 {
-    const QString verb = action.section(' ', 0, 0), argument = action.section(' ', 1);
-    if (verb == "powercycle") {
-        panel_.powerOff();
-        return powerOn();
-    }
-    if (verb == "screenshot") {
-        return keepScreen(argument);
-    }
-    if (verb == "files") {
-        const QString state = QString("%1/%2.txt").arg(stateFolder, argument);
-        return stateFolder.isEmpty() ? QString() : files.differences(state, filesMs).join("; ");
-    }
-    if (verb == "look") {
-        return look(argument);
-    }
-    if (verb == "touch") {
-        return touch(argument);
-    }
-    if (verb == "ask") {
-        return {};
-    }
-    return fixture ? fixture(verb, argument) : "this bench has no fixture";
+    panel_.powerOff();
+    return powerOn();
 }
 
-QString VirtualStand::settle(int)
+QString VirtualStand::compare(const QString &state)
+{
+    return stateFolder.isEmpty()
+        ? QString()
+        : files.differences(QString("%1/%2.txt").arg(stateFolder, state), filesMs).join("; ");
+}
+
+QString VirtualStand::act(const QString &action)
+{
+    using Verb = QString (VirtualStand::*)(const QString &argument);
+    static const QHash<QString, Verb> verbs = {{"powercycle", &VirtualStand::powerCycle},
+                                               {"screenshot", &VirtualStand::keepScreen},
+                                               {"files", &VirtualStand::compare},
+                                               {"settle", &VirtualStand::settle},
+                                               {"look", &VirtualStand::look},
+                                               {"touch", &VirtualStand::touch},
+                                               {"ask", &VirtualStand::agree}};
+    const QString verb = action.section(' ', 0, 0), argument = action.section(' ', 1);
+    if (verbs.contains(verb)) {
+        return (this->*verbs[verb])(argument);
+    }
+    return fixture_ ? fixture_->act(verb, argument) : "this panel runs without its fixture";
+}
+
+QString VirtualStand::settle(const QString &)
 {
     QElapsedTimer clock;
     clock.start();

@@ -1,6 +1,7 @@
 #include "panel/burninbus.h"
 #include "station/codec.h"
 #include "station/link.h"
+#include "station/protocol.h"
 
 #include <QtTest>
 
@@ -15,8 +16,7 @@ void TestBus::eachAnswersToItsOwnNumber()
 {
     BurnInBus bus(3);
     Link link;
-    QString error;
-    QVERIFY2(link.open(bus.path(), Link::Mode::Rs485, &error), qPrintable(error));
+    link.open(bus.path(), Bi);
     const auto ask = [&](int number, const char *code) {
         Link::Request request;
         request.bytes = shortRequest(number, code);

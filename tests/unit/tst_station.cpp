@@ -1,11 +1,13 @@
 #include "misbehavingpeer.h"
 #include "panel/bencherror.h"
+#include "panel/json.h"
 #include "station/codec.h"
 #include "station/link.h"
 #include "station/plan.h"
 #include "station/protocol.h"
-#include "station/report.h"
+#include "station/runner.h"
 
+#include <QJsonArray>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -16,18 +18,15 @@ class SilentStand : public Stand {
 public:
     QString act(const QString &action) override
     {
+        settled = settled || action.startsWith("settle ");
         return action.startsWith("ask") ? "nobody there" : "";
-    }
-    QString settle(int seconds) override
-    {
-        settled += seconds;
-        return {};
     }
     bool wantsAgain(const QString &) override
     {
         return again-- > 0;
     }
-    int again = 0, settled = 0;
+    int again = 0;
+    bool settled = false;
 };
 
 Pieces byteByByte(const QByteArray &bytes, int gapMs)
@@ -40,11 +39,9 @@ Pieces byteByByte(const QByteArray &bytes, int gapMs)
 
 // A link to the peer.
 struct Wire {
-    explicit Wire(const MisbehavingPeer &peer, Link::Mode mode = Link::Mode::Rs232)
+    explicit Wire(const MisbehavingPeer &peer, int level = Ict)
     {
-        QString error;
-        if (!link.open(peer.path, mode, &error))
-            qFatal("%s", qPrintable(error));
+        link.open(peer.path, level);
     }
     Link link;
 };
@@ -105,7 +102,8 @@ void TestStation::requests()
     const QDateTime friday({2025, 11, 21}, {14, 15, 30});
     QCOMPARE(clockRequest("8D", friday), QByteArray(":008D30151421110525BE\r\n"));
     QCOMPARE(identityRequest(0, "0602", "AB"), QByteArray(":000602AB55\r\n"));
-    QCOMPARE(gotoRequest("KLV-100", wireLevel("BI")), QByteArray("KLV-100-02\r\n"));
+    QCOMPARE(requestOf("KLV-", "bi", 0, "KLV-100"), QByteArray("KLV-100-02\r\n"));
+    QCOMPARE(requestOf("KLV-", "HMI", 0, "KLV-100"), QByteArray("KLV-100-00\r\n"));
 }
 
 void TestStation::badLine()
@@ -165,9 +163,6 @@ void TestStation::lateAnswerIsNotTakenForTheNext()
     const Link::Answer next =
         wire.link.exchange({shortRequest(0, "8500"), 20000, 1, true, false, {}});
     QCOMPARE(decode(next.bytes).payload, QByteArray("850E"));
-    QString error;
-    QVERIFY(!wire.link.open("/dev/no-such-port", Link::Mode::Rs232, &error));
-    QVERIFY2(error.contains("plugged in"), qPrintable(error));
 }
 
 void TestStation::planProblems()
@@ -222,45 +217,44 @@ void TestStation::verdicts()
     const struct {
         const char *name;
         QByteArray answer;
-        Step::Expect expect;
-        QString reply, fault; // empty: passes
+        QString key; // of the expectation
+        QJsonValue wanted;
+        QString fault; // empty: passes
     } rows[] = {
-        {"as expected", ":05850076\r\n", Step::Payload, "8500", ""},
-        {"another code", ":0585F086\r\n", Step::Payload, "8500", "DDR memory: failed (85F0)"},
-        {"a pass that is none", ":05850076\r\n", Step::Payload, "85F0",
+        {"as expected", ":05850076\r\n", "reply", "8500", ""},
+        {"another code", ":0585F086\r\n", "reply", "8500", "DDR memory: failed (85F0)"},
+        {"a pass that is none", ":05850076\r\n", "reply", "85F0",
          "DDR memory: passed (8500), expected DDR memory: failed (85F0)"},
-        {"half", ":058500", Step::Payload, "8500", "damaged answer: :058500"},
-        {"lower-case check digits", ":05810E6c\r\n", Step::Payload, "810E", "damaged"},
-        {"another station", ":06850075\r\n", Step::Payload, "8500", "as station 6 instead of 5"},
-        {"noise before", "x:05850076\r\n", Step::Payload, "8500", "bytes before"},
-        {"nothing", "", Step::Payload, "8500", "no answer (asked 1 times"},
-        {"text with a value", "KLV-100.x\n", Step::Text, "${model}\\n", ""},
-        {"text with a zero byte", QByteArray("KLV-100.x\0\n", 11), Step::Text, "${model}",
+        {"half", ":058500", "reply", "8500", "damaged answer: :058500"},
+        {"lower-case check digits", ":05810E6c\r\n", "reply", "810E", "damaged"},
+        {"another station", ":06850075\r\n", "reply", "8500", "as station 6 instead of 5"},
+        {"noise before", "x:05850076\r\n", "reply", "8500", "bytes before"},
+        {"nothing", "", "reply", "8500", "no answer (asked 1 times"},
+        {"text with a value", "KLV-100.x\n", "text", "${model}\\n", ""},
+        {"text with a zero byte", QByteArray("KLV-100.x\0\n", 11), "text", "${model}",
          "expected KLV-100.x"},
-        {"a value is no pattern", "KLV-100-x\n", Step::Text, "${model}\\r\\n",
+        {"a value is no pattern", "KLV-100-x\n", "text", "${model}\\r\\n",
          "KLV-100-x, expected KLV-100.x"},
-        {"no pattern for people", "(1)\n", Step::Text, "\\d+", "expected another form"},
-        {"battery enough", ":05029564\r", Step::Battery, "", ""},
-        {"battery low", ":05029465\r", Step::Battery, "", "2.94 V, expected 2.95 V to 3.60 V"},
-        {"recorded bytes", "a\xff\n", Step::Bytes, "a\u00ff\n", ""},
-        {"other bytes", "a\xff\n", Step::Bytes, "a\n", "expected a\\n"},
-        {"due silence", "", Step::Silence, "", ""},
-        {"broken silence", ":05850076\r\n", Step::Silence, "", "no answer is due"},
+        {"no pattern for people", "(1)\n", "text", "\\d+", "expected another form"},
+        {"battery enough", ":05029564\r", "battery", QJsonArray{2950, 3600}, ""},
+        {"battery low", ":05029465\r", "battery", QJsonArray{2950, 3600},
+         "2.94 V, expected 2.95 V to 3.60 V"},
+        {"recorded bytes", "a\xff\n", "bytes", "a\u00ff\n", ""},
+        {"other bytes", "a\xff\n", "bytes", "a\n", "expected a\\n"},
+        {"due silence", "", "silence", true, ""},
+        {"broken silence", ":05850076\r\n", "silence", true, "no answer is due"},
     };
     for (const auto &row : rows) {
         MisbehavingPeer peer([&](int, const QByteArray &) { return Pieces{{0, row.answer}}; });
-        Wire wire(peer, Link::Mode::Rs485);
+        Wire wire(peer, Bi);
         SilentStand stand;
-        Step step;
-        step.code = row.expect == Step::Battery ? "8800" : "8500";
-        step.expect = row.expect;
-        step.reply = row.reply;
-        step.minimumMv = 2950;
-        step.maximumMv = 3600;
-        step.timeoutMs = row.answer.endsWith('\r') || row.answer.endsWith('\n') ? 20000 : 1000;
-        step.repeats = 0;
+        const bool whole = row.answer.endsWith('\r') || row.answer.endsWith('\n');
+        QJsonObject step{{"code", row.key == "battery" ? "8800" : "8500"},
+                         {"timeout", whole ? 20000 : 1000},
+                         {"repeats", 0}};
+        step[row.key] = row.wanted;
         Runner runner(wire.link, stand, {{"model", "KLV-100.x"}}, {5, {}, true});
-        const QString faults = runner.runStep(step, Bi).faults.join(' ');
+        const QString faults = textsOf(runner.runStep(stepOf(step), Bi)["faults"]).join(' ');
         QVERIFY2(row.fault.isEmpty() ? faults.isEmpty() : faults.contains(row.fault),
                  qPrintable(row.name + (": " + faults)));
         QTRY_COMPARE(peer.requests.load(), 1);
@@ -273,31 +267,22 @@ void TestStation::reports()
     MisbehavingPeer peer([](int, const QByteArray &request) { return Pieces{{0, request}}; });
     Wire wire(peer);
     SilentStand stand;
-    Step step;
-    step.name = "<DDR>";
-    step.code = "8500";
-    step.reply = "8500";
-    step.items << 1;
+    Step step = stepOf({{"name", "<DDR>"}, {"code", "8500"}, {"item", 1}}, {"7. DDR Test"});
     Runner runner(wire.link, stand, {}, {});
-    LevelResult level;
-    level.level = "T1";
-    level.items << "7. DDR Test";
-    level.steps << runner.runStep(step, T1);
     Report report;
-    report.levels << level;
+    report.begin("T1");
+    report.levels[0]["steps"] = QJsonArray{runner.runStep(step, T1)};
     QVERIFY(report.passed());
-    step.after << "ask Is it warm?";
-    report.levels[0].steps << runner.runStep(step, T1);
+    step["after"] = QJsonArray{"ask Is it warm?"};
+    report.levels[0]["steps"] = QJsonArray{runner.runStep(step, T1)};
     QVERIFY(!report.passed());
     stand.again = 1; // and what failed before stays known
-    step.after.clear();
-    step.reply = "85F0";
-    const StepResult tried = runner.runStep(step, T1);
-    QVERIFY(!tried.faults.isEmpty() && tried.earlier == tried.faults);
-    QCOMPARE(stand.settled, 0);
-    step.code = "0300"; // after which the panel goes on working
-    runner.runStep(step, T2);
-    QVERIFY(stand.settled > 0);
+    step = stepOf({{"code", "8500"}, {"reply", "85F0"}});
+    const QJsonObject tried = runner.runStep(step, T1);
+    QVERIFY(!tried["passed"].toBool() && tried["earlier"] == tried["faults"]);
+    QVERIFY(!stand.settled);
+    runner.runStep(stepOf({{"code", "0300"}}), T2); // after which the panel goes on working
+    QVERIFY(stand.settled);
     QTemporaryDir folder;
     report.subject = "../port/1";
     const QString base = folder.filePath("a"), begun = beginReport(report, base);
