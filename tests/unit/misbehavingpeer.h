@@ -24,25 +24,25 @@ public:
     using Answer = std::function<QList<Piece>(int number, const QByteArray &request)>;
 
     explicit MisbehavingPeer(Answer answer)
-        : m_answer(std::move(answer))
+        : answer_(std::move(answer))
     {
         char name[64];
-        openpty(&m_master, &m_slave, name, nullptr, nullptr);
-        fcntl(m_master, F_SETFD, FD_CLOEXEC); // a program under test must not hold it open
-        fcntl(m_master, F_SETFL, O_NONBLOCK); // nobody may read any more
+        openpty(&master_, &slave_, name, nullptr, nullptr);
+        fcntl(master_, F_SETFD, FD_CLOEXEC); // a program under test must not hold it open
+        fcntl(master_, F_SETFL, O_NONBLOCK); // nobody may read any more
         termios raw;
-        tcgetattr(m_slave, &raw);
+        tcgetattr(slave_, &raw);
         cfmakeraw(&raw);
-        tcsetattr(m_slave, TCSANOW, &raw);
+        tcsetattr(slave_, TCSANOW, &raw);
         path = name;
-        m_thread = std::thread([this] { serve(); });
+        thread_ = std::thread([this] { serve(); });
     }
     ~MisbehavingPeer()
     {
-        m_stop = true;
-        m_thread.join();
-        close(m_master);
-        close(m_slave);
+        stop_ = true;
+        thread_.join();
+        close(master_);
+        close(slave_);
     }
     QByteArray path;
     std::atomic<int> requests{0};
@@ -51,28 +51,34 @@ private:
     void serve()
     {
         QByteArray received; // of a request that is not complete
-        while (!m_stop) {
-            pollfd fd{m_master, POLLIN, 0};
+        while (!stop_ && master_ >= 0) {
+            pollfd fd{master_, POLLIN, 0};
             char bytes[256];
-            if (poll(&fd, 1, 20) < 1)
+            if (poll(&fd, 1, 20) < 1) {
                 continue;
-            const ssize_t n = read(m_master, bytes, sizeof bytes);
+            }
+            const ssize_t n = read(master_, bytes, sizeof bytes);
             received.append(bytes, int(qMax<ssize_t>(n, 0)));
-            for (int end; (end = received.indexOf('\n')) >= 0; received.remove(0, end + 1))
-                for (const Piece &piece : m_answer(requests++, received.left(end + 1))) {
-                    if (piece.delayMs < 0) {
-                        close(m_master);
-                        m_master = -1;
-                        return;
-                    }
-                    std::this_thread::sleep_for(std::chrono::milliseconds(piece.delayMs));
-                    if (write(m_master, piece.bytes, size_t(piece.bytes.size())) < 0)
-                        return;
+            for (int end; (end = received.indexOf('\n')) >= 0; received.remove(0, end + 1)) {
+                for (const Piece &piece : answer_(requests++, received.left(end + 1))) {
+                    send(piece);
                 }
+            }
         }
     }
-    Answer m_answer;
-    int m_master = -1, m_slave = -1;
-    std::atomic<bool> m_stop{false};
-    std::thread m_thread;
+    void send(const Piece &piece)
+    {
+        if (piece.delayMs >= 0) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(piece.delayMs));
+        }
+        if (piece.delayMs < 0 || write(master_, piece.bytes, size_t(piece.bytes.size())) < 0) {
+            close(master_);
+            master_ = -1;
+        }
+    }
+
+    Answer answer_;
+    int master_ = -1, slave_ = -1;
+    std::atomic<bool> stop_{false};
+    std::thread thread_;
 };

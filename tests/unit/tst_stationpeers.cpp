@@ -159,8 +159,12 @@ void TestStationPeers::send()
         QVERIFY2(status == 2 && said.contains("plugged in"), said);
     }
     MisbehavingPeer peer([](int, const QByteArray &) { return Pieces{{0, ":00"}}; });
-    const QByteArray said = run({"send", "--port", peer.path, "--timeout", "300", "8000"}, &status);
-    QVERIFY2(status == 1 && said.contains("damaged"), said);
+    for (const QByteArray &path : {peer.path, peer.path.mid(qstrlen("/dev/pts/"))}) {
+        const QByteArray said = run({"send", "--port", path, "--timeout", "300", "8000"}, &status);
+        QVERIFY2(status == 1 && said.contains("damaged"), said);
+    }
+    const QByteArray said = run({"send", "--port", "no/such", "8000"}, &status);
+    QVERIFY2(status == 2 && said.contains("no/such: no such device"), said);
 }
 
 // Slips that would otherwise show only when a panel is tested with the wrong thing.
