@@ -19,7 +19,7 @@ def vary(level, fails):
     items = [step for step in level["steps"] if step["items"]]
     if fails and items:
         step = items[min(int(random.expovariate(0.35)), len(items) - 1)]
-        step.update(passed=False, faults=[f"expected {step['code']}, got {step['code'][:2]}F0"])
+        step.update(passed=False, faults=[f"{step['name']}: failed ({step['code'][:2]}F0)"])
         level["passed"] = False
 
 
