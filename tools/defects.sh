@@ -141,8 +141,8 @@ try() {
     printf '%s\n' "$text" >"$file"
 }
 
-for family in panel state screens values; do
-    read_family "$family"
+for family in tools/defects/*.txt; do
+    read_family "$(basename "$family" .txt)"
 done
 [ ${#names[@]} -gt 0 ] || die "no defect is named $*; see tools/defects.sh --list"
 if [ -n "$list" ]; then

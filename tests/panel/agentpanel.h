@@ -33,7 +33,9 @@ public:
         panel.powerCycle(args);
         link_ = std::make_unique<PcPort>(panel, link);
         device_ = link;
-        return waitFor([&] { return panel.port(link)->isOpenOnPanel(); }, DeadlineMs);
+        // Once open it is emptied: wait for the agent's first look at it.
+        return waitFor([&] { return panel.port(link)->isOpenOnPanel(); }, DeadlineMs)
+            && settle(panel, link, 3);
     }
     PcPort &link()
     {
