@@ -115,7 +115,7 @@ failing_test() {
 judge() {
     local test=${tests[$1]} other
     caught=
-    if ! make_targets ict-agent bench "${test/#tst_effects_*/tst_effects}"; then
+    if ! make_targets ict-agent bench "${test/#tst_effects_*/bench}"; then
         caught=stale
         return
     fi
@@ -156,7 +156,7 @@ fi
 say "A copy in $scratch, as it is"
 prepare
 mapfile -t sound < <(printf '%s\n' "${tests[@]}" | sort -u)
-mapfile -t programs < <(printf '%s\n' "${sound[@]/#tst_effects_*/tst_effects}" | sort -u)
+mapfile -t programs < <(printf '%s\n' "${sound[@]/#tst_effects_*/bench}" | sort -u)
 make_targets ict-agent bench "${programs[@]}" || die "the tree does not build, see $scratch/log"
 run_tests -j "$side_by_side" -R "^($(IFS='|' && echo "${sound[*]}"))\$" \
     || die "$(failing_test) fails without any defect, see $scratch/log"

@@ -5,9 +5,10 @@
 // The commands of `bench`, each in its own source here. `args` begins with the command's name, as a
 // program's arguments do; the result is the exit status. They throw BenchError.
 int runMeasure(const QStringList &args);
-int runCuts(const QStringList &args);
 int runPanel(const QStringList &args);
+// `bench effects` and `cuts`; does not return.
 int runEffects(const QStringList &args);
+int runDrive(const QStringList &args); // what they start
 // `bench power`, `touch`, `look` and `screenshot`.
 int runRemote(const QStringList &args);
 int runFault(const QStringList &args);

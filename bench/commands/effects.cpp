@@ -1,93 +1,176 @@
+// `bench effects` and `bench cuts` are Python programs, and what they drive a panel with.
 #include "commands/commands.h"
-#include "effects/session.h"
-#include "panel/bencherror.h"
+#include "commands/interrupt.h"
+#include "fixture/finger.h"
+#include "fixture/fixture.h"
+#include "panel/folders.h"
+#include "panel/virtualpanel.h"
+#include "station/codec.h"
+#include "station/protocol.h"
 
-#include <QCommandLineParser>
-#include <QRegularExpression>
+#include <QSocketNotifier>
+#include <QTextStream>
+
+#include <unistd.h>
 
 namespace {
 
-// Long lines are wrapped between their parts, as those of the expected texts may be.
-void printEffects(const QStringList &lines)
-{
-    constexpr int width = 100, indent = 8;
-    static const QRegularExpression parts("(?:\"(?:[^\"\\\\]|\\\\.)*\"|[^ \"])+");
-    for (const QString &line : lines) {
-        QString text = line.section(' ', 0, 0).leftJustified(indent - 1);
-        if (line.startsWith("shell "))
-            printf("%s %s\n", qPrintable(text), qPrintable(line.section(' ', 1)));
-        if (line.startsWith("shell "))
-            continue;
-        auto part = parts.globalMatch(line.section(' ', 1));
-        while (part.hasNext()) {
-            const QString next = part.next().captured();
-            if (text.size() - text.lastIndexOf('\n') + next.size() > width)
-                text += '\n' + QString(indent - 1, ' ');
-            text += ' ' + next;
-        }
-        printf("%s\n", qPrintable(text.trimmed()));
+constexpr int bootMs = 60000, askAgainMs = 500;
+constexpr char ioctls[] = "/run/bench/ioctls.so";
+
+class DrivenPanel {
+public:
+    explicit DrivenPanel(const PanelOptions &options)
+        : panel_(options)
+        , fixture_(panel_)
+        , isTraced_(!options.wrapper.isEmpty())
+    {
     }
+    QString folder() const
+    {
+        return panel_.hostPath("/");
+    }
+    // The answer, empty for "ok". Throws BenchError.
+    QString obey(const QString &verb, const QString &rest);
+
+private:
+    void powerOn(const QStringList &agentArgs);
+    void ask(const QString &request);
+    bool answers(Port port, const QByteArray &code);
+
+    VirtualPanel panel_;
+    Fixture fixture_;
+    const bool isTraced_;
+};
+
+QString DrivenPanel::obey(const QString &verb, const QString &rest)
+{
+    const QStringList words = rest.split(' ', Qt::SkipEmptyParts);
+    const QString first = words.value(0);
+    const QPoint spot(first.toInt(), words.value(1).toInt());
+    const Port port = first == "/dev/ttyO3" ? Port::ttyO3
+        : first == "/dev/ttyO4"             ? Port::ttyO4
+                                            : Port::ttyO1;
+    Finger finger(panel_);
+    QString wrong, answer;
+    const auto plug = [&] { wrong = fixture_.act(verb, rest); };
+    const auto present = [&] { panel_.setPresent(rest, verb == "present"); };
+    const auto isOpen = [&] { return panel_.port(port)->isOpenOnPanel() || !panel_.isOn(); };
+    const QHash<QString, std::function<void()>> actions{
+        {"on", [&] { powerOn(words); }},
+        {"off", [&] { panel_.powerOff(); }},
+        {"runs", [&] { answer = panel_.isOn() ? "yes" : "no"; }},
+        {"new", [&] { panel_.factoryNew(); }},
+        {"ask", [&] { ask(rest); }},
+        {"opens", [&] { answer = waitFor(isOpen, bootMs) && panel_.isOn() ? "yes" : "no"; }},
+        {"answers", [&] { answer = answers(port, words.value(1).toLatin1()) ? "yes" : "no"; }},
+        {"arrives", [&] { panel_.port(port)->send(unprintable(rest.section(' ', 1).toLatin1())); }},
+        {"fault", [&] { wrong = fixture_.setFault(rest); }},
+        {"mend", [&] { wrong = fixture_.clearFault(rest); }},
+        {"plug", plug},
+        {"unplug", plug},
+        {"absent", present},
+        {"present", present},
+        {"set", [&] { panel_.setAttribute(first, words.value(1).toLatin1()); }},
+        {"press", [&] { panel_.touchPress(spot); }},
+        {"release", [&] { panel_.touchRelease(); }},
+        {"tap", [&] { panel_.tap(spot); }},
+        {"touch", [&] { wrong = finger.tap(spot); }},
+        {"point", [&] { wrong = finger.tap(spot, false); }},
+        {"calibrate", [&] { wrong = finger.calibrate(); }},
+        {"calibrate3", [&] { wrong = finger.calibrate(false); }},
+        {"check", [&] { wrong = finger.check(); }},
+    };
+    if (!actions.contains(verb)) {
+        throw BenchError("nobody knows how to \"" + verb + '"');
+    }
+    actions[verb]();
+    if (!wrong.isEmpty()) {
+        throw BenchError(wrong);
+    }
+    return answer;
 }
 
-int compare(const QStringList &files)
+void DrivenPanel::powerOn(const QStringList &agentArgs)
 {
-    int different = 0;
-    for (const QString &file : files) {
-        EffectSession session;
-        for (const EffectSection &section : readEffects(file)) {
-            const QString difference = effectDifference(section.effects, session.run(section));
-            printf("%s  %s:%d  %s\n%s", difference.isEmpty() ? "same   " : "DIFFERS",
-                   qPrintable(file), section.line, qPrintable(section.title),
-                   qPrintable(difference));
-            fflush(stdout);
-            different += !difference.isEmpty();
-        }
+    const QString library = programFolder() + "/bench-ioctls.so", copy = panel_.hostPath(ioctls);
+    if (isTraced_ && !QFile::exists(copy) && !QFile::copy(library, copy)) {
+        throw BenchError("Cannot take " + library + ": build or install the whole bench");
     }
-    return different != 0;
+    panel_.powerOn(agentArgs);
+}
+
+// A request as `bench send` takes it, CODE and ARGUMENT, or its bytes in quotes.
+void DrivenPanel::ask(const QString &request)
+{
+    const QByteArray bytes = request.startsWith('"')
+        ? unprintable(request.mid(1, request.lastIndexOf('"') - 1).toLatin1())
+        : requestOf(request.section(' ', 0, 0).toLatin1(), request.section(' ', 1), 0, "KLV-100");
+    panel_.port(panel_.link())->send(bytes);
+}
+
+// Whether anything comes back on the port; asks until it does.
+bool DrivenPanel::answers(Port port, const QByteArray &code)
+{
+    bool answered = false;
+    QObject context;
+    QObject::connect(panel_.port(port), &PtyPort::fromPanel, &context,
+                     [&](const QByteArray &) { answered = true; });
+    const auto over = [&] { return answered || !panel_.isOn() || interrupted(); };
+    for (int ms = 0; ms < bootMs && !over(); ms += askAgainMs) {
+        panel_.port(port)->send(shortRequest(0, code));
+        waitFor(over, askAgainMs);
+    }
+    return answered;
 }
 
 } // namespace
 
+int runDrive(const QStringList &args)
+{
+    PanelOptions options;
+    options.wrapper = args.mid(1);
+    quitOnInterrupt();
+    DrivenPanel panel(options);
+    printf("%s\n", qPrintable(panel.folder()));
+    fflush(stdout);
+    QTextStream in(stdin);
+    QSocketNotifier notifier(STDIN_FILENO, QSocketNotifier::Read);
+    QObject::connect(&notifier, &QSocketNotifier::activated, [&] {
+        const QString line = in.readLine();
+        if (line.isNull()) {
+            return QCoreApplication::quit();
+        }
+        QString answer;
+        try {
+            answer = panel.obey(line.section(' ', 0, 0), line.section(' ', 1));
+        } catch (const BenchError &error) {
+            answer = QString("error: ") + error.what();
+        }
+        QCoreApplication::processEvents(); // what was done has reached the panel
+        printf("%s\n", answer.isEmpty() ? "ok" : answer.toUtf8().replace('\n', ' ').constData());
+        fflush(stdout);
+    });
+    return QCoreApplication::exec();
+}
+
 int runEffects(const QStringList &args)
 {
-    QCommandLineParser parser;
-    parser.setApplicationDescription(
-        "Prints, in order, what each request makes the agent do to a virtual panel: ports with\n"
-        "their line settings, bytes, commands, files and syncs, input events, pauses, and what\n"
-        "stays open. REQUEST is CODE or \"CODE ARGUMENT\" as `bench send` takes them, or the "
-        "bytes\n"
-        "between quotes. docs/panel-contract.md explains the lines.\n"
-        "Examples: bench effects --level T1 8102 \"0601 KLV1234X5W00001205\"\n"
-        "          bench effects --compare tests/effects/ict.txt");
-    parser.addHelpOption();
-    parser.addOptions(
-        {{"level", "Level at which the panel starts (default ICT).", "level", "ICT"},
-         {"boot", "Print what the start does, too."},
-         {"agent-args", "Arguments of the agent, for a run mode; print the start.", "args"},
-         {"fault", "A fault of panel or fixture during each request; may be repeated.", "fault"},
-         {"condition", "Any other condition, as in the expected texts; may be repeated.", "text"},
-         {"compare", "The arguments are files of expected texts: run and compare them."}});
-    parser.addPositionalArgument("REQUEST", "What to ask.", "REQUEST...");
-    parser.process(args);
-    if (parser.isSet("compare"))
-        return compare(parser.positionalArguments());
-    EffectSection boot{"boot", {"level " + parser.value("level").toUpper()}, {}, 0};
-    if (parser.isSet("agent-args"))
-        boot.conditions << "agent " + parser.value("agent-args");
-    EffectSession session;
-    const QStringList start = session.run(boot);
-    if (parser.isSet("boot") || parser.isSet("agent-args")) {
-        printf("= boot\n");
-        printEffects(start);
+    if (boardWanted() || qEnvironmentVariableIsSet("BENCH_AGENT_ROOT")) {
+        throw BenchError("only an agent of this machine can be traced, not the ARM one");
     }
-    for (const QString &request : parser.positionalArguments()) {
-        EffectSection section{request, parser.values("condition"), {}, 0};
-        for (const QString &fault : parser.values("fault"))
-            section.conditions << "fault " + fault;
-        const QStringList effects = session.run(section);
-        printf("\n= %s\n", qPrintable(request));
-        printEffects(effects);
-        fflush(stdout);
+    const QByteArray script = (dataFolder() + "/bench/effects/" + args[0] + ".py").toLocal8Bit();
+    qputenv("BENCH", QCoreApplication::applicationFilePath().toLocal8Bit());
+    qputenv("PYTHONDONTWRITEBYTECODE", "1");
+    std::vector<QByteArray> words{"python3", script};
+    for (const QString &arg : args.mid(1)) {
+        words.push_back(arg.toLocal8Bit());
     }
-    return 0;
+    std::vector<char *> argv;
+    for (QByteArray &word : words) {
+        argv.push_back(word.data());
+    }
+    argv.push_back(nullptr);
+    execvp(argv[0], argv.data());
+    throw BenchError("python3 is not installed: apt-get install python3");
 }
