@@ -9,7 +9,7 @@ cd "$(dirname "$0")/.."
 board=build/board
 # Drivers of everything on the machine; what they depend on comes with them.
 modules="virtio_pci virtio_console virtio_input virtio_net virtio_blk 9pnet_virtio 9p ext4 loop
-    crc32c_generic virtio-gpu evdev uinput nandsim dummy_hcd g_serial usb_f_mass_storage xhci-pci usb-storage
+    crc32c_generic virtio-gpu evdev uinput nandsim dummy_hcd g_serial usb_f_acm usb_f_mass_storage xhci-pci usb-storage
     sd_mod sdhci-pci mmc_block ftdi_sio usbserial cdc-acm industrialio roles"
 
 # Prints the file of module $1 and those it needs; nothing for one that is built in.
@@ -58,14 +58,28 @@ make_base() {
     mv "$new" "$board"
 }
 
+# What a new machine is given copies of: an empty disk, and a stick or card with one partition.
+make_disks() {
+    rm -f "$board"/*.img
+    truncate -s 32M "$board/ict.img"
+    /sbin/mke2fs -q -t ext4 -b 1024 "$board/ict.img"
+    truncate -s 8M "$board/medium.img"
+    echo 2048,,L | /sbin/sfdisk -q "$board/medium.img"
+    /sbin/mke2fs -q -F -t ext2 -b 1024 -E offset=$((2048 * 512)) "$board/medium.img" 7168
+}
+
 # The package as porting.md has it, unpacked at the root, and over it what is the board's.
 make_panel() {
     local root=$board/panel program qt=build/arm-root/usr/include/arm-linux-gnueabihf/qt5
     rm -rf "$root"
-    mkdir -p "$root"/{proc,sys,dev,tmp,run,root,media,mnt/ramdisk,sbin,usr/{bin,sbin},var} \
+    mkdir -p "$root"/{proc,sys,dev,tmp,run,media,mnt/ramdisk,sbin,usr/{bin,sbin},var} \
         "$root"/usr/local/{bin,ict,HMIAPP,conf}
+    mkdir -m 700 "$root/root"
     dpkg-deb -x "$(ls build/arm/packages/ict-agent_*_armhf.deb)" "$root"
     cp -a bench/board/guest/. "$root"
+    # What fontconfig's installation does; the bench knows letters by their pixels.
+    mkdir -p "$root/etc/fonts/conf.d"
+    ln -s /usr/share/fontconfig/conf.avail/10-hinting-slight.conf "$root/etc/fonts/conf.d"
     for program in bin/fw_setenv bin/check_bk_rootfs.sh; do
         ln -s /board/toolbox "$root/usr/local/$program"
     done
@@ -83,4 +97,5 @@ install_packages packages-board.txt
 tools/arm.sh --build-only
 (cd build/arm && cpack -B packages >pack.log) || die "packing failed: see build/arm/pack.log"
 [ -d "$board" ] || make_base
+make_disks
 make_panel

@@ -6,8 +6,8 @@ constexpr int readyMs = 120000;
 
 PanelOptions machineWith(IctDisk disk)
 {
+    useBoard();
     PanelOptions options;
-    options.board = true;
     options.ictDisk = disk;
     return options;
 }

@@ -1,8 +1,7 @@
 #include "panel/board.h"
 
-#include "panel/disk.h"
 #include "panel/filewrite.h"
-#include "panel/folders.h"
+#include "panel/panelimage.h"
 #include "panel/virtualpanel.h"
 
 #include <QDir>
@@ -13,29 +12,16 @@
 #include <QStandardPaths>
 #include <QThread>
 
-#include <fcntl.h>
-#include <termios.h>
-#include <unistd.h>
-
 namespace {
 
 // An emulated machine on a busy one.
-constexpr int bootMs = 400000, answerMs = 60000, monitorMs = 20000;
-
-constexpr int diskMiB = 32, mediumMiB = 8;
+constexpr int bootMs = 400000, answerMs = 300000, monitorMs = 20000;
 
 const char stick[] = "/media/sda1", card[] = "/media/mmcblk0p1", cable[] = "/media/sda";
 
-// The PC link's speed is not told to a pipe, which that port is to the emulator: see arguments().
-void setSpeed(const QString &device)
+QString madeFolder()
 {
-    const int fd = ::open(QFile::encodeName(device), O_RDWR | O_NOCTTY | O_CLOEXEC);
-    termios line;
-    if (tcgetattr(fd, &line) == 0) {
-        cfsetspeed(&line, B9600);
-        tcsetattr(fd, TCSANOW, &line);
-    }
-    ::close(fd);
+    return sharedFile("build/board");
 }
 
 } // namespace
@@ -48,7 +34,7 @@ Board::Board(const PanelOptions &options, const QString &folder,
     , ports_(ports)
 {
     if (QStandardPaths::findExecutable("qemu-system-arm").isEmpty()
-        || !QFile::exists(dataFolder() + "/build/board/initrd"))
+        || !QFile::exists(madeFolder() + "/initrd"))
         throw BenchError("There is no ARM machine: make it with tools/board.sh");
     if (options.ictDisk == IctDisk::full || options.ictDisk == IctDisk::readOnly)
         throw BenchError("The ARM machine has no full or read-only disk");
@@ -82,51 +68,27 @@ void Board::layOut() const
     QFile::link("/board/toolbox", root_ + "/run/bench/toolbox");
     for (const char *script : {"log_rdwr.sh", "usb_mode.sh", "start-panel.sh", "check-panel.sh"})
         QFile::remove(root_ + "/usr/local/ict/" + script);
-    for (const char *name : {"/usb.img", "/sd.img"})
-        makeMedium(folder_ + name, mediumMiB);
+    for (const char *name : {"/usb.img", "/sd.img"}) // one that is there stays
+        QFile::copy(madeFolder() + "/medium.img", folder_ + name);
     if (ownDisk_)
-        makeDisk(folder_ + "/ict.img", diskMiB);
+        QFile::copy(madeFolder() + "/ict.img", folder_ + "/ict.img");
 }
 
-// The ports' devices are ptys of the bench. As serial devices they learn the speed that the panel
-// sets, but have no CTS; the PC link needs that line, so its pty is a mere pipe to the emulator.
 QStringList Board::arguments() const
 {
-    const QString machine = dataFolder() + "/build/board";
-    const auto pipe = [](const QString &id, const QString &path) {
-        return QString("pipe,id=%1,path=%2").arg(id, path);
-    };
-    QStringList args{
-        "-M", "virt,highmem=off", "-cpu", "cortex-a15", "-m", "512", "-nodefaults", "-display",
-        "none", "-kernel", machine + "/vmlinuz", "-initrd", machine + "/initrd",
-        // The machine's power button would be the first input device.
-        "-append", "console=ttyAMA0 quiet initcall_blacklist=gpio_keys_init", "-serial",
-        "file:" + folder_ + "/console.log", "-rtc", "base=utc", "-qmp",
-        "unix:" + folder_ + "/monitor,server=on,wait=off", "-vnc", "unix:" + folder_ + "/vnc",
-        "-fsdev", "local,id=panel,security_model=none,path=" + root_, "-device",
-        "virtio-9p-pci,fsdev=panel,mount_tag=panel", "-device", "virtio-gpu-pci,xres=800,yres=480",
-        "-device", "virtio-tablet-pci", "-device", "virtio-serial-pci", "-device",
-        "qemu-xhci,id=usb", "-netdev", "user,id=net,restrict=on", "-device",
-        "virtio-net-pci,netdev=net,romfile=", "-device",
-        "pci-serial-4x,chardev1=link,chardev2=com1,chardev3=com2,chardev4=none", "-chardev",
-        "null,id=none", "-chardev", pipe("link", portPath(Port::ttyO1)), "-chardev",
-        "serial,id=com1,path=" + portPath(Port::ttyO3), "-chardev",
-        "serial,id=com2,path=" + portPath(Port::ttyO4), "-chardev",
-        "socket,id=shell,server=on,wait=off,path=" + folder_ + "/shell", "-chardev",
-        "file,id=buzzer,path=" + root_ + "/dev/input/event1", "-chardev",
-        pipe("gadget", portPath(Port::ttyGS0)), "-device",
-        "virtserialport,chardev=shell,name=control", "-device",
-        "virtserialport,chardev=buzzer,name=buzzer", "-device",
-        "virtserialport,chardev=gadget,name=gadget", "-device", "sdhci-pci", "-drive",
-        "if=none,id=sd,format=raw,file=" + folder_ + "/sd.img", "-device",
-        "sd-card,id=card,drive=sd", "-drive",
-        "if=none,id=sram,format=raw,file=" + root_ + "/dev/OstraHMI_GPMC_RW", "-device",
-        "virtio-blk-pci,drive=sram,serial=sram"};
+    QString text = readWhole(sharedFile("bench/board/machine.txt"));
+    text.replace("{folder}", folder_).replace("{root}", root_).replace("{made}", madeFolder());
+    for (Port port : {Port::ttyO1, Port::ttyO3, Port::ttyO4, Port::ttyGS0})
+        text.replace(QString("{%1}").arg(portName(port)), portPath(port));
     if (ownDisk_)
-        args << "-drive"
-             << "if=none,id=ict,format=raw,file=" + folder_ + "/ict.img"
-             << "-device"
-             << "virtio-blk-pci,drive=ict,serial=ict";
+        text += "-drive if=none,id=ict,format=raw,file=" + folder_
+            + "/ict.img\n-device virtio-blk-pci,drive=ict,serial=ict\n";
+    QStringList args;
+    for (const QString &line : text.split('\n', Qt::SkipEmptyParts)) {
+        if (!line.startsWith('#'))
+            args << line.section(' ', 0, 0) << line.section(' ', 1);
+    }
+    args.removeAll({}); // of options without a value
     return args;
 }
 
@@ -134,7 +96,8 @@ void Board::launch()
 {
     for (const char *file : {"/monitor", "/shell", "/vnc"})
         QFile::remove(folder_ + file);
-    setSpeed(portPath(Port::ttyO1));
+    // Of a pipe, which the PC link is to the emulator, it does not learn the speed.
+    QProcess::execute("stty", {"-F", portPath(Port::ttyO1), "9600"});
     machine_.setProcessChannelMode(QProcess::MergedChannels);
     machine_.setStandardOutputFile(folder_ + "/emulator.log");
     machine_.start("qemu-system-arm", QStringList("-S") + arguments());
@@ -146,6 +109,7 @@ void Board::launch()
              {"file", QJsonObject{{"driver", "file"}, {"filename", folder_ + "/usb.img"}}}});
     for (const char *medium : {stick, card})
         applyPresence(medium, !away_.contains(medium));
+    plugAdapter();
 }
 
 void Board::connectTo(QLocalSocket *socket, const QString &name)
@@ -275,17 +239,25 @@ bool Board::isReady(PtyPort *port)
 // The cable in the USB host port has an FTDI adapter.
 bool Board::setPlugged(Port, const QString &device)
 {
-    if (adapters_ > 0)
+    const bool started = machine_.state() != QProcess::NotRunning;
+    if (started && !adapter_.isEmpty())
         monitor("device_del", {{"id", QString("adapter%1").arg(adapters_)}});
-    if (device.isEmpty())
-        return true;
+    adapter_ = device;
+    if (started)
+        plugAdapter();
+    return true;
+}
+
+void Board::plugAdapter()
+{
+    if (adapter_.isEmpty())
+        return;
     const QString id = QString("adapter%1").arg(++adapters_);
-    const QJsonObject data{{"device", device}};
+    const QJsonObject data{{"device", adapter_}};
     monitor("chardev-add",
             {{"id", id}, {"backend", QJsonObject{{"type", "serial"}, {"data", data}}}});
     monitor("device_add",
             {{"driver", "usb-serial"}, {"id", id}, {"bus", "usb.0"}, {"chardev", id}});
-    return true;
 }
 
 void Board::setGadget(bool plugged)

@@ -73,6 +73,7 @@ private:
     void launch();
     void awaitBoot();
     void connectTo(QLocalSocket *socket, const QString &name);
+    void plugAdapter();
     void applyPresence(const QString &panelPath, bool present);
 
     const QString folder_, root_;
@@ -80,6 +81,7 @@ private:
     const std::array<PtyPort *, portCount> ports_;
     bool on_ = false;
     QSet<QString> away_; // by setPresent()
+    QString adapter_; // what the adapter in the USB host port leads to
     int adapters_ = 0; // plugged in so far
     QProcess machine_;
     QLocalSocket monitor_, shell_;
