@@ -13,7 +13,7 @@
 // What only drivers can show, on the whole ARM machine: a look at each.
 namespace {
 
-constexpr int cycleMs = 300000; // two of the EMS mode's on a busy machine
+constexpr int cycleMs = 900000; // two of the EMS mode's on a busy machine
 
 QString differs(const QString &what, const QString &is, const QString &wanted)
 {

@@ -2,7 +2,7 @@
 
 namespace {
 
-constexpr int readyMs = 120000;
+constexpr int readyMs = 600000;
 
 PanelOptions machineWith(IctDisk disk)
 {

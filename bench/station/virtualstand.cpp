@@ -5,7 +5,7 @@
 
 #include <QProcess>
 
-static constexpr int emulatedBootMs = 300000; // on a busy machine
+static constexpr int emulatedBootMs = 600000; // on a busy machine
 static constexpr int bootMs = 30000, screenMs = 5000, filesMs = 5000;
 
 VirtualStand::VirtualStand(VirtualPanel &panel, Fixture *fixture)
