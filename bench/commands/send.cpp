@@ -14,7 +14,8 @@ static void describe(QCommandLineParser &parser)
         "(clock; ARGUMENT: seconds "
         "to be off), 0601 to 0603 (ARGUMENT: the ID),\n9510 (ARGUMENT: RRGGBB), KLV- (forced "
         "change; ARGUMENT: the level). "
-        "Exit status 0 if a good answer came, 1 if none, a damaged one or a failure did.\nExample: bench send "
+        "Exit status 0 if a good answer came, 1 if none, a damaged one or a failure did.\nExample: "
+        "bench send "
         "--port /dev/ttyUSB0 8000");
     parser.addHelpOption();
     parser.addOptions({{"port", "Serial device or pty of the PC link.", "path"},
