@@ -67,7 +67,7 @@ set(CPACK_DEBIAN_AGENT_PACKAGE_RECOMMENDS
     "kmod, libubootenv-tool | u-boot-tools, fonts-ubuntu | fonts-dejavu-core, iputils-ping")
 set(CPACK_DEBIAN_BENCH_PACKAGE_DEPENDS "${qtLibraries}, libqt5network5, libqt5serialport5, \
 libqt5sql5, libqt5sql5-sqlite, libqt5sql5-psql, \
-libvncclient1, bubblewrap, libfaketime, libeatmydata1, socat, fonts-dejavu-core, tzdata")
+libvncclient1, jq, bubblewrap, libfaketime, libeatmydata1, socat, fonts-dejavu-core, tzdata")
 set(CPACK_DEBIAN_BENCH_PACKAGE_RECOMMENDS "strace, python3") # of bench effects and cuts
 
 # Files with the board's settings are the board's from the first installation on.

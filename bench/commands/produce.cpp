@@ -37,13 +37,6 @@ private:
     QMap<int, Plan> levels_;
 };
 
-void addTo(Values *values, const QJsonObject &more)
-{
-    for (const QString &name : more.keys()) {
-        values->insert(name, more[name].toString());
-    }
-}
-
 Production::Production(const QJsonObject &row, const QString &plans, const PanelOptions &options,
                        const QStringList &faults)
     : plans_(plans)

@@ -64,9 +64,5 @@ int runSend(const QStringList &args)
     if (!answer.error.isEmpty()) {
         throw BenchError(answer.error);
     }
-    // A good battery at BI has a payload of its own.
-    const bool other = reply.kind == Reply::Frame && command && reply.payload != command->pass()
-        && reply.payload != "0295";
-    return reply.kind == Reply::None || reply.kind == Reply::Damaged || other
-        || reply.payload == "FORCIBLY_GOTO_FAIL";
+    return reply.kind == Reply::None || reply.kind == Reply::Damaged || isFailure(reply, code);
 }

@@ -2,46 +2,38 @@
 #include "commands/interrupt.h"
 #include "commands/reporting.h"
 #include "panel/bencherror.h"
+#include "panel/wait.h"
 #include "station/protocol.h"
 #include "station/runner.h"
 #include "store/handin.h"
 
-#include <QEventLoop>
 #include <QThread>
 
 #include <algorithm>
 #include <atomic>
+#include <limits>
 #include <memory>
 
 namespace {
 
 // One panel under test; several on a burn-in bus share the port.
 struct Job {
-    QString port;
-    int number; // station
+    QString port, name;
+    Runner::Options options;
     Values values;
     Plan plan;
     Report report;
     QString folder; // of the report
 };
 
-struct View { // of the person who tests
-    bool unattended, verbose, several;
-};
-
-QString nameOf(const Job &job)
-{
-    return job.number ? QString("%1 station %2").arg(job.port).arg(job.number) : job.port;
-}
-
 // All panels of one port, one after the other; those that it does not get to when told to stop have
 // that as their fault. False if the port cannot be used.
-bool work(const QString &port, const QVector<Job *> &jobs, const View &view)
+bool work(const QVector<Job *> &jobs, bool unattended)
 {
     Link link;
     QString closed; // why
     try {
-        link.open(port, jobs.first()->plan.level);
+        link.open(jobs.first()->port, jobs.first()->plan.level);
     } catch (const BenchError &error) {
         closed = error.what();
         say(closed, true);
@@ -52,13 +44,11 @@ bool work(const QString &port, const QVector<Job *> &jobs, const View &view)
             job->report.fault(closed);
             continue;
         }
-        TerminalStand stand(nameOf(*job), view.unattended);
-        const QString label = view.several ? nameOf(*job) + " " : QString();
-        Runner runner(link, stand, job->values, {job->number, label, false, view.verbose});
+        TerminalStand stand(job->name, unattended);
         try {
-            runner.run(job->plan, &job->report);
+            Runner(link, stand, job->values, job->options).run(job->plan, &job->report);
         } catch (const BenchError &wrong) {
-            say(nameOf(*job) + ": " + wrong.what(), true);
+            say(job->name + ": " + wrong.what(), true);
         }
     }
     return closed.isEmpty();
@@ -79,23 +69,6 @@ void setValues(const QString &text, std::vector<Job> *jobs)
     }
 }
 
-// A name that neither this plan nor any of the bench's own uses is a slip.
-QStringList unusedValues(const Job &job)
-{
-    QStringList problems;
-    QSet<QString> known = job.plan.uses;
-    known.unite({"model", "crc", "version", "semiId", "machineId", "station"});
-    for (const QString &name : job.values.keys()) {
-        if (!known.contains(name)) {
-            QStringList names = known.values();
-            names.sort();
-            problems
-                << QString("--set %1: no step uses it; known are %2").arg(name, names.join(", "));
-        }
-    }
-    return problems;
-}
-
 QStringList load(const QCommandLineParser &parser, Job *job)
 {
     const QString level = parser.value("level").toLower();
@@ -103,11 +76,22 @@ QStringList load(const QCommandLineParser &parser, Job *job)
         ? parser.value("plan")
         : QString("%1/%2.json").arg(parser.value("plans"), level);
     job->plan = loadPlan(file, job->values);
-    job->report = reportOf(parser, nameOf(*job), job->values);
-    QStringList problems = job->plan.problems + unusedValues(*job);
+    job->report = reportOf(parser, job->name, job->values);
+    QStringList problems = job->plan.problems;
     if (!level.isEmpty() && job->plan.level >= 0 && job->plan.level != levelByName(level)) {
         problems << QString("%1 is a plan of level %2, not of %3")
                         .arg(file, levelName(job->plan.level), level.toUpper());
+    }
+    // A name that neither this plan nor any of the bench's own uses is a slip.
+    QStringList known = {"model", "crc", "version", "semiId", "machineId", "station"};
+    known += job->plan.uses.values();
+    known.removeDuplicates();
+    known.sort();
+    for (const QString &name : job->values.keys()) {
+        if (!known.contains(name)) {
+            problems
+                << QString("--set %1: no step uses it; known are %2").arg(name, known.join(", "));
+        }
     }
     return problems;
 }
@@ -115,14 +99,24 @@ QStringList load(const QCommandLineParser &parser, Job *job)
 std::vector<Job> jobsOf(const QCommandLineParser &parser)
 {
     std::vector<Job> jobs;
-    const QStringList ports = parser.values("port");
+    const QStringList ports = parser.values("port"), numbers = parser.value("station").split(',');
+    const bool several = ports.size() > 1 || numbers.size() > 1;
     for (const QString &port : ports.isEmpty() ? QStringList("no port") : ports) {
-        for (const QString &number : parser.value("station").split(',')) {
+        for (const QString &text : numbers) {
             bool valid = false;
-            jobs.push_back({port, number.toInt(&valid), {{"station", number}}, {}, {}, {}});
-            if (!valid || jobs.back().number < 0 || jobs.back().number > 255) {
-                throw BenchError("--station takes numbers from 0 to 255, not " + number);
+            const int number = text.toInt(&valid);
+            if (!valid || number < 0 || number > 255) {
+                throw BenchError("--station takes numbers from 0 to 255, not " + text);
             }
+            const QString name = number ? QString("%1 station %2").arg(port).arg(number) : port;
+            const QString label = several ? name + ' ' : QString();
+            jobs.push_back({port,
+                            name,
+                            {number, label, false, parser.isSet("verbose")},
+                            {{"station", text}},
+                            {},
+                            {},
+                            {}});
         }
     }
     for (const QString &set : parser.values("set")) {
@@ -140,7 +134,7 @@ std::vector<Job> jobsOf(const QCommandLineParser &parser)
 }
 
 // One thread a port. False if one of the ports cannot be used.
-bool runAll(std::vector<Job> &jobs, const View &view)
+bool runAll(std::vector<Job> &jobs, bool unattended)
 {
     QMap<QString, QVector<Job *>> ports;
     for (Job &job : jobs) {
@@ -148,25 +142,20 @@ bool runAll(std::vector<Job> &jobs, const View &view)
     }
     std::atomic<bool> usable{true};
     std::vector<std::unique_ptr<QThread>> threads;
-    QEventLoop loop;
-    int running = ports.size();
-    for (auto port = ports.begin(); port != ports.end(); ++port) {
-        threads.emplace_back(
-            QThread::create([&usable, &view, path = port.key(), list = port.value()] {
-                if (!work(path, list, view)) {
-                    usable = false;
-                }
-            }));
-        QObject::connect(threads.back().get(), &QThread::finished, &loop, [&] {
-            if (--running == 0) {
-                loop.quit();
+    for (const QVector<Job *> &list : ports) {
+        threads.emplace_back(QThread::create([&usable, unattended, list] {
+            if (!work(list, unattended)) {
+                usable = false;
             }
-        });
+        }));
+        threads.back()->start();
     }
-    for (auto &thread : threads) {
-        thread->start();
-    }
-    loop.exec();
+    const auto over = [&] {
+        return interrupted() || std::all_of(threads.begin(), threads.end(), [](const auto &thread) {
+                   return thread->isFinished();
+               });
+    };
+    waitFor(over, std::numeric_limits<int>::max());
     for (auto &thread : threads) { // still running when the application was told to quit
         thread->requestInterruption();
         thread->exit(-1);
@@ -178,7 +167,11 @@ bool runAll(std::vector<Job> &jobs, const View &view)
 // False if one of the reports could not be written; the verdicts are said all the same.
 bool report(std::vector<Job> &jobs, const QString &base, const QString &store)
 {
-    QStringList problems;
+    bool written = true;
+    const auto problem = [&](const QString &text) {
+        written = false;
+        say(text, true);
+    };
     QVector<Report> reports;
     QMap<QString, QJsonObject> records; // by the folder of the report
     for (Job &job : jobs) {
@@ -189,29 +182,24 @@ bool report(std::vector<Job> &jobs, const QString &base, const QString &store)
             job.folder = writeReport(job.report, base, job.folder);
             file = job.folder + "/report.html";
         } catch (const BenchError &error) {
-            problems << error.what();
+            problem(error.what());
         }
         records[job.folder] = recordOf(job.report);
-        say(QString("%1  %2  %3").arg(job.report.passed() ? "PASSED" : "FAILED", nameOf(job), file),
+        say(QString("%1  %2  %3").arg(job.report.passed() ? "PASSED" : "FAILED", job.name, file),
             !job.report.passed());
     }
-    if (jobs.size() > 1) {
-        problems << writePage(reports, base + "/report.html");
+    const QString wrong = jobs.size() > 1 ? writePage(reports, base + "/report.html") : QString();
+    if (!wrong.isEmpty()) {
+        problem(wrong);
+    } else if (jobs.size() > 1) {
         say("All in one page: " + base + "/report.html");
     }
     storeRuns(records, store, base);
-    problems.removeAll({});
-    for (const QString &problem : problems) {
-        say(problem, true);
-    }
-    return problems.isEmpty();
+    return written;
 }
 
-} // namespace
-
-int runStation(const QStringList &args)
+void describe(QCommandLineParser &parser)
 {
-    QCommandLineParser parser;
     parser.setApplicationDescription("Tests panels at their PC link with the plan of a level, "
                                      "several ports at once, and at BI several panels of one bus "
                                      "by station number.\nWhat a person must do is asked on the "
@@ -230,6 +218,14 @@ int runStation(const QStringList &args)
          {"plan", "This plan instead, for example a record of `bench panel --record`.", "file"},
          {"check", "Only check the plan."},
          {"yes", "Take everything asked of a person as done."}});
+}
+
+} // namespace
+
+int runStation(const QStringList &args)
+{
+    QCommandLineParser parser;
+    describe(parser);
     parser.process(args);
     const bool which =
         parser.isSet("level") ? levelByName(parser.value("level")) >= 0 : parser.isSet("plan");
@@ -246,8 +242,7 @@ int runStation(const QStringList &args)
     for (Job &job : jobs) {
         job.folder = beginReport(job.report, parser.value("report"));
     }
-    const bool usable =
-        runAll(jobs, {parser.isSet("yes"), parser.isSet("verbose"), jobs.size() > 1});
+    const bool usable = runAll(jobs, parser.isSet("yes"));
     const bool reported = report(jobs, parser.value("report"), storeOf(parser));
     const bool passed = !interrupted() && std::all_of(jobs.begin(), jobs.end(), [](const Job &job) {
         return job.report.passed();

@@ -1,5 +1,8 @@
 #include "station/console.h"
 
+#include "panel/folders.h"
+#include "panel/json.h"
+
 #include <QMutex>
 
 #include <cstdio>
@@ -8,19 +11,13 @@
 static QMutex mutex;
 static QString status;
 
-static void put(const QString &line, bool bad)
-{
-    const bool terminal = isatty(STDOUT_FILENO);
-    printf(status.isEmpty() ? "" : "\r\033[K");
-    printf(bad && terminal ? "\033[31m%s\033[0m\n" : "%s\n", qPrintable(line));
-    printf("%s", qPrintable(status));
-    fflush(stdout);
-}
-
 void say(const QString &line, bool bad)
 {
     const QMutexLocker lock(&mutex);
-    put(line, bad);
+    const bool red = bad && isatty(STDOUT_FILENO);
+    printf("%s%s%s%s\n%s", status.isEmpty() ? "" : "\r\033[K", red ? "\033[31m" : "",
+           qPrintable(line), red ? "\033[0m" : "", qPrintable(status));
+    fflush(stdout);
 }
 
 void showStatus(const QString &line)
@@ -36,21 +33,10 @@ void showStatus(const QString &line)
 
 void sayVerdict(bool passed)
 {
-    static const char *const pass[] = {"####    ###    ####   ####", "#   #  #   #  #      #",
-                                       "####   #####   ###    ###", "#      #   #      #      #",
-                                       "#      #   #  ####   ####"};
-    static const char *const fail[] = {"#####   ###   #####  #", "#      #   #    #    #",
-                                       "####   #####    #    #", "#      #   #    #    #",
-                                       "#      #   #  #####  #####"};
     if (!isatty(STDOUT_FILENO)) {
-        say(passed ? "PASSED" : "FAILED");
-        return;
+        return say(passed ? "PASSED" : "FAILED");
     }
-    const QMutexLocker lock(&mutex);
-    printf("\n%s", passed ? "\033[1;32m" : "\033[1;31m");
-    for (const char *row : passed ? pass : fail) {
-        printf("    %s\n", row);
-    }
-    printf("\033[0m\n");
-    fflush(stdout);
+    const QByteArray letters =
+        readFile(dataFolder() + "/bench/report/" + (passed ? "pass" : "fail") + ".txt");
+    say(QString("\n%1%2\033[0m").arg(passed ? "\033[1;32m" : "\033[1;31m", QString(letters)));
 }

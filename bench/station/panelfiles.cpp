@@ -160,10 +160,8 @@ static QMap<int, QChar> resultsOf(const QJsonArray &steps)
 {
     QMap<int, QChar> results;
     for (const QJsonValue &step : steps) {
-        const Command *command = findCommand(step["code"].toString().toLatin1());
         const Reply reply = decode(unprintable(step["reply"].toString().toLatin1()));
-        const bool failed = reply.kind == Reply::Frame && reply.payload != "0295"
-            && reply.payload != (command ? command->pass() : QByteArray());
+        const bool failed = isFailure(reply, step["code"].toString().toLatin1());
         const QJsonArray items = step["items"].toArray();
         for (const QJsonValue &item : items) {
             // A failure of several items may be any one's; a voltage has a limit of its own.

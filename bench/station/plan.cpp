@@ -10,9 +10,8 @@
 #include <QCryptographicHash>
 #include <QFileInfo>
 #include <QJsonArray>
+#include <QJsonDocument>
 #include <QRegularExpression>
-
-#include <algorithm>
 
 QString planFolder()
 {
@@ -32,6 +31,13 @@ static QRegularExpressionMatchIterator placeholders(const QString &text)
     return placeholder.globalMatch(text);
 }
 
+void addTo(Values *values, const QJsonObject &more)
+{
+    for (const QString &name : more.keys()) {
+        values->insert(name, more[name].toString());
+    }
+}
+
 QString expand(const QString &text, const Values &values, bool pattern)
 {
     QString result;
@@ -48,57 +54,29 @@ QString expand(const QString &text, const Values &values, bool pattern)
 
 namespace {
 
-const QJsonObject &keys() // what a step may have
+// What a step may have, and in what form.
+const QJsonObject &keys()
 {
-    static const QJsonObject keys = readJson(planFolder() + "/keys.json");
-    return keys;
-}
-
-// The forms of keys.json that a value has.
-QStringList formsOf(const QJsonValue &value)
-{
-    switch (value.type()) {
-    case QJsonValue::String:
-        return {"text"};
-    case QJsonValue::Bool:
-        return {"flag"};
-    case QJsonValue::Double:
-        return value.toInt(-1) >= 0 ? QStringList("number") : QStringList();
-    case QJsonValue::Array:
-        break;
-    default:
-        return {};
-    }
-    const QJsonArray list = value.toArray();
-    const auto all = [&](const char *form) {
-        return std::all_of(list.begin(), list.end(),
-                           [&](const QJsonValue &one) { return formsOf(one).contains(form); });
-    };
-    QStringList forms;
-    forms += all("text") ? QStringList("texts") : QStringList();
-    forms += all("number") ? QStringList("numbers") : QStringList();
-    if (all("number") && list.size() == 2 && list[0].toInt() <= list[1].toInt()) {
-        forms << "range";
-    }
-    return forms;
+    static const QJsonObject file = readJson(planFolder() + "/keys.json");
+    return file;
 }
 
 QStringList keyProblems(const QJsonObject &row)
 {
     const QJsonObject known = keys()["step"].toObject();
+    Values forms;
+    addTo(&forms, keys()["forms"].toObject());
     QStringList problems;
     for (const QString &key : row.keys()) {
-        const QStringList wanted = textsOf(known[key]["is"]), forms = formsOf(row[key]);
-        const auto fits = [&](const QString &form) { return forms.contains(form); };
-        QStringList words;
-        for (const QString &form : wanted) {
-            words << keys()["forms"][form].toString();
-        }
-        if (wanted.isEmpty()) {
+        const QString form = expand(expand(known[key]["form"].toString(), forms), forms);
+        const QByteArray value = QJsonDocument(QJsonArray{row[key]}).toJson(QJsonDocument::Compact);
+        const QJsonArray range = key == "battery" ? row[key].toArray() : QJsonArray();
+        if (!known.contains(key)) {
             problems << QString("unknown key \"%1\"; known are %2")
                             .arg(key, QStringList(known.keys()).join(", "));
-        } else if (std::none_of(wanted.begin(), wanted.end(), fits)) {
-            problems << QString("\"%1\" must be %2").arg(key, words.join(" or "));
+        } else if (!QRegularExpression("^\\[(?:" + form + ")\\]$").match(value).hasMatch()
+                   || range[0].toInt() > range[1].toInt()) {
+            problems << QString("\"%1\" must be %2").arg(key, known[key]["must be"].toString());
         }
     }
     return problems;

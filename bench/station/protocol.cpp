@@ -2,7 +2,6 @@
 
 #include "panel/folders.h"
 #include "panel/json.h"
-#include "station/codec.h"
 
 #include <QHash>
 #include <QJsonArray>
@@ -25,44 +24,25 @@ int levelByName(const QString &name)
     return found == levelNames + LevelCount ? -1 : int(found - levelNames);
 }
 
-namespace {
-
-struct Protocol {
-    QHash<QByteArray, Command> commands;
-    QJsonObject answers; // replies that say more than "passed" or "failed"
-    QJsonObject advice; // by payload or code
-};
-
-Protocol load()
+static const QJsonObject &data()
 {
-    const QJsonObject file = readJson(dataFolder() + "/bench/plans/commands.json");
-    Protocol protocol;
-    protocol.advice = file["advice"].toObject();
-    protocol.answers = file["answers"].toObject();
-    for (const QJsonValue &row : file["commands"].toArray()) {
-        Command command;
-        command.code = row["code"].toString().toLatin1();
-        command.framed = row["answer"] == "frame";
-        command.meaning = row["means"].toString();
-        command.settleS = row["settle"].toInt();
-        command.levels = row["levels"].toString().split(' ');
-        protocol.commands[command.code] = command;
-    }
-    return protocol;
+    static const QJsonObject file = readJson(dataFolder() + "/bench/plans/commands.json");
+    return file;
 }
-
-const Protocol &protocol()
-{
-    static const Protocol loaded = load();
-    return loaded;
-}
-
-} // namespace
 
 const Command *findCommand(const QByteArray &code)
 {
-    const auto found = protocol().commands.constFind(code);
-    return found == protocol().commands.constEnd() ? nullptr : &*found;
+    static const QHash<QByteArray, Command> commands = [] {
+        QHash<QByteArray, Command> commands;
+        for (const QJsonValue &row : data()["commands"].toArray()) {
+            const QByteArray code = row["code"].toString().toLatin1();
+            commands[code] = {code, row["levels"].toString().split(' '), row["answer"] == "frame",
+                              row["means"].toString(), row["settle"].toInt()};
+        }
+        return commands;
+    }();
+    const auto found = commands.constFind(code);
+    return found == commands.constEnd() ? nullptr : &*found;
 }
 
 const Command *commandOf(const QByteArray &request)
@@ -104,7 +84,7 @@ QString meaningOf(const QByteArray &payload, const QByteArray &code)
     if (payload.isEmpty()) {
         return "no answer";
     }
-    const QJsonValue known = protocol().answers[QLatin1String(payload)];
+    const QJsonValue known = data()["answers"][QLatin1String(payload)];
     if (known.isString()) {
         return known.toString();
     }
@@ -130,9 +110,17 @@ QString meaningOf(const QByteArray &payload, const QByteArray &code)
 
 QString adviceOf(const QByteArray &payload, const QByteArray &code)
 {
-    const QJsonObject &advice = protocol().advice;
-    const QString byAnswer = advice[QLatin1String(payload)].toString();
-    return byAnswer.isEmpty() ? advice[QLatin1String(code)].toString() : byAnswer;
+    const QJsonValue advice = data()["advice"];
+    return advice[QLatin1String(payload)].toString(advice[QLatin1String(code)].toString());
+}
+
+bool isFailure(const Reply &reply, const QByteArray &code)
+{
+    const Command *command = findCommand(code);
+    const bool frame = command && reply.kind == Reply::Frame;
+    // A good battery at BI has a payload of its own.
+    return reply.payload == "FORCIBLY_GOTO_FAIL"
+        || (frame && reply.payload != command->pass() && reply.payload != "0295");
 }
 
 QString refusal(const QByteArray &request, int level, int station)

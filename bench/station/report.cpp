@@ -9,6 +9,7 @@
 #include <QDir>
 #include <QFile>
 #include <QJsonArray>
+#include <QProcess>
 #include <QRegularExpression>
 #include <QTemporaryDir>
 
@@ -50,6 +51,18 @@ static QByteArray pageOf(const QVector<Report> &reports)
     return pageOf("page.html", QJsonDocument(records));
 }
 
+static QByteArray junitOf(const QByteArray &record)
+{
+    QProcess jq;
+    jq.start("jq", {"--raw-output", "--from-file", dataFolder() + "/bench/report/junit.jq"});
+    jq.write(record);
+    jq.closeWriteChannel();
+    if (!jq.waitForFinished() || jq.exitCode() != 0) {
+        throw BenchError("junit.xml: jq: " + jq.errorString() + jq.readAllStandardError());
+    }
+    return jq.readAllStandardOutput();
+}
+
 // Empty, or what went wrong.
 static QString write(const Files &files, const QString &folder)
 {
@@ -68,10 +81,10 @@ static QString write(const Files &files, const QString &folder)
 
 static QString write(const Report &report, const QString &folder)
 {
-    const QJsonObject record = recordOf(report);
+    const QByteArray record = QJsonDocument(recordOf(report)).toJson();
     Files files = screensOf(report);
     files["report.html"] = pageOf({report});
-    files["report.json"] = QJsonDocument(record).toJson();
+    files["report.json"] = record;
     files["junit.xml"] = junitOf(record);
     return write(files, folder);
 }

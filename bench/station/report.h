@@ -33,8 +33,6 @@ struct Report {
 // The whole run as one document: all that the reports show, and nothing else. docs/bench.md
 // describes it.
 QJsonObject recordOf(const Report &report);
-// The record as JUnit XML.
-QByteArray junitOf(const QJsonObject &record);
 // A page of bench/report with its data in it: between script tags nothing is escaped but "<".
 // Throws BenchError.
 QByteArray pageOf(const QString &name, const QJsonDocument &data);

@@ -118,22 +118,19 @@ static QVariant stored(const QVariant &value)
 
 QSqlQuery &Store::run(const QString &name, const QVariantMap &parameters)
 {
+    static const QRegularExpression parameter(":(\\w+)");
+    const QString text = sql(name);
     if (!prepared_.contains(name)) {
-        static const QRegularExpression parameter(":(\\w+)");
-        const QString text = sql(name);
-        Prepared prepared{QSqlQuery(database_), {}};
-        prepared.query.setForwardOnly(true);
-        if (!prepared.query.prepare(text)) {
-            throw BenchError(fault(prepared.query.lastError()));
+        prepared_.insert(name, QSqlQuery(database_));
+        prepared_[name].setForwardOnly(true);
+        if (!prepared_[name].prepare(text)) {
+            throw BenchError(fault(prepared_.take(name).lastError()));
         }
-        for (auto all = parameter.globalMatch(text); all.hasNext();) {
-            prepared.parameters << all.next().captured(1);
-        }
-        prepared_.insert(name, prepared);
     }
-    QSqlQuery &query = prepared_[name].query;
-    for (const QString &parameter : prepared_[name].parameters) {
-        query.bindValue(':' + parameter, stored(parameters.value(parameter)));
+    QSqlQuery &query = prepared_[name];
+    for (auto all = parameter.globalMatch(text); all.hasNext();) {
+        const QString key = all.next().captured(1);
+        query.bindValue(':' + key, stored(parameters.value(key)));
     }
     if (!query.exec()) {
         throw BenchError(fault(query.lastError()));

@@ -43,11 +43,7 @@ private:
 
     QString name_;
     QSqlDatabase database_;
-    struct Prepared {
-        QSqlQuery query;
-        QStringList parameters;
-    };
-    QHash<QString, Prepared> prepared_; // by name
+    QHash<QString, QSqlQuery> prepared_; // by name
 };
 
 // A test is one level of a run. Days are those of the line, both inclusive.
