@@ -15,7 +15,7 @@ install(FILES image/ict-panel.default DESTINATION /etc/default RENAME ict-panel 
 # The bench with its data in the source tree's layout, and its own agent out of everybody's PATH.
 if(TARGET bench)
   install(TARGETS bench RUNTIME DESTINATION bin COMPONENT bench)
-  install(TARGETS ict-agent bench-window bench-ioctls
+  install(TARGETS ict-agent bench-window bench-preload
           RUNTIME DESTINATION lib/ict-bench COMPONENT bench
           LIBRARY DESTINATION lib/ict-bench COMPONENT bench)
   install(DIRECTORY bench image DESTINATION share/ict-bench USE_SOURCE_PERMISSIONS COMPONENT bench

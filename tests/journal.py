@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 """The order in which the tracer tells of several processes at once is not that of their calls: here
-a shell starts its command before the agent's own call has come back."""
+a shell starts its command before the agent's own call has come back, which had to be made twice."""
 import pathlib
 import sys
 
@@ -10,6 +10,7 @@ import strace
 
 TRACE = """\
 2 execve("/agent", ["/agent"], 0x7f /* 16 vars */) = 0
+2 clone3({flags=CLONE_VM|CLONE_VFORK, exit_signal=SIGCHLD}, 88) = ? ERESTARTNOINTR (To be restarted)
 2 clone3({flags=CLONE_VM|CLONE_VFORK, exit_signal=SIGCHLD}, 88 <unfinished ...>
 3 execve("/bin/sh", ["sh", "-c", "archive -w"], 0x7f /* 16 vars */) = 0
 3 vfork( <unfinished ...>

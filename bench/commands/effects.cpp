@@ -16,7 +16,7 @@
 namespace {
 
 constexpr int bootMs = 60000, askAgainMs = 500;
-constexpr char ioctls[] = "/run/bench/ioctls.so";
+constexpr char preload[] = "/run/bench/preload.so";
 
 class DrivenPanel {
 public:
@@ -93,7 +93,7 @@ QString DrivenPanel::obey(const QString &verb, const QString &rest)
 
 void DrivenPanel::powerOn(const QStringList &agentArgs)
 {
-    const QString library = programFolder() + "/bench-ioctls.so", copy = panel_.hostPath(ioctls);
+    const QString library = programFolder() + "/bench-preload.so", copy = panel_.hostPath(preload);
     if (isTraced_ && !QFile::exists(copy) && !QFile::copy(library, copy)) {
         throw BenchError("Cannot take " + library + ": build or install the whole bench");
     }

@@ -41,9 +41,9 @@ def put_state(panel, state):
 
 class Model:
     """Which states a cut can leave after each of the agent's calls. What was synced is there. Of a
-    file that was not, any of its contents since may be there: none (created or removed), empty, each
-    later one, at each later length; of a write also what lies within the old length, or before the
-    end of a sector: a sector is stored whole or not at all. A file knows nothing of another."""
+    file that was not, any of its contents since may be there: none (created or removed), empty,
+    each later one, at each later length; of a write also what lies within the old length, or before
+    the end of a sector: a sector is stored whole or not at all. A file knows nothing of another."""
 
     def __init__(self, start):
         self.now = dict(start)  # as programs on the panel see it

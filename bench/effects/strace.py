@@ -17,16 +17,14 @@ KINDS = {name: kind for kind, names in {
 }.items() for name in names.split()}
 # Syncs are recorded and left out: they would flush this machine's disks. Copies inside the kernel
 # would hide their bytes: refused, they are read and written instead. Only what is traced, too, is
-# left out or refused. The library shows what drivers are given, see ioctls.cpp.
+# left out or refused. What the library is for: preload.cpp.
 COMMAND = (
     "strace -D -f -qq --seccomp-bpf -y -xx -s 32768 -a1 -e abbrev=execve -e signal=none -e trace="
     + ",".join(sorted(KINDS)) + " -e inject=sync,fsync,fdatasync,syncfs:retval=0"
     " -e inject=copy_file_range,sendfile:error=EINVAL -o " + FILE +
-    " -E LD_PRELOAD=/run/bench/ioctls.so:/usr/$LIB/faketime/libfaketimeMT.so.1").split()
+    " -E LD_PRELOAD=/run/bench/preload.so:/usr/$LIB/faketime/libfaketimeMT.so.1").split()
 
 TOKEN = re.compile(r'"[^"]*"|[(\[{]|[)\]}]|,|[^"()\[\]{},]+')
-# Pictures for whoever looks at the screen, which are most of a trace.
-PICTURE = re.compile(r"write\(\d+<" + re.escape("".join(rf"\x{ord(c):02x}" for c in "socket:")))
 
 
 @dataclasses.dataclass
@@ -135,9 +133,9 @@ class Reader:
                 yield from self.calls(line)
 
     def calls(self, line):
-        """The calls that have ended with this line. What a new thread does waits until the call that
-        made it has told its number: before that nobody knows whose it is, for several may be making
-        one."""
+        """The calls that have ended with this line. What a new thread does waits until the call
+        that made it has told its number: before that nobody knows whose it is, for several may be
+        making one."""
         thread, line = line.split(None, 1)
         thread = int(thread)
         if not self._threads:
@@ -161,15 +159,13 @@ class Reader:
         if line.startswith("<... "):
             line = self._unfinished.pop(thread, "") + line.split(">", 1)[1]
         name = line[:line.find("(")]
-        if name not in KINDS or PICTURE.match(line):
-            return None
         args, end = arguments(line, len(name) + 1)
-        if args is None:
+        if name not in KINDS or args is None:
             return None
         call = Call(thread, self._threads[thread].number, name, KINDS[name], args)
         result = line[end:].strip("= ")
-        call.result = number(result.split(" ")[0])
-        if not call.ok or result.startswith("?"):
+        call.result = -1 if result.startswith("?") else number(result)  # "?": to be made again
+        if not call.ok:
             call.error = (result.split(" ") + [""])[1]
         if call.kind == "open" and call.ok:
             call.target = annotated(result)
