@@ -47,9 +47,12 @@ static double medianOverheadMs(const Plan &plan, const QJsonArray &records)
             overheads << records[i]["ms"].toDouble() - step["wait"].toInt();
         }
     }
+    if (overheads.isEmpty()) {
+        return 0;
+    }
     const auto middle = overheads.begin() + overheads.size() / 2;
     std::nth_element(overheads.begin(), middle, overheads.end());
-    return overheads.isEmpty() ? 0 : *middle;
+    return *middle;
 }
 
 void Runner::runSteps(const Plan &plan, QJsonObject *level)
