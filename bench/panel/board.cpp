@@ -15,7 +15,7 @@
 namespace {
 
 // An emulated machine on a busy one.
-constexpr int bootMs = 1200000, answerMs = 300000, monitorMs = 20000;
+constexpr int bootMs = 1200000, answerMs = 300000, monitorMs = 300000;
 
 const char stick[] = "/media/sda1", card[] = "/media/mmcblk0p1", cable[] = "/media/sda";
 
