@@ -5,6 +5,8 @@
 
 #include <QJsonDocument>
 
+#include <utility>
+
 namespace {
 // A message without a line end is over when the line has been silent for so long.
 constexpr int quietMs = 50;
@@ -21,19 +23,16 @@ Traffic::Traffic(VirtualPanel &panel, FILE *screen, const QString &record)
         throw BenchError(QString("cannot write %1: %2").arg(record, record_.errorString()));
     }
     connect(&panel, &VirtualPanel::powered, this, &Traffic::powered);
-    lines_.resize(portCount);
     for (int i = 0; i < portCount; ++i) {
-        Line &line = lines_[size_t(i)];
-        line.port = Port(i);
-        line.quiet = std::make_unique<QTimer>();
-        line.quiet->setSingleShot(true);
-        line.quiet->setInterval(quietMs);
-        connect(line.quiet.get(), &QTimer::timeout, this, [&] { finish(line); });
-        const PtyPort *port = panel.port(Port(i));
-        connect(port, &PtyPort::intoPanel, this,
-                [&](const QByteArray &bytes) { add(line, line.in, bytes); });
-        connect(port, &PtyPort::fromPanel, this,
-                [&](const QByteArray &bytes) { add(line, line.out, bytes); });
+        const Port port = Port(i);
+        QTimer &quiet = lines_[size_t(i)].quiet;
+        quiet.setSingleShot(true);
+        quiet.setInterval(quietMs);
+        connect(&quiet, &QTimer::timeout, this, [this, port] { finish(port); });
+        connect(panel.port(port), &PtyPort::intoPanel, this,
+                [this, port](const QByteArray &bytes) { add(port, true, bytes); });
+        connect(panel.port(port), &PtyPort::fromPanel, this,
+                [this, port](const QByteArray &bytes) { add(port, false, bytes); });
     }
 }
 
@@ -69,38 +68,38 @@ void Traffic::powered(bool on)
     }
 }
 
-void Traffic::add(Line &line, QByteArray &message, const QByteArray &bytes)
+void Traffic::add(Port port, bool in, const QByteArray &bytes)
 {
-    if (!(&message == &line.in ? line.out : line.in).isEmpty()) {
-        finish(line); // the other side's turn is over
+    Line &line = lines_[size_t(port)];
+    if (!line.messages[!in].isEmpty()) {
+        finish(port); // the other side's turn is over
     }
     for (char byte : bytes) {
-        message += byte;
+        line.messages[in] += byte;
         if (byte == '\n') {
-            finish(line);
+            finish(port);
         }
     }
-    line.quiet->start();
+    line.quiet.start();
 }
 
-void Traffic::finish(Line &line)
+void Traffic::finish(Port port)
 {
-    for (QByteArray *message : {&line.in, &line.out}) {
-        if (!message->isEmpty()) {
-            write(line, message == &line.in, *message);
+    for (const bool in : {true, false}) {
+        const QByteArray message = std::exchange(lines_[size_t(port)].messages[in], {});
+        if (!message.isEmpty()) {
+            write(port, in, message);
         }
-        message->clear();
     }
 }
 
-void Traffic::write(const Line &line, bool in, const QByteArray &bytes)
+void Traffic::write(Port port, bool in, const QByteArray &bytes)
 {
-    const bool link = line.port == (level_ == Bi ? Port::ttyO3 : Port::ttyO1);
+    const bool link = port == (level_ == Bi ? Port::ttyO3 : Port::ttyO1);
     const QString means = link ? meaning(in, bytes) : QString();
     if (screen_) {
         fprintf(screen_, "%9.3f  %-7s %s %-34s %s\n", double(clock_.elapsed()) / 1000,
-                portName(line.port), in ? "->" : "<-", qPrintable(printable(bytes)),
-                qPrintable(means));
+                portName(port), in ? "->" : "<-", qPrintable(printable(bytes)), qPrintable(means));
         fflush(screen_);
     }
     if (link && record_.isOpen() && level_ == recordLevel_) {

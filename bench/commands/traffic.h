@@ -7,9 +7,8 @@
 #include <QJsonObject>
 #include <QTimer>
 
+#include <array>
 #include <cstdio>
-#include <memory>
-#include <vector>
 
 // Writes down what goes over the ports of a panel. On the screen a line a message: time since the
 // start in seconds, port, direction as the panel sees it, the bytes, and on the PC link what they
@@ -28,21 +27,20 @@ public:
 
 private:
     struct Line { // one port
-        Port port;
-        QByteArray in, out; // of the messages that have begun
-        std::unique_ptr<QTimer> quiet;
+        QTimer quiet;
+        QByteArray messages[2]; // that have begun: from the panel, and into it
     };
     void powered(bool on);
-    void add(Line &line, QByteArray &message, const QByteArray &bytes);
-    void finish(Line &line);
-    void write(const Line &line, bool in, const QByteArray &bytes);
+    void add(Port port, bool in, const QByteArray &bytes);
+    void finish(Port port);
+    void write(Port port, bool in, const QByteArray &bytes);
     QString meaning(bool in, const QByteArray &bytes);
     void record(bool in, const QByteArray &bytes);
     void endStep();
 
     VirtualPanel &panel_;
     int level_ = -1, recordLevel_ = -1;
-    std::vector<Line> lines_;
+    std::array<Line, portCount> lines_;
     FILE *screen_;
     QFile record_;
     QJsonObject step_; // of the record, still open

@@ -1,5 +1,6 @@
 #include "station/codec.h"
 
+#include <QHash>
 #include <QRegularExpression>
 
 #include <numeric>
@@ -99,16 +100,16 @@ QString printable(const QByteArray &bytes)
 
 QByteArray unprintable(const QByteArray &text)
 {
+    static const QHash<char, char> known = {{'r', '\r'}, {'n', '\n'}};
     QByteArray bytes;
     for (int i = 0; i < text.size(); ++i) {
-        const char escape = text[i] == '\\' && i + 1 < text.size() ? text[++i] : '\0';
-        if (!escape) {
+        if (text[i] != '\\' || i + 1 == text.size()) {
             bytes += text[i];
-        } else if (escape == 'x') {
+        } else if (text[++i] == 'x') {
             bytes += char(text.mid(i + 1, 2).toInt(nullptr, 16));
             i += 2;
         } else {
-            bytes += escape == 'r' ? '\r' : escape == 'n' ? '\n' : escape;
+            bytes += known.value(text[i], text[i]);
         }
     }
     return bytes;

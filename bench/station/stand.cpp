@@ -10,7 +10,6 @@
 #include <QRegularExpression>
 #include <QThread>
 
-#include <cstdio>
 #include <poll.h>
 #include <unistd.h>
 
@@ -23,10 +22,27 @@ const QJsonArray &knownActions()
     return actions;
 }
 
-QRegularExpressionMatch matchOf(const QJsonValue &known, const QString &action)
+// The row of an action, the text in its form put into the question; empty for none.
+QJsonObject rowOf(const QString &action)
 {
-    const QString pattern = QRegularExpression::anchoredPattern(known["action"].toString());
-    return QRegularExpression(pattern).match(action);
+    for (const QJsonValue &known : knownActions()) {
+        const QString form = known["action"].toString();
+        const auto match =
+            QRegularExpression(QRegularExpression::anchoredPattern(form)).match(action);
+        if (match.hasMatch()) {
+            QJsonObject row = known.toObject();
+            row["ask"] = row["ask"].toString().replace("%1", match.captured(1));
+            return row;
+        }
+    }
+    return {};
+}
+
+void stopIfAsked()
+{
+    if (QThread::currentThread()->isInterruptionRequested()) {
+        throw BenchError("interrupted");
+    }
 }
 
 // The first character of a line that a person types; "n" when there is no one.
@@ -36,15 +52,12 @@ char answer()
     while (c != '\n') {
         pollfd input{STDIN_FILENO, POLLIN, 0};
         if (poll(&input, 1, 100) == 0) {
-            if (QThread::currentThread()->isInterruptionRequested()) {
-                throw BenchError("interrupted");
-            }
-            continue;
-        }
-        if (::read(STDIN_FILENO, &c, 1) <= 0) {
+            stopIfAsked();
+        } else if (::read(STDIN_FILENO, &c, 1) <= 0) {
             return 'n';
+        } else {
+            first = first ? first : c;
         }
-        first = first ? first : c;
     }
     return first;
 }
@@ -55,12 +68,11 @@ QString actionFault(const QString &action)
 {
     QStringList known;
     for (const QJsonValue &row : knownActions()) {
-        if (matchOf(row, action).hasMatch()) {
-            return {};
-        }
         known << row["action"].toString();
     }
-    return QString("unknown action \"%1\"; known are: %2").arg(action, known.join(", "));
+    return rowOf(action).isEmpty()
+        ? QString("unknown action \"%1\"; known are: %2").arg(action, known.join(", "))
+        : QString();
 }
 
 static QMutex mutex; // one question at a time
@@ -74,9 +86,7 @@ void TerminalStand::settle(int seconds)
             .arg(seconds));
     for (int tenth = 0; tenth < 10 * seconds; ++tenth) {
         QThread::msleep(100);
-        if (QThread::currentThread()->isInterruptionRequested()) {
-            throw BenchError("interrupted");
-        }
+        stopIfAsked();
     }
 }
 
@@ -101,27 +111,20 @@ QString TerminalStand::act(const QString &action)
         settle(action.section(' ', 1).toInt());
         return {};
     }
-    const QMutexLocker lock(&mutex);
-    for (const QJsonValue &row : knownActions()) {
-        const QRegularExpressionMatch match = matchOf(row, action);
-        if (!match.hasMatch()) {
-            continue;
-        }
-        const QString prompt = row["ask"].toString().replace("%1", match.captured(1));
-        if (prompt.isEmpty()) {
-            return {};
-        }
-        showStatus({});
-        printf(">> %s: %s  %s\n", qPrintable(port_), qPrintable(prompt),
-               unattended_ ? "[taken as done]" : "[Enter = yes, n = no]");
-        if (unattended_) {
-            return {};
-        }
-        for (const QJsonValue &line : row["picture"].toArray()) {
-            puts(qPrintable(line.toString()));
-        }
-        fflush(stdout);
-        return toupper(answer()) == 'N' ? "not confirmed: " + prompt : QString();
+    const QJsonObject row = rowOf(action);
+    const QString prompt = row["ask"].toString();
+    if (prompt.isEmpty()) {
+        return actionFault(action);
     }
-    return actionFault(action);
+    const QMutexLocker lock(&mutex);
+    showStatus({});
+    say(QString(">> %1: %2  %3")
+            .arg(port_, prompt, unattended_ ? "[taken as done]" : "[Enter = yes, n = no]"));
+    if (unattended_) {
+        return {};
+    }
+    for (const QString &line : textsOf(row["picture"])) {
+        say(line);
+    }
+    return toupper(answer()) == 'N' ? "not confirmed: " + prompt : QString();
 }

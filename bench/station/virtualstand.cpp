@@ -82,16 +82,24 @@ QString VirtualStand::settle(const QString &)
     return over ? QString() : "the panel's log does not end in \"Test End\"";
 }
 
-// The share of sampled pixels inside `part` that have `colour`.
-static double share(const QImage &image, const QRect &part, QRgb colour)
+// Whether all but one of a thousand sampled pixels inside `part` have a colour.
+static bool isFilled(const QImage &image, const QRect &part, const QColor &colour)
 {
     int all = 0, same = 0;
     for (int y = part.top(); y <= part.bottom(); y += 4) {
         for (int x = part.left(); x <= part.right(); x += 4, ++all) {
-            same += (image.pixel(x, y) & 0xffffff) == (colour & 0xffffff);
+            same += image.pixelColor(x, y).rgb() == colour.rgb();
         }
     }
-    return all ? double(same) / all : 0;
+    return same > 0.999 * all;
+}
+
+static QColor colourOf(const QString &name)
+{
+    if (name == "green") {
+        return Qt::green; // the toolkit's name means a darker one
+    }
+    return QColor::isValidColor(name) ? QColor(name) : QColor('#' + name);
 }
 
 QString VirtualStand::look(const QString &wanted)
@@ -100,23 +108,17 @@ QString VirtualStand::look(const QString &wanted)
         const bool dark = waitFor([&] { return panel_.backlight() == 0; }, screenMs);
         return dark ? QString() : QString("the backlight is at %1 %").arg(panel_.backlight());
     }
-    const bool bands = wanted == "bands",
-               hex = wanted.size() == 6 && wanted.toInt(nullptr, 16) >= 0;
-    const QColor colour =
-        wanted == "green" ? QColor(Qt::green) : QColor(hex ? '#' + wanted : wanted);
+    const bool bands = wanted == "bands";
+    const QStringList colours = bands ? QStringList{"red", "green", "blue"} : QStringList{wanted};
+    const int margin = bands ? 2 : 0; // where one becomes the next
     const auto seen = [&](const QImage &image) {
-        if (panel_.backlight() != 100) {
-            return false;
+        const int width = image.width() / colours.size();
+        bool good = panel_.backlight() == 100;
+        for (int i = 0; i < colours.size(); ++i) {
+            const QRect band(i * width + margin, 0, width - 3 * margin, image.height());
+            good = good && isFilled(image, band, colourOf(colours[i]));
         }
-        const int third = image.width() / 3;
-        if (!bands) {
-            return share(image, image.rect(), colour.rgb()) > 0.999;
-        }
-        const QRect band(2, 0, third - 6, image.height());
-        const double left = share(image, band, qRgb(255, 0, 0)),
-                     middle = share(image, band.translated(third, 0), qRgb(0, 255, 0)),
-                     right = share(image, band.translated(2 * third, 0), qRgb(0, 0, 255));
-        return qMin(left, qMin(middle, right)) > 0.999;
+        return good;
     };
     bool satisfied = false;
     const QImage image = panel_.screen().waitFor(seen, screenMs, &satisfied);
