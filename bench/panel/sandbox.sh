@@ -51,7 +51,7 @@ done
 
 # A panel has a processor of its own: where this is allowed, what else runs here does not make its
 # answers late.
-renice -n -10 -p $$ >/dev/null 2>&1
+renice -n $(($(nice) - 10)) -p $$ >/dev/null 2>&1
 
 # Each namespace by name: "--unshare-all" would go on without a user namespace where it cannot have
 # one, and as root the panel's `date` would then set this machine's clock.
