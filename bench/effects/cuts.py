@@ -312,7 +312,7 @@ def traced(row):
         for step in row.before:
             title, _, agent = step.partition(" ") if step.startswith("boot") else (step, "", "")
             session.run(section(title, *[agent] * bool(agent)))
-        found = Enumeration(row, state_of(session.panel))
+        found = Enumeration(row, state_of(session))
         session.watch = found.add
         session.run(row.done)
         found.rest()

@@ -152,22 +152,16 @@ class Texts:
                 self._add(re.sub(r"\$(01|\d)", lambda match: given.get(match[0], match[0]), line))
 
 
-class Session:
-    """A panel whose agent is traced. `watch` is told each of the agent's calls, too."""
+class Session(Panel):
+    """One whose agent is traced. `watch` is told each of the agent's calls, too."""
 
     def __init__(self):
         if not shutil.which("strace"):
             raise Failure("strace is not installed: apt-get install strace")
-        self.panel = Panel(strace.COMMAND)
+        super().__init__(strace.COMMAND)
         self.watch = lambda call: None
         self._journal = None
         self._file = None  # the trace
-
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *_):
-        self.panel.__exit__()
 
     def run(self, section):
         """Does what the title says under the conditions, waits until the agent is idle again or
@@ -176,7 +170,8 @@ class Session:
             self._prepare(condition)
         request = section.title != "boot" and not section.title.startswith("do ")
         if not self._journal and section.title != "boot":
-            self._boot()
+            self._start(Section("boot"))
+            self._settle()
         lines = []
         # A request whose bytes a busy machine tore apart is not heard: a station repeats it.
         for _ in range(3 if request and section.effects else 1):
@@ -187,17 +182,17 @@ class Session:
                 break
         for verb, undo in (("fault", "mend"), ("absent", "present")):
             for what in section.given(verb):
-                self.panel.do(f"{undo} {what}")
+                self.do(f"{undo} {what}")
         return lines
 
     def _prepare(self, condition):
         verb, _, rest = condition.partition(" ")
         if verb == "new":
-            self.panel.do("off")
+            self.do("off")
         if verb == "first":
             self.run(Section(rest))
         elif verb not in ("until", "during", "agent"):
-            self.panel.do(condition)
+            self.do(condition)
 
     def _perform(self, section):
         if section.title == "boot":
@@ -205,45 +200,39 @@ class Session:
         else:
             self._journal.take()
             what = section.title
-            self._prepare(what[3:]) if what.startswith("do ") else self.panel.do("ask " + what)
+            self._prepare(what[3:]) if what.startswith("do ") else self.do("ask " + what)
         for action in section.given("during"):
-            self.panel.do(action)
-
-    def _boot(self):
-        self._start(Section("boot"))
-        self._settle()
+            self.do(action)
 
     def _start(self, section):
-        self.panel.do("off")
-        path = self.panel.path(strace.FILE)
-        path.parent.mkdir(parents=True, exist_ok=True)
-        path.unlink(missing_ok=True)
-        path.touch()
-        self._file = path.open(encoding="latin-1", newline="\n")
+        self.do("off")
+        self.do("remove " + strace.FILE)
+        self.write(strace.FILE, "")
+        self._file = self.path(strace.FILE).open(encoding="latin-1", newline="\n")
         args = " ".join(section.given("agent"))
-        link = "/dev/ttyO3" if self.panel.read(LEVEL_FILE).startswith("BI") else "/dev/ttyO1"
+        link = "/dev/ttyO3" if self.read(LEVEL_FILE).startswith("BI") else "/dev/ttyO1"
         # In the other run modes no port is a link.
         self._reader, self._journal = strace.Reader(), Journal("" if args else link)
-        self.panel.do("on " + args)
+        self.do("on " + args)
 
-    def _read(self):
+    def _follow(self):
         for call in self._reader.follow(self._file):
             self._journal.add(call)
             self.watch(call)
 
     def _settle(self, until="", request=False):
         # What was done to the panel has reached it; rest is what comes after it.
-        self._read()
+        self._follow()
         self._journal.idle = 0
         end = time.monotonic() + DEADLINE
         for turn in itertools.count(1):
-            self._read()
+            self._follow()
             # What nobody listens for is not heard.
             turns = DEAF_TURNS if request and not self._journal.heard else IDLE_TURNS
             if self._journal.tells(until) if until else self._journal.idle_turns() >= turns:
                 return
-            if turn % 8 == 0 and self.panel.do("runs") == "no":
-                return self._read()
+            if turn % 8 == 0 and self.do("runs") == "no":
+                return self._follow()
             if time.monotonic() > end:
                 raise Failure(f'no effect "{until}" came' if until
                               else "the agent does not come to rest")
