@@ -19,7 +19,7 @@ struct Command {
 const Command commands[] = {
     {"produce", "take a factory-new virtual panel through its test levels", runProduce},
     {"panel", "start a virtual panel and leave it on", runPanel},
-    {"fault", "list the faults, or switch them on a running panel", runFault},
+    {"fault", "list the faults, or switch them on a running panel", runRemote},
     {"power", "switch a running panel on or off", runRemote},
     {"touch", "touch the screen of a running panel", runRemote},
     {"look", "wait until a running panel's screen has a colour", runRemote},

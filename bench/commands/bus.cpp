@@ -21,14 +21,15 @@ int runBus(const QStringList &args)
     quitOnInterrupt();
     printf("Starting %d panels ...\n", count);
     fflush(stdout);
-    BurnInBus bus(count);
+    const auto panels = burnInBus(count);
+    const QString path = panels[0]->linkPath(Port::ttyO3);
     QStringList numbers;
     for (int number = 1; number <= count; ++number)
         numbers << QString::number(number);
     printf("The bus is up: %s (9600 7E1)\n"
            "Test them all: bench station --port %s --level bi --station %s --yes\n"
            "Ctrl-C switches them off.\n",
-           qPrintable(bus.path()), qPrintable(bus.path()), qPrintable(numbers.join(',')));
+           qPrintable(path), qPrintable(path), qPrintable(numbers.join(',')));
     fflush(stdout);
     if (!interrupted())
         QCoreApplication::exec();

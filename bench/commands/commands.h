@@ -9,9 +9,8 @@ int runPanel(const QStringList &args);
 // `bench effects` and `cuts`; does not return.
 int runEffects(const QStringList &args);
 int runDrive(const QStringList &args); // what they start
-// `bench power`, `touch`, `look` and `screenshot`.
+// `bench power`, `touch`, `look`, `screenshot` and `fault`.
 int runRemote(const QStringList &args);
-int runFault(const QStringList &args);
 int runProduce(const QStringList &args);
 int runStation(const QStringList &args);
 int runUnits(const QStringList &args);

@@ -3,6 +3,13 @@
 #include <QFileInfo>
 #include <QRegularExpression>
 
+static void insist(const QString &wrong)
+{
+    if (!wrong.isEmpty()) {
+        throw BenchError(wrong);
+    }
+}
+
 LivePanel::LivePanel(VirtualPanel &panel, Fixture *fixture, Traffic *traffic,
                      const QStringList &agentArgs)
     : panel_(panel)
@@ -23,12 +30,10 @@ QString LivePanel::obey(const QString &verb, const QString &argument)
         traffic_->note(verb + ' ' + argument);
     }
     if (verb == "power") {
-        return power(argument);
-    }
-    if (verb != "fault" && !panel_.isOn()) {
+        power(argument);
+    } else if (verb != "fault" && !panel_.isOn()) {
         throw BenchError("the panel is off: `bench power on` first");
-    }
-    if (verb == "screenshot") {
+    } else if (verb == "screenshot") {
         screenshot(argument);
     } else {
         act(verb, argument);
@@ -36,7 +41,7 @@ QString LivePanel::obey(const QString &verb, const QString &argument)
     return {};
 }
 
-QString LivePanel::power(const QString &order)
+void LivePanel::power(const QString &order)
 {
     if (!QStringList({"on", "off", "cycle"}).contains(order)) {
         throw BenchError(QString("\"%1\" is none of on, off, cycle").arg(order));
@@ -45,26 +50,18 @@ QString LivePanel::power(const QString &order)
         switchedOff_ = true;
         panel_.powerOff();
     }
-    if (order == "off") {
-        return {};
+    if (order != "off") {
+        panel_.powerOn(agentArgs_);
+        switchedOff_ = false;
+        insist(agentArgs_.isEmpty() ? stand_.powerOn() : QString());
     }
-    panel_.powerOn(agentArgs_);
-    switchedOff_ = false;
-    const QString wrong = agentArgs_.isEmpty() ? stand_.powerOn() : QString();
-    if (!wrong.isEmpty()) {
-        throw BenchError(wrong);
-    }
-    return {};
 }
 
 void LivePanel::screenshot(const QString &file)
 {
-    const QString wrong = stand_.act("screenshot screen");
-    if (!wrong.isEmpty()) {
-        throw BenchError(wrong);
-    }
-    if (!stand_.screens["screen"].save(file,
-                                       QFileInfo(file).suffix().isEmpty() ? "PNG" : nullptr)) {
+    insist(stand_.act("screenshot screen"));
+    const char *const format = QFileInfo(file).suffix().isEmpty() ? "PNG" : nullptr;
+    if (!stand_.screens["screen"].save(file, format)) {
         throw BenchError(QString("%1 cannot be written: is it a picture's name (.png) in a folder "
                                  "of yours?")
                              .arg(file));
@@ -83,11 +80,6 @@ void LivePanel::act(const QString &verb, const QString &argument)
         return Finger(panel_).touch(pixel);
     }
     const QString action = verb + ' ' + argument;
-    QString wrong = verb == "fault" ? QString() : actionFault(action);
-    if (wrong.isEmpty()) {
-        wrong = stand_.act(action);
-    }
-    if (!wrong.isEmpty()) {
-        throw BenchError(wrong);
-    }
+    insist(verb == "fault" ? QString() : actionFault(action));
+    insist(stand_.act(action));
 }

@@ -22,7 +22,7 @@ public:
     }
 
 private:
-    QString power(const QString &order);
+    void power(const QString &order);
     void screenshot(const QString &file);
     void act(const QString &verb, const QString &argument);
 

@@ -1,4 +1,5 @@
 #include "commands/commands.h"
+#include "fixture/faults.h"
 #include "panel/bencherror.h"
 #include "panel/control.h"
 
@@ -22,29 +23,75 @@ const Verb verbs[] = {
      "Waits until the screen of a running `bench panel` looks so, for 5 s."},
     {"screenshot", "FILE",
      "Writes the screen of a running `bench panel` to a PNG file, once it has come to rest."},
+    {"fault", "list, show, set or clear",
+     "Faults of the fixture and of the panel on it, by name.\n\n"
+     "  bench fault list                       all of them, and what fails by each\n"
+     "  bench fault show                       what is set on a running `bench panel`\n"
+     "  bench fault set NAME[:VALUE]...\n"
+     "  bench fault clear [NAME...]            those, or all\n\n"
+     "`bench panel`, `bench produce` and others set them from the start with --fault."},
 };
+
+void listFaults()
+{
+    printf("%-15s %s\n%-15s   %s\n\n", "NAME[:VALUE]", "what is wrong then", "",
+           "what fails by it");
+    for (const Fault &fault : allFaults()) {
+        const QString alone = fault.standard.isEmpty() ? "" : "; alone: " + fault.standard;
+        const QString values = fault.values.isEmpty() ? "" : " (" + fault.example + alone + ")";
+        printf("%-15s %s%s\n%-15s   %s\n", qPrintable(fault.name), qPrintable(fault.meaning),
+               qPrintable(values), "", qPrintable(fault.fails));
+    }
+}
+
+void switchFaults(const QString &folder, const QStringList &words)
+{
+    const QString action = words[0];
+    if (!QStringList({"show", "set", "clear"}).contains(action))
+        throw BenchError(QString("\"%1\" is none of list, show, set, clear").arg(action));
+    if (action == "set" && words.size() < 2)
+        throw BenchError("set which fault? `bench fault list` shows them all");
+    if (words.size() < 2)
+        puts(qPrintable(PanelControl::send(folder, "fault " + action)));
+    for (const QString &fault : words.mid(1))
+        printf("%s %s: %s\n", qPrintable(action), qPrintable(fault),
+               qPrintable(PanelControl::send(folder, "fault " + action + ' ' + fault)));
+}
 
 } // namespace
 
 int runRemote(const QStringList &args)
 {
+    const QString name = args[0];
     const Verb *verb = verbs;
-    while (args[0] != verb->name) {
+    while (name != verb->name)
         ++verb;
-    }
     QCommandLineParser parser;
     parser.setApplicationDescription(verb->help);
     parser.addHelpOption();
-    parser.addOption(PanelControl::option());
-    parser.addPositionalArgument("what", verb->argument, verb->argument);
+    parser.addOption({"panel",
+                      "Folder of the running panel, as it prints it (default: the only one).",
+                      "folder"});
+    if (name == "fault") {
+        parser.addPositionalArgument("action", verb->argument);
+        parser.addPositionalArgument("fault", "NAME or NAME:VALUE", "[fault...]");
+    } else {
+        parser.addPositionalArgument("what", verb->argument, verb->argument);
+    }
     parser.process(args);
-    QString what = parser.positionalArguments().join(' ');
-    if (what.isEmpty()) {
+    const QStringList words = parser.positionalArguments();
+    const QString folder = parser.value("panel");
+    if (name == "fault" && words.value(0, "list") == "list") {
+        listFaults();
+    } else if (name == "fault") {
+        switchFaults(folder, words);
+    } else if (words.isEmpty()) {
         throw BenchError(QString("it needs %1").arg(verb->argument));
+    } else {
+        QString what = words.join(' ');
+        if (name == "screenshot")
+            what = QFileInfo(what).absoluteFilePath(); // the panel's bench has a folder of its own
+        PanelControl::send(folder, name + ' ' + what);
     }
-    if (args[0] == "screenshot") {
-        what = QFileInfo(what).absoluteFilePath(); // the panel's bench has a folder of its own
-    }
-    PanelControl::send(parser.value("panel"), args[0] + ' ' + what);
     return 0;
 }

@@ -5,24 +5,26 @@
 #include <memory>
 #include <vector>
 
-// Virtual panels at burn-in on one RS-485 bus: what one sends, the station and every other panel
-// hear. Use from one thread.
-class BurnInBus {
-public:
-    // Makes `count` panels with the station numbers 1, 2, ... and switches them on. Throws
-    // BenchError.
-    explicit BurnInBus(int count);
-
-    // The station's end of the bus, to be opened like a serial port.
-    QString path()
-    {
-        return panel(1).linkPath(Port::ttyO3);
+// Virtual panels at burn-in, with the station numbers 1, 2, ..., on one RS-485 bus: what one sends,
+// the station (at the ttyO3 of any of them) and every other panel hear. All are on and listen.
+// Throws BenchError.
+inline std::vector<std::unique_ptr<VirtualPanel>> burnInBus(int count)
+{
+    std::vector<std::unique_ptr<VirtualPanel>> panels;
+    QVector<PtyPort *> ports;
+    for (int number = 1; number <= count; ++number) {
+        panels.push_back(std::make_unique<VirtualPanel>());
+        panels.back()->setLevel("BI");
+        panels.back()->writeFile("/usr/local/ict/HMI_STATION_NUM.txt",
+                                 QByteArray::number(number, 16).rightJustified(2, '0').toUpper());
+        ports << panels.back()->port(Port::ttyO3);
     }
-    VirtualPanel &panel(int number)
-    {
-        return *panels_.at(size_t(number) - 1);
+    PtyPort::join(ports);
+    for (const auto &panel : panels)
+        panel->powerOn();
+    for (PtyPort *port : ports) {
+        if (!waitFor([&] { return port->isOpenOnPanel(); }, 30000))
+            throw BenchError("A panel of the bus does not open its port within 30 s");
     }
-
-private:
-    std::vector<std::unique_ptr<VirtualPanel>> panels_;
-};
+    return panels;
+}

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <QCommandLineOption>
 #include <QLocalServer>
 
 #include <functional>
@@ -20,8 +19,6 @@ public:
     // The other end. An empty folder stands for the only panel of this user that runs. Throws
     // BenchError when no panel runs there or it refuses; the answer else, "ok" at least.
     static QString send(const QString &panelFolder, const QString &line);
-    // `--panel FOLDER`, for the commands that send.
-    static QCommandLineOption option();
 
 private:
     void serve();

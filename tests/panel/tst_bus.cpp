@@ -14,9 +14,9 @@ private slots:
 
 void TestBus::eachAnswersToItsOwnNumber()
 {
-    BurnInBus bus(3);
+    const auto panels = burnInBus(3);
     Link link;
-    link.open(bus.path(), Bi);
+    link.open(panels[0]->linkPath(Port::ttyO3), Bi);
     const auto ask = [&](int number, const char *code) {
         Link::Request request;
         request.bytes = shortRequest(number, code);
@@ -38,8 +38,8 @@ void TestBus::eachAnswersToItsOwnNumber()
     QCOMPARE(ask(2, "8500").station, 2);
     QCOMPARE(int(ask(3, "8500").kind), int(Reply::None));
     const QString flags = "/usr/local/ict/HMI_BI_TEST_Flag.txt";
-    QVERIFY(bus.panel(3).readFile(flags).contains("6. BI Test END Check: F"));
-    QVERIFY(bus.panel(1).readFile(flags).contains("6. BI Test END Check: 0"));
+    QVERIFY(panels[2]->readFile(flags).contains("6. BI Test END Check: F"));
+    QVERIFY(panels[0]->readFile(flags).contains("6. BI Test END Check: 0"));
 }
 
 QTEST_GUILESS_MAIN(TestBus)
