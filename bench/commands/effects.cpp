@@ -3,7 +3,7 @@
 #include "commands/interrupt.h"
 #include "fixture/finger.h"
 #include "fixture/fixture.h"
-#include "panel/folders.h"
+#include "panel/files.h"
 #include "panel/virtualpanel.h"
 #include "station/codec.h"
 #include "station/protocol.h"
@@ -65,8 +65,8 @@ QString DrivenPanel::obey(const QString &verb, const QString &rest)
         {"opens", [&] { answer = waitFor(isOpen, bootMs) && panel_.isOn() ? "yes" : "no"; }},
         {"answers", [&] { answer = answers(port, words.value(1).toLatin1()) ? "yes" : "no"; }},
         {"arrives", [&] { panel_.port(port)->send(unprintable(rest.section(' ', 1).toLatin1())); }},
-        {"fault", [&] { wrong = fixture_.setFault(rest); }},
-        {"mend", [&] { wrong = fixture_.clearFault(rest); }},
+        {"fault", [&] { fixture_.setFault(rest); }},
+        {"mend", [&] { fixture_.clearFault(rest); }},
         {"plug", plug},
         {"unplug", plug},
         {"absent", present},

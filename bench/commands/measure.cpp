@@ -1,7 +1,6 @@
 #include "commands/commands.h"
 #include "commands/interrupt.h"
-#include "panel/filewrite.h"
-#include "panel/folders.h"
+#include "panel/files.h"
 #include "panel/panelimage.h"
 #include "panel/virtualpanel.h"
 

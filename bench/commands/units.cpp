@@ -1,7 +1,6 @@
 #include "commands/commands.h"
 #include "panel/bencherror.h"
-#include "panel/folders.h"
-#include "panel/json.h"
+#include "panel/files.h"
 #include "station/console.h"
 #include "station/report.h"
 #include "store/handin.h"

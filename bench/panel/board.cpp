@@ -1,7 +1,6 @@
 #include "panel/board.h"
 
-#include "panel/filewrite.h"
-#include "panel/panelimage.h"
+#include "panel/files.h"
 #include "panel/virtualpanel.h"
 
 #include <QDir>

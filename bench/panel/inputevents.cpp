@@ -7,12 +7,13 @@
 #include <QtEndian>
 
 #include <fcntl.h>
+#include <linux/input.h>
 #include <unistd.h>
 
 namespace {
 // 8 bytes of time, type, code, value: the panel's own width, whatever this machine's is.
 constexpr int eventSize = 16;
-constexpr uint16_t soundEvent = 18, toneCode = 2;
+constexpr int levelCode = 3; // the driver's own: loudness, set before the tone
 } // namespace
 
 InputEvents::InputEvents(const QString &path)
@@ -42,17 +43,22 @@ void InputEvents::clear()
     events_.clear();
 }
 
-int InputEvents::toneAt(qint64 ns) const
+QVector<int> InputEvents::tones(qint64 from, qint64 to) const
 {
-    QMutexLocker lock(&mutex_);
-    int hertz = 0;
-    for (const InputEvent &event : events_) {
-        if (event.ns > ns)
+    int level = 0, hertz = 0;
+    QVector<int> tones{0};
+    for (const InputEvent &event : all()) {
+        if (event.ns > to)
             break;
-        if (event.type == soundEvent && event.code == toneCode)
+        if (event.type == EV_SND && event.code == levelCode)
+            level = event.value;
+        if (event.type == EV_SND && event.code == SND_TONE)
             hertz = event.value;
+        if (event.ns <= from)
+            tones.clear();
+        tones << (level > 0 ? hertz : 0);
     }
-    return hertz;
+    return tones;
 }
 
 void InputEvents::readFifo()

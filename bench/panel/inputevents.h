@@ -22,8 +22,9 @@ public:
 
     QVector<InputEvent> all() const;
     void clear();
-    // The tone's frequency in hertz at a moment, 0 for silence: what a microphone would hear.
-    int toneAt(qint64 ns) const;
+    // What a microphone would hear from one moment to another: the tone's frequency in hertz, 0 for
+    // silence, at the start and after each event.
+    QVector<int> tones(qint64 from, qint64 to) const;
 
 private:
     void readFifo();

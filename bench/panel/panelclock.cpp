@@ -1,6 +1,7 @@
 #include "panel/panelclock.h"
-#include "panel/filewrite.h"
+#include "panel/files.h"
 
+#include <QDateTime>
 #include <QFile>
 #include <QThread>
 #include <QTimer>
@@ -40,12 +41,6 @@ void PanelClock::write(const char *name, double seconds) const
     writeInPlace(folder_ + '/' + name, QString::asprintf(layout, seconds).toLatin1());
 }
 
-QDateTime PanelClock::rtcTime() const
-{
-    return QDateTime::currentDateTime().addMSecs(
-        qint64(std::llround((read("rtc") + read("fault")) * 1000)));
-}
-
 void PanelClock::setRtcFault(double seconds)
 {
     write("fault", seconds);
@@ -62,7 +57,8 @@ void PanelClock::powerOn()
 
 void PanelClock::refresh()
 {
-    const qint64 seconds = rtcTime().toMSecsSinceEpoch() / 1000;
+    const double now = double(QDateTime::currentMSecsSinceEpoch()) / 1000;
+    const auto seconds = qint64(std::floor(now + read("rtc") + read("fault")));
     if (seconds == shown_)
         return;
     shown_ = seconds;

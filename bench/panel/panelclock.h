@@ -1,6 +1,5 @@
 #pragma once
 
-#include <QDateTime>
 #include <QObject>
 
 // The panel's two clocks, each kept as seconds ahead of this machine's: the system clock, which
@@ -15,7 +14,6 @@ public:
     // `folder` holds the clocks' files; `attribute` is the RTC's since_epoch file. Both must exist.
     PanelClock(const QString &folder, const QString &attribute);
 
-    QDateTime rtcTime() const; // as the panel reads it, fault included
     // Makes every reading of the RTC wrong by so many seconds; 0 repairs it.
     void setRtcFault(double seconds);
 

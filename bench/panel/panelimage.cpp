@@ -1,7 +1,6 @@
 #include "panel/panelimage.h"
 #include "panel/bencherror.h"
-#include "panel/filewrite.h"
-#include "panel/folders.h"
+#include "panel/files.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -71,11 +70,6 @@ void fillSram(const QString &root)
 }
 
 } // namespace
-
-QString sharedFile(const QString &path)
-{
-    return dataFolder() + '/' + path;
-}
 
 QString toolPath(const QString &tool)
 {

@@ -2,9 +2,6 @@
 
 #include <QString>
 
-// A file or folder that the bench needs at run time, by its path in the source tree.
-QString sharedFile(const QString &path);
-
 // What the image's makers put on a panel, and the board's devices, under a folder that becomes the
 // panel's "/". Throws BenchError when a file cannot be written.
 

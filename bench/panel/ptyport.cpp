@@ -1,6 +1,6 @@
 #include "panel/ptyport.h"
 #include "panel/bencherror.h"
-#include "panel/filewrite.h"
+#include "panel/files.h"
 
 #include <QFile>
 #include <QSocketNotifier>

@@ -1,6 +1,5 @@
 #include "panel/sandbox.h"
-#include "panel/filewrite.h"
-#include "panel/panelimage.h"
+#include "panel/files.h"
 
 #include <QElapsedTimer>
 #include <QFileInfo>

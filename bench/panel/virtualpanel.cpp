@@ -1,7 +1,6 @@
 #include "panel/virtualpanel.h"
 #include "panel/board.h"
-#include "panel/filewrite.h"
-#include "panel/folders.h"
+#include "panel/files.h"
 #include "panel/panelimage.h"
 #include "panel/sandbox.h"
 #include "panel/vncgate.h"
@@ -153,13 +152,8 @@ void VirtualPanel::powerOn(const QStringList &agentArgs)
 // Each with a pty of its own: nothing of the last power-up is left on the line.
 void VirtualPanel::renewPorts()
 {
-    setPlugged(Port::ttyUSB0, !port(Port::ttyUSB0)->panelPath().isEmpty());
-    setPlugged(Port::ttyGS0, true);
-    for (Port uart : {Port::ttyO1, Port::ttyO3, Port::ttyO4}) {
-        port(uart)->setPlugged(false);
-        port(uart)->setPlugged(true);
-        linkPort(uart, "/dev/", "pts/");
-    }
+    for (const PtyPort *port : ports_)
+        setPlugged(port->id(), port->id() != Port::ttyUSB0 || !port->panelPath().isEmpty());
 }
 
 void VirtualPanel::powerOff()
@@ -217,7 +211,7 @@ void VirtualPanel::setPlugged(Port id, bool plugged)
     port(id)->setPlugged(false);
     port(id)->setPlugged(plugged);
     if (!machine_->setPlugged(id, port(id)->panelPath()))
-        linkPort(id, "/dev/plugged/", "../pts/");
+        linkPort(id);
 }
 
 void VirtualPanel::cable(VirtualPanel &a, Port ofA, VirtualPanel &b, Port ofB)
@@ -243,13 +237,14 @@ void VirtualPanel::followGadget(VirtualPanel &peer)
 }
 
 // Names a port's pty by its place inside the panel.
-void VirtualPanel::linkPort(Port id, const QString &folder, const QString &ptys)
+void VirtualPanel::linkPort(Port id)
 {
-    const QString file = hostPath(folder + portName(id));
+    const bool usb = id == Port::ttyUSB0 || id == Port::ttyGS0;
+    const QString file = hostPath((usb ? "/dev/plugged/" : "/dev/") + QString(portName(id))),
+                  path = port(id)->panelPath();
     QFile::remove(file);
-    const QString path = port(id)->panelPath();
     if (!path.isEmpty())
-        QFile::link(ptys + path.section('/', -1), file);
+        QFile::link((usb ? "../pts/" : "pts/") + path.section('/', -1), file);
 }
 
 void VirtualPanel::setPresent(const QString &panelPath, bool present)

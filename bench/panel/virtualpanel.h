@@ -199,7 +199,7 @@ signals:
 private:
     void renewPorts();
     void followGadget(VirtualPanel &peer);
-    void linkPort(Port id, const QString &folder, const QString &ptys);
+    void linkPort(Port id);
     void sampleTouch(const QPoint &spot);
     void viewerTouches(const QPoint &spot, bool held);
 

@@ -1,7 +1,6 @@
 #include "station/console.h"
 
-#include "panel/folders.h"
-#include "panel/json.h"
+#include "panel/files.h"
 
 #include <QMutex>
 

@@ -1,6 +1,6 @@
 #include "station/panelfiles.h"
 
-#include "panel/json.h"
+#include "panel/files.h"
 #include "panel/wait.h"
 #include "station/codec.h"
 #include "station/protocol.h"

@@ -1,8 +1,7 @@
 #include "station/plan.h"
 
 #include "panel/bencherror.h"
-#include "panel/folders.h"
-#include "panel/json.h"
+#include "panel/files.h"
 #include "station/codec.h"
 #include "station/protocol.h"
 #include "station/stand.h"

@@ -1,4 +1,4 @@
-#include "panel/json.h"
+#include "panel/files.h"
 #include "station/codec.h"
 #include "station/report.h"
 

@@ -1,8 +1,7 @@
 #include "station/report.h"
 
 #include "panel/bencherror.h"
-#include "panel/folders.h"
-#include "panel/json.h"
+#include "panel/files.h"
 #include "station/console.h"
 
 #include <QBuffer>

@@ -1,7 +1,7 @@
 #include "station/runner.h"
 
 #include "panel/bencherror.h"
-#include "panel/json.h"
+#include "panel/files.h"
 #include "station/protocol.h"
 
 #include <QTimer>

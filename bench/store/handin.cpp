@@ -1,7 +1,7 @@
 #include "store/handin.h"
 
 #include "panel/bencherror.h"
-#include "panel/json.h"
+#include "panel/files.h"
 #include "station/runner.h"
 #include "store/store.h"
 

@@ -1,8 +1,7 @@
 #include "store/store.h"
 
 #include "panel/bencherror.h"
-#include "panel/folders.h"
-#include "panel/json.h"
+#include "panel/files.h"
 #include "station/plan.h"
 
 #include <QCryptographicHash>

@@ -114,7 +114,7 @@ bool Lane::leftInOrder(const QByteArray &request)
 {
     VirtualPanel &panel = at_.panel;
     if (request.startsWith("92"))
-        return panel.events().toneAt(monotonicNs()) == 0;
+        return panel.events().tones(monotonicNs(), monotonicNs()).last() == 0;
     if (!QList<QByteArray>{"9502", "9503", "9508", "9509"}.contains(request))
         return true;
     const QVector<ToolCall> calls = panel.calls();
@@ -155,7 +155,11 @@ QString Lane::run(const Row &row)
     QString wrong;
     const auto set = [&](const QString &fault) {
         if (!fault.isEmpty() && wrong.isEmpty())
-            wrong = at_.fixture.setFault(fault);
+            wrong = at_.fixture.act("fault", "set " + fault);
+    };
+    const auto clear = [&](const QString &fault) {
+        if (!fault.isEmpty())
+            at_.fixture.clearFault(fault);
     };
     set(row.kind);
     // A failure is to be seen behind a pass.
@@ -168,7 +172,7 @@ QString Lane::run(const Row &row)
         wrong = "does not boot";
     if (row.bad && wrong.isEmpty())
         wrong = check(row, row.bad, row.badResult);
-    at_.fixture.clearFault(row.fault);
+    clear(row.fault);
     if (series_.cycle && row.good && !boot())
         wrong = "does not boot";
     if (row.good && wrong.isEmpty()) {
@@ -176,7 +180,7 @@ QString Lane::run(const Row &row)
         if (!wrong.isEmpty())
             wrong = "without the fault: " + wrong;
     }
-    at_.fixture.clearFault(row.kind);
+    clear(row.kind);
     return wrong;
 }
 

@@ -16,7 +16,7 @@ void TstFaults::texts()
     VirtualPanel panel;
     Fixture fixture(panel);
     const auto complaint = [&](const QString &fault) {
-        const QString text = fixture.setFault(fault);
+        const QString text = fixture.act("fault", "set " + fault);
         return fixture.faults().isEmpty() ? text : "set all the same";
     };
     QVERIFY(complaint("lmc:3").contains("no fault \"lmc\""));

@@ -1,6 +1,6 @@
 #include "misbehavingpeer.h"
 #include "panel/bencherror.h"
-#include "panel/json.h"
+#include "panel/files.h"
 #include "station/codec.h"
 #include "station/link.h"
 #include "station/plan.h"
