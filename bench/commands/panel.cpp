@@ -153,9 +153,8 @@ void leaveOn(VirtualPanel &panel, LivePanel &live)
 
 } // namespace
 
-int runPanel(const QStringList &args)
+static void readOptions(QCommandLineParser &parser, const QStringList &args)
 {
-    QCommandLineParser parser;
     parser.setApplicationDescription(
         "Starts a virtual panel and leaves it on until Ctrl-C, for any station software, terminal "
         "or\n"
@@ -176,6 +175,12 @@ int runPanel(const QStringList &args)
         {"no-fixture", "Leave the other ports free: no probes on them, no media in the slots."},
     });
     parser.process(args);
+}
+
+int runPanel(const QStringList &args)
+{
+    QCommandLineParser parser;
+    readOptions(parser, args);
     quitOnInterrupt();
     VirtualPanel panel(optionsOf(parser));
     prepare(panel, parser);

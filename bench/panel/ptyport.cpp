@@ -79,7 +79,7 @@ qint64 monotonicNs()
     return std::chrono::nanoseconds(std::chrono::steady_clock::now().time_since_epoch()).count();
 }
 
-Pty openPty()
+PtyPort::Pty PtyPort::openPty()
 {
     Pty pty;
     char path[64];

@@ -14,14 +14,6 @@ enum class Port { ttyO1, ttyO3, ttyO4, ttyUSB0, ttyGS0 };
 constexpr int portCount = 5;
 const char *portName(Port port);
 
-// A raw pseudo terminal with both ends open, reading the master does not block. The caller closes
-// them. Throws BenchError when the machine has none left.
-struct Pty {
-    int master = -1, slave = -1;
-    QString path;
-};
-Pty openPty();
-
 // One serial port of a panel: a pty whose slave is the panel's device, and a second pty whose slave
 // any program of this machine can open as the far end of the cable (outsidePath()).
 //
@@ -83,6 +75,13 @@ private:
     void queue(const QByteArray &bytes);
     void pump();
     qint64 byteTime() const;
+
+    // A raw pseudo terminal; reading the master does not block.
+    struct Pty {
+        int master = -1, slave = -1;
+        QString path;
+    };
+    static Pty openPty();
 
     const Port id_;
     mutable QMutex mutex_; // guards panel_, which is replaced when the port is plugged

@@ -22,6 +22,15 @@ template <typename T> T *inThread(QThread &thread, T *object)
     return object;
 }
 
+PanelOptions withAgent(PanelOptions options)
+{
+    if (options.agent.isEmpty()) {
+        options.agent = qEnvironmentVariable("BENCH_AGENT", programFolder() + "/ict-agent");
+        options.agentRoot = qEnvironmentVariable("BENCH_AGENT_ROOT");
+    }
+    return options;
+}
+
 std::unique_ptr<QLockFile> lockFolder(const QString &folder)
 {
     auto lock = std::make_unique<QLockFile>(folder + "/lock");
@@ -68,13 +77,9 @@ static void runBeforeAllElse()
 
 VirtualPanel::VirtualPanel(const PanelOptions &options, QObject *parent)
     : QObject(parent)
-    , options_(options)
+    , options_(withAgent(options))
     , folder_(options.folder)
 {
-    if (options_.agent.isEmpty()) {
-        options_.agent = qEnvironmentVariable("BENCH_AGENT", programFolder() + "/ict-agent");
-        options_.agentRoot = qEnvironmentVariable("BENCH_AGENT_ROOT");
-    }
     if (folder_.isEmpty()) {
         temporary_ = std::make_unique<QTemporaryDir>(QDir::tempPath() + "/ict-panel-XXXXXX");
         folder_ = temporary_->path();
@@ -156,20 +161,10 @@ void VirtualPanel::renewPorts()
         setPlugged(port->id(), port->id() != Port::ttyUSB0 || !port->panelPath().isEmpty());
 }
 
-void VirtualPanel::powerOff()
-{
-    machine_->stop();
-}
-
 void VirtualPanel::powerCycle(const QStringList &agentArgs)
 {
     powerOff();
     powerOn(agentArgs);
-}
-
-bool VirtualPanel::isReady(Port id)
-{
-    return machine_->isReady(port(id));
 }
 
 PanelClock &VirtualPanel::clock()
@@ -177,31 +172,6 @@ PanelClock &VirtualPanel::clock()
     if (board_)
         throw BenchError("The ARM machine has an RTC of its own, which the bench does not set");
     return *clock_;
-}
-
-bool VirtualPanel::isOn()
-{
-    return machine_->isRunning();
-}
-
-int VirtualPanel::waitForExit(int ms)
-{
-    return machine_->waitForEnd(ms);
-}
-
-qint64 VirtualPanel::agentPid() const
-{
-    return machine_->agentPid();
-}
-
-QByteArray VirtualPanel::output() const
-{
-    return machine_->printed("agent.log");
-}
-
-QByteArray VirtualPanel::errorOutput() const
-{
-    return machine_->printed("agent.err");
 }
 
 void VirtualPanel::setPlugged(Port id, bool plugged)

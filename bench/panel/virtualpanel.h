@@ -1,9 +1,8 @@
 #pragma once
 
-#include "panel/bencherror.h"
 #include "panel/inputevents.h"
+#include "panel/machine.h"
 #include "panel/panelclock.h"
-#include "panel/ptyport.h"
 #include "panel/touchpanel.h"
 #include "panel/vncscreen.h"
 #include "panel/wait.h"
@@ -19,7 +18,6 @@
 #include <memory>
 
 class Board;
-class Machine;
 class VncGate;
 
 // From here on, panels are the whole ARM machine that tools/board.sh has made.
@@ -99,23 +97,44 @@ public:
     // Power. On returns as soon as the agent's process exists, not when it is ready. Off kills
     // everything at once, as a mains switch does. Both are no-ops when already so.
     void powerOn(const QStringList &agentArgs = {});
-    void powerOff();
+    void powerOff()
+    {
+        machine_->stop();
+    }
     void powerCycle(const QStringList &agentArgs = {});
     // False after a power-off and as soon as the agent has ended.
-    bool isOn();
+    bool isOn()
+    {
+        return machine_->isRunning();
+    }
     // Waits for the agent to end by itself; its exit status (128 + n if signal n killed it), or -1
     // when it still runs after `ms`. The status stays until the next power-on.
-    int waitForExit(int ms);
+    int waitForExit(int ms)
+    {
+        return machine_->waitForEnd(ms);
+    }
     // The agent's process as this machine numbers it; 0 when off.
-    qint64 agentPid() const;
+    qint64 agentPid() const
+    {
+        return machine_->agentPid();
+    }
     // What the agent printed on standard output, and error, since the last power-on.
-    QByteArray output() const;
-    QByteArray errorOutput() const;
+    QByteArray output() const
+    {
+        return machine_->printed("agent.log");
+    }
+    QByteArray errorOutput() const
+    {
+        return machine_->printed("agent.err");
+    }
 
     // Ports. A USB port's device file exists while it is plugged and its driver loaded (modprobe).
     // Whether the panel is ready for a station on that port: its program has the port open, and
     // what it started in its boot has come up.
-    bool isReady(Port id);
+    bool isReady(Port id)
+    {
+        return machine_->isReady(port(id));
+    }
     PtyPort *port(Port id) const
     {
         return ports_[size_t(id)];

@@ -1,6 +1,7 @@
 #include "panel/vncgate.h"
 #include "panel/bencherror.h"
 
+#include <QHash>
 #include <QLocalSocket>
 #include <QTcpSocket>
 #include <QtEndian>
@@ -10,31 +11,23 @@
 namespace {
 
 constexpr int greeting = 13; // version and one byte, before the messages
-constexpr quint32 longestText = 1 << 20; // of a clipboard
+constexpr int longestText = 1 << 20; // of a clipboard
 enum Message : char { PixelFormat, Encodings = 2, Update, Key, Pointer, Text };
+const QHash<char, int> headSizes{{PixelFormat, 20}, {Encodings, 4}, {Update, 10},
+                                 {Key, 8},          {Pointer, 6},   {Text, 8}};
 
 // The size of the message that `heard` begins with, as far as it is known; -1 for none of ours.
-qint64 messageSize(const QByteArray &heard)
+int messageSize(const QByteArray &heard)
 {
-    const char *const bytes = heard.constData();
-    switch (heard[0]) {
-    case PixelFormat:
-        return 20;
-    case Encodings:
-        return heard.size() < 4 ? 4 : 4 + 4 * qFromBigEndian<quint16>(bytes + 2);
-    case Update:
-        return 10;
-    case Key:
-        return 8;
-    case Pointer:
-        return 6;
-    case Text: {
-        const quint32 size = heard.size() < 8 ? 0 : qFromBigEndian<quint32>(bytes + 4);
-        return size > longestText ? -1 : 8 + qint64(size);
-    }
-    default:
-        return -1;
-    }
+    const int head = headSizes.value(heard[0], -1);
+    if (heard.size() < head)
+        return head;
+    if (heard[0] == Encodings)
+        return head + 4 * qFromBigEndian<quint16>(heard.constData() + 2);
+    if (heard[0] != Text)
+        return head;
+    const quint32 text = qFromBigEndian<quint32>(heard.constData() + 4);
+    return text > longestText ? -1 : head + int(text);
 }
 
 // The same order of bytes in memory, said the other way round.
@@ -70,11 +63,11 @@ VncGate::VncGate(quint16 port, const QString &socket)
 bool VncGate::filter(QByteArray *heard, QByteArray *passed)
 {
     while (!heard->isEmpty()) {
-        const qint64 size = messageSize(*heard);
+        const int size = messageSize(*heard);
         if (size < 0 || size > heard->size())
             return size >= 0;
-        const QByteArray message = heard->left(int(size));
-        heard->remove(0, int(size));
+        const QByteArray message = heard->left(size);
+        heard->remove(0, size);
         if (message[0] == Pointer)
             emit pointer({qFromBigEndian<quint16>(message.constData() + 2),
                           qFromBigEndian<quint16>(message.constData() + 4)},
