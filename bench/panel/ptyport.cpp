@@ -9,11 +9,11 @@
 
 #include <cerrno>
 #include <chrono>
+#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <glob.h>
 #include <poll.h>
-#include <pty.h>
 #include <sys/inotify.h>
 #include <sys/ioctl.h>
 #include <termios.h>
@@ -81,9 +81,13 @@ qint64 monotonicNs()
 
 PtyPort::Pty PtyPort::openPty()
 {
+    // Close-on-exec from the start: another thread may just start a program.
+    constexpr int flags = O_RDWR | O_NOCTTY | O_CLOEXEC;
     Pty pty;
     char path[64];
-    if (openpty(&pty.master, &pty.slave, path, nullptr, nullptr) != 0)
+    if ((pty.master = posix_openpt(flags | O_NONBLOCK)) < 0 || unlockpt(pty.master) != 0
+        || ptsname_r(pty.master, path, sizeof path) != 0
+        || (pty.slave = ioctl(pty.master, TIOCGPTPEER, flags)) < 0)
         throw BenchError(QString("No pseudo terminal to be had (%1): close some terminals or raise "
                                  "/proc/sys/kernel/pty/max")
                              .arg(strerror(errno)));
@@ -92,9 +96,6 @@ PtyPort::Pty PtyPort::openPty()
     tcgetattr(pty.slave, &raw);
     cfmakeraw(&raw);
     tcsetattr(pty.slave, TCSANOW, &raw);
-    for (int fd : {pty.master, pty.slave})
-        fcntl(fd, F_SETFD, FD_CLOEXEC);
-    fcntl(pty.master, F_SETFL, O_NONBLOCK);
     pty.path = path;
     return pty;
 }

@@ -157,10 +157,6 @@ QString Lane::run(const Row &row)
         if (!fault.isEmpty() && wrong.isEmpty())
             wrong = at_.fixture.act("fault", "set " + fault);
     };
-    const auto clear = [&](const QString &fault) {
-        if (!fault.isEmpty())
-            at_.fixture.clearFault(fault);
-    };
     set(row.kind);
     // A failure is to be seen behind a pass.
     const bool seen = at_.results(series_.level).mid(row.item - 1, 1) == "1";
@@ -172,7 +168,8 @@ QString Lane::run(const Row &row)
         wrong = "does not boot";
     if (row.bad && wrong.isEmpty())
         wrong = check(row, row.bad, row.badResult);
-    clear(row.fault);
+    if (*row.fault)
+        at_.fixture.clearFault(row.fault);
     if (series_.cycle && row.good && !boot())
         wrong = "does not boot";
     if (row.good && wrong.isEmpty()) {
@@ -180,7 +177,7 @@ QString Lane::run(const Row &row)
         if (!wrong.isEmpty())
             wrong = "without the fault: " + wrong;
     }
-    clear(row.kind);
+    at_.fixture.clearAll();
     return wrong;
 }
 
