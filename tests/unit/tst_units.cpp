@@ -81,7 +81,7 @@ public:
             {"--no-sync", "-A", "trust", "-U", "line", "-D", folder_.filePath("data")});
         run(bin_ + "pg_ctl",
             {"-w", "-D", folder_.filePath("data"), "-l", folder_.filePath("log"), "-o",
-             "-c listen_addresses= -k " + folder_.path(), "start"});
+             "-c fsync=off -c listen_addresses= -k " + folder_.path(), "start"});
     }
     ~Server()
     {
@@ -102,7 +102,7 @@ private:
         QProcess process;
         process.setStandardOutputFile(QProcess::nullDevice());
         process.start(program, arguments);
-        QVERIFY2(process.waitForFinished(120000) && process.exitCode() == 0,
+        QVERIFY2(process.waitForFinished(240000) && process.exitCode() == 0,
                  process.readAllStandardError());
     }
 
