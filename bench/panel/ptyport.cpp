@@ -100,18 +100,91 @@ PtyPort::Pty PtyPort::openPty()
     return pty;
 }
 
+std::shared_ptr<DeviceWatch> DeviceWatch::shared()
+{
+    static QMutex mutex;
+    static std::weak_ptr<DeviceWatch> one; // it ends with the last port
+    const QMutexLocker lock(&mutex);
+    std::shared_ptr<DeviceWatch> watch = one.lock();
+    if (!watch)
+        one = watch = std::make_shared<DeviceWatch>();
+    return watch;
+}
+
+DeviceWatch::DeviceWatch()
+    : fd_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC))
+{
+    if (fd_ < 0 || pipe2(stop_, O_CLOEXEC) != 0)
+        throw BenchError(QString("No watch of devices to be had (%1): end some programs or raise "
+                                 "/proc/sys/fs/inotify/max_user_instances")
+                             .arg(strerror(errno)));
+    thread_ = std::thread([this] {
+        pollfd ends[] = {{fd_, POLLIN, 0}, {stop_[0], POLLIN, 0}};
+        while (::poll(ends, 2, -1) < 0 || !ends[1].revents) {
+            const QMutexLocker lock(&mutex_);
+            read(nullptr);
+        }
+    });
+}
+
+DeviceWatch::~DeviceWatch()
+{
+    ::close(stop_[1]);
+    thread_.join();
+    ::close(stop_[0]);
+    ::close(fd_);
+}
+
+int DeviceWatch::add(const QString &path, PtyPort *port)
+{
+    const QMutexLocker lock(&mutex_);
+    const int number = inotify_add_watch(fd_, QFile::encodeName(path), IN_OPEN | IN_CLOSE);
+    ports_[number] = port;
+    return number;
+}
+
+void DeviceWatch::remove(PtyPort *port)
+{
+    const QMutexLocker lock(&mutex_);
+    for (int number : ports_.keys(port))
+        ports_.remove(number);
+    uses_.remove(port);
+}
+
+DeviceWatch::Uses DeviceWatch::take(PtyPort *port)
+{
+    const QMutexLocker lock(&mutex_);
+    read(port);
+    return uses_.take(port);
+}
+
+void DeviceWatch::read(PtyPort *asker)
+{
+    alignas(inotify_event) char buffer[4096];
+    const ssize_t n = ::read(fd_, buffer, sizeof buffer);
+    for (ssize_t at = 0; at < n;) {
+        const auto *event = reinterpret_cast<const inotify_event *>(buffer + at);
+        at += ssize_t(sizeof *event + event->len);
+        PtyPort *port = ports_.value(event->wd);
+        if (event->mask & IN_IGNORED) { // the device is no more
+            ports_.remove(event->wd);
+        } else if (port) {
+            uses_[port] << qMakePair(event->wd, bool(event->mask & IN_CLOSE));
+            if (port != asker && uses_[port].size() == 1)
+                QMetaObject::invokeMethod(port, &PtyPort::watchDevices, Qt::QueuedConnection);
+        }
+    }
+}
+
 PtyPort::PtyPort(Port id)
     : id_(id)
     , outside_(openPty()) // its slave stays open here: a station that ends is no hang-up
-    , watch_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC))
+    , outsideWatch_(watch_->add(outside_.path, this))
     , pace_(new QTimer(this))
 {
     auto *outside = new QSocketNotifier(outside_.master, QSocketNotifier::Read, this);
     connect(outside, &QSocketNotifier::activated, this, &PtyPort::readOutside);
     fcntl(outside_.slave, F_SETFL, ours);
-    outsideWatch_ = inotify_add_watch(watch_, QFile::encodeName(outside_.path), IN_OPEN | IN_CLOSE);
-    auto *uses = new QSocketNotifier(watch_, QSocketNotifier::Read, this);
-    connect(uses, &QSocketNotifier::activated, this, &PtyPort::watchDevices);
     pace_->setInterval(1);
     pace_->setTimerType(Qt::PreciseTimer);
     connect(pace_, &QTimer::timeout, this, &PtyPort::pump);
@@ -122,7 +195,8 @@ PtyPort::~PtyPort()
 {
     cut();
     setPlugged(false);
-    for (int fd : {outside_.master, outside_.slave, watch_})
+    watch_->remove(this);
+    for (int fd : {outside_.master, outside_.slave})
         ::close(fd);
 }
 
@@ -147,7 +221,7 @@ void PtyPort::setPlugged(bool plugged)
     panel_ = openPty();
     ::close(panel_.slave); // the master then hangs up whenever nobody on the panel has it open
     unread_ = false;
-    inotify_add_watch(watch_, QFile::encodeName(panel_.path), IN_OPEN | IN_CLOSE);
+    watch_->add(panel_.path, this);
     fromPanel_ = new QSocketNotifier(panel_.master, QSocketNotifier::Read, this);
     connect(fromPanel_, &QSocketNotifier::activated, this, &PtyPort::readPanel);
 }
@@ -259,18 +333,12 @@ void PtyPort::readOutside()
     emit fromOutside(data);
 }
 
-// One inotify for both devices: a machine allows few of them (128 as a rule), and a bus of panels
-// has many ports.
 void PtyPort::watchDevices()
 {
-    alignas(inotify_event) char buffer[4096];
-    const ssize_t n = ::read(watch_, buffer, sizeof buffer);
+    const DeviceWatch::Uses uses = watch_->take(this);
     bool left = false, closed = false, reopened = false;
-    for (ssize_t at = 0; at < n;) {
-        const auto *event = reinterpret_cast<const inotify_event *>(buffer + at);
-        at += ssize_t(sizeof *event + event->len);
-        const bool close = event->mask & IN_CLOSE;
-        if (event->wd == outsideWatch_) {
+    for (const auto &[device, close] : uses) {
+        if (device == outsideWatch_) {
             attached_ = true;
             left = left || close;
         } else {
@@ -286,7 +354,7 @@ void PtyPort::watchDevices()
     }
     if (reopened || (closed && !isOpenOnPanel()))
         emptyReceiver();
-    if (n > 0 && fromPanel_)
+    if (!uses.isEmpty() && fromPanel_)
         fromPanel_->setEnabled(true);
 }
 

@@ -1,10 +1,14 @@
 #pragma once
 
 #include <QByteArray>
+#include <QHash>
 #include <QMutex>
 #include <QObject>
 #include <QString>
 #include <QVector>
+
+#include <memory>
+#include <thread>
 
 class QSocketNotifier;
 class QTimer;
@@ -13,6 +17,35 @@ class QTimer;
 enum class Port { ttyO1, ttyO3, ttyO4, ttyUSB0, ttyGS0 };
 constexpr int portCount = 5;
 const char *portName(Port port);
+
+class PtyPort;
+
+// Hears who opens and closes devices. One for all ports of this program: a machine allows its users
+// few of them (128 as a rule). From any thread.
+class DeviceWatch {
+public:
+    // Devices by their numbers, and whether each was opened (false) or closed (true).
+    using Uses = QVector<QPair<int, bool>>;
+
+    static std::shared_ptr<DeviceWatch> shared(); // throws BenchError
+    DeviceWatch();
+    ~DeviceWatch();
+    // A number for the device, for as long as it is there.
+    int add(const QString &path, PtyPort *port);
+    void remove(PtyPort *port);
+    // What has happened to the port's devices since it last asked; PtyPort::watchDevices() is
+    // called in its thread whenever there is something.
+    Uses take(PtyPort *port);
+
+private:
+    void read(PtyPort *asker);
+
+    QMutex mutex_; // of the next three
+    int fd_ = -1, stop_[2];
+    QHash<int, PtyPort *> ports_; // by the device's number
+    QHash<PtyPort *, Uses> uses_;
+    std::thread thread_;
+};
 
 // One serial port of a panel: a pty whose slave is the panel's device, and a second pty whose slave
 // any program of this machine can open as the far end of the cable (outsidePath()).
@@ -58,6 +91,7 @@ public:
     // For VirtualPanel. A port that is unplugged hangs up on the panel's programs that have it open
     // and has another panelPath() when it is plugged again, with nothing left on its line.
     void setPlugged(bool plugged);
+    void watchDevices(); // for DeviceWatch
 
 signals:
     // Bytes as they left the panel or were delivered to it; `ns` is CLOCK_MONOTONIC.
@@ -68,7 +102,6 @@ signals:
 private:
     void readPanel();
     void readOutside();
-    void watchDevices();
     void emptyReceiver();
     void toOutside(const QByteArray &bytes);
     void hear(const QByteArray &bytes);
@@ -87,7 +120,8 @@ private:
     mutable QMutex mutex_; // guards panel_, which is replaced when the port is plugged
     Pty panel_, outside_;
     QSocketNotifier *fromPanel_ = nullptr;
-    int watch_, outsideWatch_ = -1; // inotify of both devices
+    const std::shared_ptr<DeviceWatch> watch_ = DeviceWatch::shared();
+    int outsideWatch_;
     bool attached_ = false; // a program has the outside device open
     bool unread_ = false; // bytes were delivered to the panel since its receiver was emptied
     QTimer *pace_;
