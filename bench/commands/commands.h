@@ -14,6 +14,7 @@ int runRemote(const QStringList &args);
 int runProduce(const QStringList &args);
 int runStation(const QStringList &args);
 int runUnits(const QStringList &args);
+int runSoak(const QStringList &args);
 int runSend(const QStringList &args);
 int runBoard(const QStringList &args);
 int runBus(const QStringList &args);

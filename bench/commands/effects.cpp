@@ -25,6 +25,13 @@ public:
         , fixture_(panel_)
         , isTraced_(!options.wrapper.isEmpty())
     {
+        for (Port id : {Port::ttyO1, Port::ttyO3}) {
+            QObject::connect(panel_.port(id), &PtyPort::fromPanel, &context_,
+                             [this, id](const QByteArray &bytes) {
+                                 heard_ += id == asked_ ? bytes : QByteArray();
+                                 quiet_.start();
+                             });
+        }
     }
     QString folder() const
     {
@@ -37,10 +44,15 @@ private:
     void powerOn(const QStringList &agentArgs);
     void ask(const QString &request);
     bool answers(Port port, const QByteArray &code);
+    QByteArray answer(int ms);
 
     VirtualPanel panel_;
     Fixture fixture_;
     const bool isTraced_;
+    Port asked_ = Port::ttyO1;
+    QByteArray heard_; // there, since it was asked
+    QElapsedTimer quiet_;
+    QObject context_; // of the connections, which end first
 };
 
 QString DrivenPanel::obey(const QString &verb, const QString &rest)
@@ -61,7 +73,9 @@ QString DrivenPanel::obey(const QString &verb, const QString &rest)
         {"off", [&] { panel_.powerOff(); }},
         {"runs", [&] { answer = panel_.isOn() ? "yes" : "no"; }},
         {"new", [&] { panel_.factoryNew(); }},
+        {"pid", [&] { answer = QString::number(panel_.agentPid()); }},
         {"ask", [&] { ask(rest); }},
+        {"answer", [&] { answer = '"' + printable(this->answer(first.toInt())) + '"'; }},
         {"opens", [&] { answer = waitFor(isOpen, bootMs) && panel_.isOn() ? "yes" : "no"; }},
         {"answers", [&] { answer = answers(port, words.value(1).toLatin1()) ? "yes" : "no"; }},
         {"arrives", [&] { panel_.port(port)->send(unprintable(rest.section(' ', 1).toLatin1())); }},
@@ -106,7 +120,20 @@ void DrivenPanel::ask(const QString &request)
     const QByteArray bytes = request.startsWith('"')
         ? unprintable(request.mid(1, request.lastIndexOf('"') - 1).toLatin1())
         : requestOf(request.section(' ', 0, 0).toLatin1(), request.section(' ', 1), 0, "KLV-100");
-    panel_.port(panel_.link())->send(bytes);
+    heard_.clear();
+    asked_ = panel_.link();
+    panel_.port(asked_)->send(bytes);
+}
+
+// What came back since it was asked, once it is whole or the panel dead; else nothing.
+QByteArray DrivenPanel::answer(int ms)
+{
+    const auto whole = [&] {
+        return isComplete(heard_, quiet_.isValid() && quiet_.hasExpired(60));
+    };
+    waitFor([&] { return whole() || !panel_.isOn() || interrupted(); }, ms);
+    QCoreApplication::processEvents(); // what it said before it died
+    return isComplete(heard_, true) ? heard_ : QByteArray();
 }
 
 // Whether anything comes back on the port; asks until it does.

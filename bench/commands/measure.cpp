@@ -1,4 +1,5 @@
 #include "commands/commands.h"
+#include "commands/gauges.h"
 #include "commands/interrupt.h"
 #include "panel/files.h"
 #include "panel/panelimage.h"
@@ -10,19 +11,10 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <ctime>
-#include <unistd.h>
 
 namespace {
 
 const QByteArray presence = ":00800080\r\n"; // asks whether COM1 is there, and is its own answer
-
-double median(QVector<double> values)
-{
-    std::sort(values.begin(), values.end());
-    const int n = values.size();
-    return n ? (values[(n - 1) / 2] + values[n / 2]) / 2 : std::nan("");
-}
 
 // One line of the table; whether the figure keeps its limit, if it has one. Not a number never
 // does.
@@ -94,16 +86,6 @@ bool measureLatency(VirtualPanel &panel, int requests)
     return report("reply to \"8000\", latest", last, "ms", 130) && good;
 }
 
-// Of all threads of a process, in nanoseconds.
-double processorTime(qint64 pid)
-{
-    clockid_t clock;
-    timespec used{};
-    if (clock_getcpuclockid(pid_t(pid), &clock) != 0 || clock_gettime(clock, &used) != 0)
-        return std::nan("");
-    return double(used.tv_sec) * 1e9 + double(used.tv_nsec);
-}
-
 bool measureIdle(VirtualPanel &panel, int seconds)
 {
     const qint64 begin = monotonicNs();
@@ -111,12 +93,6 @@ bool measureIdle(VirtualPanel &panel, int seconds)
     waitFor(interrupted, seconds * 1000);
     const double used = processorTime(panel.agentPid()) - before;
     return report("idle, of one core", 100 * used / double(monotonicNs() - begin), "%", 0.5);
-}
-
-double residentMiB(qint64 pid)
-{
-    const QByteArray pages = readWhole(QString("/proc/%1/statm").arg(pid)).split(' ').value(1);
-    return pages.toDouble() * double(sysconf(_SC_PAGESIZE)) / (1 << 20);
 }
 
 // Milliseconds from power-on to the first frame with anything on it, as a viewer that waits for it

@@ -320,7 +320,7 @@ def traced(row):
 
 
 def revived(panel, state):
-    put_state(panel, state)
+    """Boots a panel that is off and has this state."""
     panel.path(LOG).unlink(missing_ok=True)
     panel.do("on")
     burn_in = boot_level(state) == "BI"
@@ -370,6 +370,7 @@ class Cuts:
     def _boot(self, state):
         panel = self._panels.get()
         try:
+            put_state(panel, state)
             return revived(panel, state)
         finally:
             self._panels.put(panel)

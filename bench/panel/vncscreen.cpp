@@ -6,6 +6,8 @@
 
 #include <rfb/rfbclient.h>
 
+#include <csignal>
+
 namespace {
 constexpr int width = 800, height = 480;
 char tag; // identifies our pointer among libvncclient's client data
@@ -15,6 +17,9 @@ VncScreen::VncScreen(const QString &socket)
     : socket_(socket)
 {
     rfbEnableClientLogging = FALSE;
+    // A panel may die while it is touched: the write fails then. A handler, for what is ignored
+    // stays so in every program that is started.
+    signal(SIGPIPE, [](int) {});
 }
 
 VncScreen::~VncScreen()

@@ -1,0 +1,307 @@
+#include "commands/commands.h"
+#include "commands/gauges.h"
+#include "commands/interrupt.h"
+#include "panel/virtualpanel.h"
+#include "station/codec.h"
+#include "station/console.h"
+
+#include <QCommandLineParser>
+#include <QDir>
+#include <QTimer>
+
+#include <atomic>
+
+namespace {
+
+constexpr int answerMs = 20000, startMs = 120000, quietMs = 60;
+
+// Asks its panel one request after the other, from the thread of the panel's ports, so that each
+// look of the agent at its link finds one.
+class Talker : public QObject {
+public:
+    Talker(VirtualPanel &panel, const QVector<QByteArray> &requests)
+        : link_(panel.port(Port::ttyO1))
+        , requests_(requests)
+        , timer_(this)
+    {
+        timer_.setSingleShot(true);
+        connect(&timer_, &QTimer::timeout, this, [this] { over(!bytes_.isEmpty()); });
+        connect(link_, &PtyPort::intoPanel, this,
+                [this](const QByteArray &, qint64 ns) { sent_ = ns; });
+        connect(link_, &PtyPort::fromPanel, this, &Talker::heard);
+        moveToThread(panel.ioThread());
+    }
+    ~Talker() override
+    {
+        inThread([this] {
+            link_->disconnect(this);
+            timer_.stop();
+            moveToThread(qApp->thread());
+        });
+    }
+    void ask(int count)
+    {
+        inThread([&] {
+            latencies_.clear();
+            left = count;
+            next();
+        });
+    }
+    QVector<double> latencies() // ms, from the last byte in to the first byte out
+    {
+        QVector<double> result;
+        inThread([&] { result = latencies_; });
+        return result;
+    }
+    std::atomic<int> left{0}, unanswered{0};
+
+private:
+    void inThread(const std::function<void()> &what)
+    {
+        QMetaObject::invokeMethod(link_, what, Qt::BlockingQueuedConnection);
+    }
+    void next()
+    {
+        if (left > 0) {
+            bytes_.clear();
+            timer_.start(answerMs);
+            link_->send(requests_[turn_++ % requests_.size()]);
+        }
+    }
+    void heard(const QByteArray &bytes, qint64 ns)
+    {
+        if (bytes_.isEmpty() && left > 0) {
+            latencies_ << double(ns - sent_) / 1e6;
+        }
+        bytes_ += bytes;
+        isComplete(bytes_, false) ? over(true) : timer_.start(quietMs);
+    }
+    void over(bool answered)
+    {
+        timer_.stop();
+        if (left > 0) {
+            unanswered += !answered;
+            --left;
+            next();
+        }
+    }
+
+    PtyPort *link_;
+    const QVector<QByteArray> requests_;
+    QTimer timer_;
+    QByteArray bytes_;
+    QVector<double> latencies_;
+    qint64 sent_ = 0;
+    int turn_ = 0;
+};
+
+struct Size {
+    double memory; // MiB
+    int descriptors;
+};
+
+// Panels at T1 that are on.
+class Crowd {
+public:
+    Crowd(int count, const QVector<QByteArray> &requests)
+    {
+        for (int i = 0; i < count && !interrupted(); ++i) {
+            showStatus(QString("  starting panel %1 of %2").arg(i + 1).arg(count));
+            panels.push_back(std::make_unique<VirtualPanel>());
+            VirtualPanel &panel = *panels.back();
+            panel.setLevel("T1");
+            panel.powerOn();
+            if (!waitFor([&] { return interrupted() || panel.isReady(Port::ttyO1); }, startMs)) {
+                throw BenchError(QString("panel %1 does not open its link").arg(i + 1));
+            }
+            talkers.push_back(std::make_unique<Talker>(panel, requests));
+        }
+        showStatus({});
+    }
+    // Shared out among them; returns how many are left, which is none if it was not interrupted.
+    int ask(int count, const QString &what)
+    {
+        QElapsedTimer clock;
+        clock.start();
+        int left = count, panels = int(talkers.size());
+        for (const auto &talker : talkers) {
+            const int share = left / panels--;
+            left -= share;
+            talker->ask(share);
+        }
+        do {
+            waitFor(interrupted, 200);
+            left = 0;
+            for (const auto &talker : talkers) {
+                left += talker->left;
+            }
+            showStatus(QString("  %1: %2 of %3 exchanges, %4 a second")
+                           .arg(what)
+                           .arg(count - left)
+                           .arg(count)
+                           .arg(1000.0 * (count - left) / double(clock.elapsed()), 0, 'f', 1));
+        } while (left && !interrupted());
+        showStatus({});
+        return left;
+    }
+    QVector<Size> sizes(const char *when) const // as a row of the table, too
+    {
+        QVector<Size> sizes;
+        double sum = 0;
+        for (const auto &panel : panels) {
+            const QDir descriptors(QString("/proc/%1/fd").arg(panel->agentPid()));
+            sizes.append({residentMiB(panel->agentPid()),
+                          descriptors.entryList(QDir::System | QDir::Files).size()});
+            sum += sizes.last().memory;
+        }
+        const auto [small, large] =
+            std::minmax_element(sizes.begin(), sizes.end(),
+                                [](const Size &a, const Size &b) { return a.memory < b.memory; });
+        const auto [few, many] =
+            std::minmax_element(sizes.begin(), sizes.end(), [](const Size &a, const Size &b) {
+                return a.descriptors < b.descriptors;
+            });
+        printf("| %-13s | %6.2f | %6.2f to %6.2f | %3d to %3d     |\n", when, sum / sizes.size(),
+               small->memory, large->memory, few->descriptors, many->descriptors);
+        fflush(stdout);
+        return sizes;
+    }
+
+    std::vector<std::unique_ptr<VirtualPanel>> panels;
+    std::vector<std::unique_ptr<Talker>> talkers; // end before their panels do
+};
+
+// Items, pictures, identities, ports that are opened and closed; a damaged frame before a good one.
+QVector<QByteArray> mixture()
+{
+    QVector<QByteArray> requests;
+    for (int i = 0; i < 10; ++i) {
+        for (const char *code :
+             {"8000", "9003", "0701", "8800", "9030", "AB00", "9021", "8801", "0702", "9504"}) {
+            requests << shortRequest(0, code);
+        }
+    }
+    return requests << shortRequest(0, "8107") << shortRequest(0, "FF01")
+                    << ":00800081\r\n" + shortRequest(0, "8000");
+}
+
+// True if memory and descriptors stay and everything is answered.
+bool soakExchanges(int exchanges, int count)
+{
+    Crowd crowd(count, mixture());
+    puts("| Agents        | MiB    | least to most    | descriptors    |\n|---|---|---|---|");
+    // Each kind of request once: pictures and libraries are there then.
+    if (interrupted() || crowd.ask(count * mixture().size(), "before")) {
+        return false;
+    }
+    QElapsedTimer clock;
+    clock.start();
+    const QVector<Size> before = crowd.sizes("before");
+    int left = crowd.ask(exchanges / 2, "first half") + exchanges - exchanges / 2;
+    if (!interrupted()) {
+        crowd.sizes("in the middle");
+        left = crowd.ask(exchanges - exchanges / 2, "second half");
+    }
+    const double seconds = double(clock.elapsed()) / 1000;
+    const QVector<Size> after = crowd.sizes(interrupted() ? "interrupted" : "after");
+    double growth = -INFINITY;
+    int unanswered = 0, other = 0;
+    for (int i = 0; i < count; ++i) {
+        growth = qMax(growth, after[i].memory - before[i].memory);
+        other += after[i].descriptors != before[i].descriptors;
+        unanswered += crowd.talkers[size_t(i)]->unanswered;
+    }
+    printf("%d exchanges over %d panels in %.0f s, %.1f a second; %d unanswered; greatest growth "
+           "%.2f MiB; %d panels with other descriptors\n",
+           exchanges - left, count, seconds, (exchanges - left) / seconds, unanswered, growth,
+           other);
+    return !left && !unanswered && !other && growth < 1;
+}
+
+bool measurePanels(const QVector<int> &counts)
+{
+    constexpr int idleMs = 10000, requests = 40;
+    puts("| Panels | MiB each | processor each, idle | \"8000\", median | worst     |\n"
+         "|---|---|---|---|---|");
+    for (int count : counts) {
+        Crowd crowd(count, {shortRequest(0, "8000")});
+        if (interrupted() || crowd.ask(count * 5, "warm")) {
+            return false;
+        }
+        double memory = 0, used = 0;
+        for (const auto &panel : crowd.panels) {
+            memory += residentMiB(panel->agentPid());
+            used -= processorTime(panel->agentPid());
+        }
+        const qint64 begin = monotonicNs();
+        waitFor(interrupted, idleMs);
+        for (const auto &panel : crowd.panels) {
+            used += processorTime(panel->agentPid());
+        }
+        const double idle = 100 * used / double(monotonicNs() - begin) / count;
+        if (crowd.ask(count * requests, "asking")) {
+            return false;
+        }
+        QVector<double> latencies;
+        for (const auto &talker : crowd.talkers) {
+            latencies += talker->latencies();
+        }
+        printf("| %6d | %8.2f | %18.2f %% | %11.1f ms | %6.1f ms |\n", count, memory / count, idle,
+               median(latencies), *std::max_element(latencies.begin(), latencies.end()));
+        fflush(stdout);
+    }
+    return true;
+}
+
+int number(const QString &text, const char *option, int most)
+{
+    bool valid = false;
+    const int value = text.toInt(&valid);
+    if (!valid || value < 1 || value > most) {
+        throw BenchError(
+            QString("%1 takes numbers from 1 to %2, not \"%3\"").arg(option).arg(most).arg(text));
+    }
+    return value;
+}
+
+} // namespace
+
+int runSoak(const QStringList &args)
+{
+    QCommandLineParser parser;
+    parser.setApplicationDescription(
+        "Runs virtual panels for long, in one of three ways:\n"
+        "--kills      takes them from ICT to HMI again and again; kills each at random moments "
+        "and\n"
+        "             at aimed ones (end checks, forced changes, identities, calibrations), boots\n"
+        "             it and judges level, results, identities and calibration\n"
+        "--exchanges  asks them side by side without a pause; memory and descriptors before, in\n"
+        "             the middle and after\n"
+        "--panels     with several numbers: what a panel costs as their number grows\n"
+        "Exits 0 if nothing was lost, no request was left unanswered and no agent grew by 1 MiB.\n"
+        "Example: bench soak --kills 1000 --panels 8 --seed 7");
+    parser.addHelpOption();
+    parser.addOptions(
+        {{"kills", "How many kills.", "count"},
+         {"seed", "Repeats what is asked and when it is killed (default 1).", "number", "1"},
+         {"exchanges", "How many requests.", "count"},
+         {"panels", "How many side by side (default 4).", "count,...", "4"}});
+    parser.process(args);
+    QVector<int> panels;
+    for (const QString &text : parser.value("panels").split(',')) {
+        panels << number(text, "--panels", 128);
+    }
+    if (parser.isSet("kills") + parser.isSet("exchanges") + (panels.size() > 1) != 1) {
+        throw BenchError("either --kills, or --exchanges, or --panels with several numbers");
+    }
+    if (parser.isSet("kills")) {
+        const int kills = number(parser.value("kills"), "--kills", 1000000);
+        return runEffects(
+            {"kills", QString::number(kills), QString::number(panels[0]), parser.value("seed")});
+    }
+    quitOnInterrupt();
+    const bool good = parser.isSet("exchanges")
+        ? soakExchanges(number(parser.value("exchanges"), "--exchanges", 1000000000), panels[0])
+        : measurePanels(panels);
+    return good ? 0 : 1;
+}

@@ -1,0 +1,302 @@
+"""bench soak --kills: panels in production, killed at random and at aimed moments, booted, judged."""
+import argparse
+import collections
+import concurrent.futures
+import dataclasses
+import json
+import os
+import random
+import re
+import signal
+import sys
+import threading
+import time
+
+from cuts import ICT, POINTERCAL, Cut, boot_level, passed_items, revived, state_of, verdict
+from effects import ITEMS, LEVEL_FILE, Failure, Panel, run
+
+# From what to the kill, at most, in seconds: power-on, the open link, a request beside its own wait,
+# its answer, the first touch of a calibration.
+BOOT, WORK, ASK, AFTER, TOUCH = 3, 8, 0.25, 0.06, 9
+LONG_PASS = 60  # kills; a forced change may take a panel past what its next level needs
+NEXT = {"0400": "T1", "0100": "BI", "0200": "T2", "0300": "HMI", "0101": "HMI"}
+STORED = {"0601": ICT + "HMI_MACHINE_ID.txt", "0602": ICT + "HMI_SEMIMACHINE_ID.txt",
+          "8A00": ICT + "HMI_STATION_NUM.txt", "9000": POINTERCAL, "9004": POINTERCAL}
+KINDS = {"": "boot", "KLV-": "forced change", **dict.fromkeys(NEXT, "end check"),
+         **dict.fromkeys(STORED, "identity, station"),
+         **dict.fromkeys(("9000", "9004"), "calibration")}
+
+
+@dataclasses.dataclass
+class Step:
+    """One request of a plan."""
+    code: str
+    argument: str = ""
+    items: frozenset = frozenset()
+    wait: float = 0  # seconds, the test's own
+    timeout: float = 2
+    actions: dict = dataclasses.field(default_factory=dict)  # lists: before, during, after
+
+    @property
+    def kind(self):
+        return KINDS.get(self.code, "item")
+
+
+def steps_of(plan, values):
+    steps = []
+    for row in json.loads((ITEMS.parent / plan).read_text())["steps"]:
+        if row.get("silence"):
+            continue
+        items = row.get("item", [])
+        argument = re.sub(r"\$\{(\w+)\}", lambda name: values[name[1]], row.get("argument", ""))
+        steps.append(Step(row["code"], argument,
+                          frozenset(items if isinstance(items, list) else [items]),
+                          row.get("wait", 0) / 1000, row.get("timeout", 2000) / 1000, row))
+    return steps
+
+
+class Victim:
+    """A panel that is taken through production again and again, and killed."""
+
+    def __init__(self, seed, panel):
+        self.kills, self.answered, self.wrong = (collections.Counter() for _ in range(3))
+        self.unrecorded = self.passes = 0
+        self._random, self._panel = random.Random(seed), panel
+        self._passes = self._ids = 0
+        self._begin()
+
+    def _begin(self):
+        """A factory-new panel; every other one goes straight from T1 to HMI."""
+        self._panel.do("new")
+        self._promised = {}  # files as they were confirmed to the station, by path
+        self._killed = 0  # times in this pass
+        self._new_ids()
+        t1 = "extended/t1.json" if self._passes % 2 else "t1.json"
+        self._plans = {"ICT": "ict.json", "T1": t1, "BI": "bi.json", "T2": "t2.json"}
+        self._passes += 1
+
+    def _new_ids(self):
+        self._ids += 1
+        self._values = {"semiId": f"SEMI{self._ids:08}", "machineId": f"20254711T{self._ids:08}"}
+
+    def _kill_in(self, seconds):
+        """The first process of the panel's own takes all others along."""
+        def kill(pid=self._first):
+            try:
+                os.kill(pid, signal.SIGKILL)
+            except ProcessLookupError:
+                pass  # it ended by itself
+        self._armed = True
+        threading.Timer(seconds, kill).start()
+
+    def _runs(self):
+        return self._panel.do("runs") == "yes"
+
+    def _act(self, actions):
+        """As a plan says; what cannot be done on a dead panel is not."""
+        for verb, _, rest in (action.partition(" ") for action in actions):
+            try:
+                if verb in ("touch", "plug"):
+                    self._panel.do(rest if verb == "touch" else f"{verb} {rest}")
+                elif verb == "fault":
+                    self._panel.do(rest.replace("set", "fault").replace("clear", "mend"))
+            except Failure:
+                if self._runs():
+                    raise
+
+    def _ask(self, step, after=None):
+        """False when nothing more is to be asked in this life. Kills `after` its answer."""
+        self._act(step.actions.get("before", []))
+        before = state_of(self._panel)
+        level = NEXT.get(step.code, step.argument if step.code == "KLV-" else "")
+        was = before.get(LEVEL_FILE, "ICT\n")
+        self._settled -= step.items
+        self._pending = self._recorded - step.items
+        self._cut = Cut(before, before, f"{level:3}\n" if level else was,
+                        items=self._recorded | step.items)
+        self._recorded, self._last, self._heard = frozenset(), step, False
+        self._promised.pop(STORED.get(step.code), None)
+        argument = step.argument or ("0" if step.code in ("8D", "8E") else "")
+        self._panel.do(r'ask ":058A0071\r\n"' if step.code == "8A00"
+                       else f"ask {step.code} {argument}".strip())
+        self._act(step.actions.get("during", []))
+        self._take(step, int(1000 * step.timeout) + 10000)
+        if after is not None:
+            self._kill_in(after)
+        self._act(step.actions.get("after", []))
+        return self._heard and self._runs()
+
+    def _take(self, step, ms):
+        """What the station knows by the answer."""
+        text = self._panel.do(f"answer {ms}").strip('"')
+        self._heard = bool(text)
+        if text:  # so what was answered before is recorded
+            self._settled, self._pending = self._settled | self._pending, frozenset()
+        frame = re.match(":..(..)(.)", text)
+        failed = step.code == "KLV-" and not text.endswith("_PASS") \
+            or frame and frame[1] == step.code[:2] and frame[2] > "9"
+        if failed:
+            self._cut.target = self._cut.before.get(LEVEL_FILE, "ICT\n")
+        if failed or not text:
+            return
+        self._cut.confirmed = True
+        self._recorded = step.items if step.kind != "end check" else frozenset()
+        if step.code in STORED:
+            path = STORED[step.code]
+            self._promised[path] = step.argument or (
+                "05" if step.code == "8A00" else self._panel.read(path))
+
+    def _aim(self, left, end):
+        """One request, killed while it is worked on or after its answer."""
+        level, draw = boot_level(self._cut.before), self._random
+        which = draw.randrange(10)
+        if which == 0:
+            step = Step("KLV-", draw.choice(["ICT", "T1", "BI", "T2", "HMI"]))
+        elif which < 4 and level in ("ICT", "T1"):
+            self._new_ids()
+            step = draw.choice([step for step in steps_of(self._plans[level], self._values)
+                                if step.code in STORED])
+        elif left:
+            step = draw.choice(left)
+        else:
+            for first in end[:-1]:
+                self._ask(first)
+            step = end[-1]
+        if draw.randrange(2):
+            self._kill_in(draw.random() * (TOUCH if step.kind == "calibration"
+                                           else ASK + step.wait))
+            self._ask(step)
+        else:
+            self._ask(step, draw.random() * AFTER)
+
+    def _work(self, ready):
+        """What the level still wants, then its end check."""
+        level = boot_level(self._cut.before)
+        passed, left, end = passed_items(self._cut.before, level), [], []
+        for step in steps_of(self._plans[level], self._values):
+            # A straight end check wants the clock compared in the same power-up.
+            if step.kind == "end check" or (step.code == "8E" and level == "T1"):
+                end.append(step)
+            elif step.items - passed:
+                left.append(step)
+        if ready or self._random.randrange(2):
+            return self._aim(left, end)
+        self._kill_in(self._random.random() * WORK)
+        for step in left + end:
+            if not self._ask(step):
+                return
+
+    def _judge(self):
+        cut = self._cut
+        cut.now = state_of(self._panel)
+        revival = revived(self._panel, cut.now)
+        faults, level = [verdict(cut, revival)], boot_level(revival.files)
+        if level == boot_level(cut.before) and self._last.kind != "forced change":
+            passed = passed_items(revival.files, level)
+            if self._settled - passed:
+                faults.append(f"answered, followed by another answer, and not recorded: "
+                              f"{sorted(self._settled - passed)}")
+            self.unrecorded += len((self._recorded | self._pending) - passed)
+        faults += [f'{path} reads "{revival.files.get(path, "")}" instead of "{text}"'
+                   for path, text in self._promised.items() if revival.files.get(path) != text]
+        return [fault for fault in faults if fault]
+
+    def live(self):
+        """One power-up, and what is wrong afterwards."""
+        # Now and then all items are passed as if by hand, so that end checks come often.
+        ready = self._random.randrange(4) == 0
+        if ready:
+            self._panel.do(f"passed {boot_level(state_of(self._panel))}")
+        before = state_of(self._panel)
+        self._cut = Cut(before, before, before.get(LEVEL_FILE, "ICT\n"))
+        self._last, self._heard, self._armed = Step(""), False, False
+        # Items by their last answer: of the last one, before one that is due, before one that came.
+        self._recorded = self._pending = self._settled = frozenset()
+        self._panel.do("on")
+        stat = open(f"/proc/{self._panel.do('pid')}/stat", encoding="latin-1").read()
+        self._first = int(stat.rpartition(")")[2].split()[1])
+        if self._random.randrange(8) == 0:
+            self._kill_in(self._random.random() * BOOT)
+        port = "/dev/ttyO3" if boot_level(before) == "BI" else "/dev/ttyO1"
+        if self._panel.do(f"opens {port}") == "yes" and not self._armed:
+            self._work(ready)
+        faults = [] if self._armed or self._runs() else ["the agent ended by itself"]
+        if not self._armed:
+            self._kill_in(0)
+        while self._runs():
+            time.sleep(0.01)
+        self._panel.do("off")
+        if self._last.code and not self._heard:  # the answer may have left before it died
+            self._take(self._last, 0)
+        faults += self._judge()
+        kind = self._last.kind
+        self.kills[kind] += 1
+        self.answered[kind] += self._heard
+        self.wrong[kind] += bool(faults)
+        released = self._panel.read(LEVEL_FILE) == "HMI\n"
+        self.passes += released
+        self._killed += 1
+        if released or self._killed > LONG_PASS:
+            self._begin()
+        return f'{kind}, "{self._last.code}"{" (answered)" * self._heard}: ' \
+            f'{"; ".join(faults)}' if faults else ""
+
+
+class Soak:
+    def __init__(self, kills, panels, seed):
+        self._kills, self._panels, self._seed = kills, panels, seed
+        self._done, self._stop, self._victims = 0, False, []
+
+    def _line(self, number):
+        with Panel() as panel:
+            victim = Victim(self._seed * 1000 + number, panel)
+            self._victims.append(victim)
+            for kill in range(number, self._kills, self._panels):
+                if self._stop:
+                    return
+                fault = victim.live()
+                self._done += 1
+                if fault:
+                    print(f"\rFAIL  panel {number + 1}, kill {kill // self._panels + 1}: {fault}",
+                          flush=True)
+
+    def run(self):
+        with concurrent.futures.ThreadPoolExecutor(self._panels) as pool:
+            lines = [pool.submit(self._line, number) for number in range(self._panels)]
+            try:
+                while not all(line.done() for line in lines):
+                    print(f"\rkill {self._done} of {self._kills} ", end="", file=sys.stderr)
+                    time.sleep(1)
+            except KeyboardInterrupt:
+                print("\nInterrupted: the figures are of the part that was done")
+            self._stop = True
+        print(f"\r{'':40}\r", end="", file=sys.stderr)
+        wrong = self._report()
+        for line in lines:
+            line.result()  # raises what it raised
+        return int(wrong > 0 or self._done < self._kills)
+
+    def _report(self):
+        def total(name):
+            return sum((getattr(victim, name) for victim in self._victims), collections.Counter())
+        kills, answered, wrong = total("kills"), total("answered"), total("wrong")
+        print("| Killed during        | Kills | Answered before | Wrong |\n|---|---|---|---|")
+        for kind in dict.fromkeys([*KINDS.values(), "item"]):
+            print(f"| {kind:20} | {kills[kind]:5} | {answered[kind]:15} | {wrong[kind]:5} |")
+        print(f"{self._done} kills (seed {self._seed}), {sum(wrong.values())} wrong; "
+              f"{sum(victim.passes for victim in self._victims)} panels reached HMI; "
+              f"{sum(victim.unrecorded for victim in self._victims)} items answered but not yet "
+              "recorded", flush=True)
+        return sum(wrong.values())
+
+
+def main():
+    parser = argparse.ArgumentParser(prog="bench soak")
+    for name in ("kills", "panels", "seed"):
+        parser.add_argument(name, type=int)
+    args = parser.parse_args()
+    return Soak(args.kills, args.panels, args.seed).run()
+
+
+if __name__ == "__main__":
+    sys.exit(run(main))
