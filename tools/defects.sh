@@ -103,7 +103,7 @@ make_targets() {
 }
 
 run_tests() {
-    ctest --test-dir "$scratch/build" --stop-on-failure --timeout 300 "$@" >"$scratch/log" 2>&1
+    ctest --test-dir "$scratch/build" --timeout 300 "$@" >"$scratch/log" 2>&1
 }
 
 # The test that a run of run_tests() has just found failing.
@@ -113,7 +113,7 @@ failing_test() {
 
 # Sets `caught` to the test that fails with the defect that is in the copy; empty: it survives.
 judge() {
-    local test=${tests[$1]} other
+    local test=${tests[$1]}
     caught=
     if ! make_targets ict-agent bench "${test/#tst_effects_*/bench}"; then
         caught=stale
@@ -125,9 +125,9 @@ judge() {
     fi
     make_targets all || { caught=stale; return; }
     # Far from the defect a failure counts if it repeats: this machine may be busy.
-    if ! run_tests -j "$side_by_side" -E "^($test|version|example)\$"; then
-        other=$(failing_test)
-        run_tests -R "^$other\$" || caught="$other (not $test)"
+    if ! run_tests -j "$side_by_side" -E "^($test|version|example)\$" \
+        && ! run_tests --rerun-failed --stop-on-failure; then
+        caught="$(failing_test) (not $test)"
     fi
 }
 
