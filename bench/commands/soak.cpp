@@ -10,6 +10,7 @@
 #include <QTimer>
 
 #include <atomic>
+#include <climits>
 
 namespace {
 
@@ -96,9 +97,23 @@ private:
 };
 
 struct Size {
-    double memory; // MiB
-    int descriptors;
+    double memory = 0; // MiB
+    int descriptors = 0;
 };
+
+// The least of several looks: an answer is followed by a line of the log, whose program has
+// descriptors of its own for a while. Ends early when no more than `expected` are left.
+int descriptorsOf(qint64 pid, int expected)
+{
+    int least = INT_MAX;
+    const auto look = [&] {
+        const QDir open(QString("/proc/%1/fd").arg(pid));
+        least = qMin(least, int(open.entryList(QDir::System | QDir::Files).size()));
+        return least <= expected;
+    };
+    waitFor(look, expected ? answerMs : 1000);
+    return least;
+}
 
 // Panels at T1 that are on.
 class Crowd {
@@ -144,14 +159,15 @@ public:
         showStatus({});
         return left;
     }
-    QVector<Size> sizes(const char *when) const // as a row of the table, too
+    // As a row of the table, too.
+    QVector<Size> sizes(const char *when, const QVector<Size> &before = {}) const
     {
         QVector<Size> sizes;
         double sum = 0;
         for (const auto &panel : panels) {
-            const QDir descriptors(QString("/proc/%1/fd").arg(panel->agentPid()));
-            sizes.append({residentMiB(panel->agentPid()),
-                          descriptors.entryList(QDir::System | QDir::Files).size()});
+            const int expected = before.value(sizes.size()).descriptors;
+            sizes.append(
+                {residentMiB(panel->agentPid()), descriptorsOf(panel->agentPid(), expected)});
             sum += sizes.last().memory;
         }
         const auto [small, large] =
@@ -199,11 +215,11 @@ bool soakExchanges(int exchanges, int count)
     const QVector<Size> before = crowd.sizes("before");
     int left = crowd.ask(exchanges / 2, "first half") + exchanges - exchanges / 2;
     if (!interrupted()) {
-        crowd.sizes("in the middle");
+        crowd.sizes("in the middle", before);
         left = crowd.ask(exchanges - exchanges / 2, "second half");
     }
     const double seconds = double(clock.elapsed()) / 1000;
-    const QVector<Size> after = crowd.sizes(interrupted() ? "interrupted" : "after");
+    const QVector<Size> after = crowd.sizes(interrupted() ? "interrupted" : "after", before);
     double growth = -INFINITY;
     int unanswered = 0, other = 0;
     for (int i = 0; i < count; ++i) {
