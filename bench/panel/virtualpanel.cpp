@@ -67,9 +67,7 @@ bool boardWanted()
     return qEnvironmentVariableIsSet("BENCH_BOARD");
 }
 
-// A fixture is a machine of its own: the panel waits 100 ms for some of its answers, however busy
-// this machine is. Not every user may ask for that.
-static void runBeforeAllElse()
+void runBeforeAllElse()
 {
     const sched_param lowest{sched_get_priority_min(SCHED_RR)};
     sched_setscheduler(0, SCHED_RR | SCHED_RESET_ON_FORK, &lowest);
@@ -94,6 +92,7 @@ VirtualPanel::VirtualPanel(const PanelOptions &options, QObject *parent)
                              .arg(folder_));
 
     io_.setObjectName("panel I/O");
+    // A fixture is a machine of its own: the panel waits 100 ms for some of its answers.
     connect(&io_, &QThread::started, runBeforeAllElse);
     // Objects that were created before one of them throws need the thread to be deleted in.
     io_.start();

@@ -38,6 +38,7 @@ public:
             qFatal("no SRAM to break");
         uchar *const cell = file_.map(0, sramSize) + place;
         thread_ = std::thread([=] {
+            runBeforeAllElse(); // the agent looks at the cell milliseconds after it has written it
             while (!done_) {
                 *static_cast<volatile uchar *>(cell) = value;
                 std::this_thread::sleep_for(std::chrono::microseconds(100));
