@@ -8,8 +8,15 @@
 #include <cstring>
 #include <fcntl.h>
 #include <poll.h>
+#include <sched.h>
 #include <sys/inotify.h>
 #include <unistd.h>
+
+void runBeforeAllElse()
+{
+    const sched_param lowest{sched_get_priority_min(SCHED_RR)};
+    sched_setscheduler(0, SCHED_RR | SCHED_RESET_ON_FORK, &lowest);
+}
 
 std::shared_ptr<DeviceWatch> DeviceWatch::shared()
 {
@@ -30,6 +37,7 @@ DeviceWatch::DeviceWatch()
                                  "/proc/sys/fs/inotify/max_user_instances")
                              .arg(strerror(errno)));
     thread_ = std::thread([this] {
+        runBeforeAllElse(); // the ports' threads wait for this one's look
         pollfd ends[] = {{fd_, POLLIN, 0}, {stop_[0], POLLIN, 0}};
         while (::poll(ends, 2, -1) < 0 || !ends[1].revents) {
             const QMutexLocker lock(&mutex_);

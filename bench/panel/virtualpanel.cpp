@@ -8,7 +8,6 @@
 #include <QDir>
 #include <QFileInfo>
 
-#include <sched.h>
 #include <utility>
 
 namespace {
@@ -65,12 +64,6 @@ void useBoard()
 bool boardWanted()
 {
     return qEnvironmentVariableIsSet("BENCH_BOARD");
-}
-
-void runBeforeAllElse()
-{
-    const sched_param lowest{sched_get_priority_min(SCHED_RR)};
-    sched_setscheduler(0, SCHED_RR | SCHED_RESET_ON_FORK, &lowest);
 }
 
 VirtualPanel::VirtualPanel(const PanelOptions &options, QObject *parent)

@@ -74,9 +74,6 @@ inline QString voltage(int channel)
 }
 } // namespace attribute
 
-// Puts the calling thread before what else runs on this machine, where its user may ask for that.
-void runBeforeAllElse();
-
 // A panel that is not there: runs the unmodified agent in a sandbox with a file system, devices,
 // ports, clock and screen of the panel's own, or on a whole emulated machine. Nothing inside
 // reaches the machine's own. What one of the two cannot offer throws a BenchError that names it.
