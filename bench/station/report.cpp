@@ -29,8 +29,11 @@ static Files screensOf(const Report &report)
 
 QByteArray pageOf(const QString &name, const QJsonDocument &data)
 {
+    const QString folder = dataFolder() + "/bench/report/";
     QByteArray json = data.toJson(QJsonDocument::Compact);
-    return readFile(dataFolder() + "/bench/report/" + name)
+    // The data last, which may hold anything.
+    return readFile(folder + name)
+        .replace("@COMMON@", readFile(folder + "common.js"))
         .replace("@DATA@", json.replace('<', "\\u003c"));
 }
 
