@@ -1,5 +1,7 @@
 #include "commands/boardrig.h"
 
+#include "station/virtualstand.h"
+
 namespace {
 
 constexpr int readyMs = 600000;
@@ -32,11 +34,10 @@ void BoardRig::powerOn()
     if (!waitFor(atLevel, readyMs)) {
         throw BenchError("The panel has no legal level: " + panel.output());
     }
-    const Port port = level == Bi ? Port::ttyO3 : Port::ttyO1;
-    if (!waitFor([&] { return panel.isReady(port); }, readyMs)) {
+    if (!waitFor([&] { return panel.isReady(linkPort(level)); }, readyMs)) {
         throw BenchError("The agent does not open its port: " + panel.output());
     }
-    link.open(panel.linkPath(port), level);
+    link.open(panel.linkPath(linkPort(level)), level);
 }
 
 QByteArray BoardRig::ask(const char *code, const QString &argument, int ms)

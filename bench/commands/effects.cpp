@@ -43,7 +43,7 @@ public:
 private:
     void powerOn(const QStringList &agentArgs);
     void ask(const QString &request);
-    bool answers(Port port, const QByteArray &code);
+    bool answers(const QByteArray &code);
     QByteArray answer(int ms);
 
     VirtualPanel panel_;
@@ -67,7 +67,9 @@ QString DrivenPanel::obey(const QString &verb, const QString &rest)
     QString wrong, answer;
     const auto plug = [&] { wrong = fixture_.act(verb, rest); };
     const auto present = [&] { panel_.setPresent(rest, verb == "present"); };
-    const auto isOpen = [&] { return panel_.port(port)->isOpenOnPanel() || !panel_.isOn(); };
+    const auto isOpen = [&] {
+        return panel_.port(panel_.link())->isOpenOnPanel() || !panel_.isOn();
+    };
     const QHash<QString, std::function<void()>> actions{
         {"on", [&] { powerOn(words); }},
         {"off", [&] { panel_.powerOff(); }},
@@ -77,7 +79,7 @@ QString DrivenPanel::obey(const QString &verb, const QString &rest)
         {"ask", [&] { ask(rest); }},
         {"answer", [&] { answer = '"' + printable(this->answer(first.toInt())) + '"'; }},
         {"opens", [&] { answer = waitFor(isOpen, bootMs) && panel_.isOn() ? "yes" : "no"; }},
-        {"answers", [&] { answer = answers(port, words.value(1).toLatin1()) ? "yes" : "no"; }},
+        {"answers", [&] { answer = answers(first.toLatin1()) ? "yes" : "no"; }},
         {"arrives", [&] { panel_.port(port)->send(unprintable(rest.section(' ', 1).toLatin1())); }},
         {"fault", [&] { fixture_.setFault(rest); }},
         {"mend", [&] { fixture_.clearFault(rest); }},
@@ -136,16 +138,17 @@ QByteArray DrivenPanel::answer(int ms)
     return isComplete(heard_, true) ? heard_ : QByteArray();
 }
 
-// Whether anything comes back on the port; asks until it does.
-bool DrivenPanel::answers(Port port, const QByteArray &code)
+// Whether anything comes back on the PC link; asks until it does.
+bool DrivenPanel::answers(const QByteArray &code)
 {
+    PtyPort *const link = panel_.port(panel_.link());
     bool answered = false;
     QObject context;
-    QObject::connect(panel_.port(port), &PtyPort::fromPanel, &context,
+    QObject::connect(link, &PtyPort::fromPanel, &context,
                      [&](const QByteArray &) { answered = true; });
     const auto over = [&] { return answered || !panel_.isOn() || interrupted(); };
     for (int ms = 0; ms < bootMs && !over(); ms += askAgainMs) {
-        panel_.port(port)->send(shortRequest(0, code));
+        link->send(shortRequest(0, code));
         waitFor(over, askAgainMs);
     }
     return answered;

@@ -2,6 +2,7 @@
 
 #include "station/codec.h"
 #include "station/protocol.h"
+#include "station/virtualstand.h"
 
 #include <QJsonDocument>
 
@@ -95,7 +96,7 @@ void Traffic::finish(Port port)
 
 void Traffic::write(Port port, bool in, const QByteArray &bytes)
 {
-    const bool link = port == (level_ == Bi ? Port::ttyO3 : Port::ttyO1);
+    const bool link = port == linkPort(level_);
     const QString means = link ? meaning(in, bytes) : QString();
     if (screen_) {
         fprintf(screen_, "%9.3f  %-7s %s %-34s %s\n", double(clock_.elapsed()) / 1000,

@@ -323,14 +323,13 @@ def revived(panel, state):
     """Boots a panel that is off and has this state."""
     panel.path(LOG).unlink(missing_ok=True)
     panel.do("on")
-    burn_in = boot_level(state) == "BI"
-    port = "/dev/ttyO3" if burn_in else "/dev/ttyO1"
-    revival = Revival(panel.do(f"opens {port}") == "yes")
+    revival = Revival(panel.do("opens") == "yes")
     if revival.answers:
         # Looks at the files before it asks, for some questions are tests with results.
         levels = re.findall("Boot up at (.*)\n", panel.read(LOG))
         revival.level, revival.files = levels[-1] if levels else "", state_of(panel)
-        revival.answers = panel.do(f"answers {port} {'8801' if burn_in else '8000'}") == "yes"
+        question = "8801" if boot_level(state) == "BI" else "8000"
+        revival.answers = panel.do(f"answers {question}") == "yes"
     panel.do("off")
     return revival
 

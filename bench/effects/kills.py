@@ -217,8 +217,7 @@ class Victim:
         self._first = int(stat.rpartition(")")[2].split()[1])
         if self._random.randrange(8) == 0:
             self._kill_in(self._random.random() * BOOT)
-        port = "/dev/ttyO3" if boot_level(before) == "BI" else "/dev/ttyO1"
-        if self._panel.do(f"opens {port}") == "yes" and not self._armed:
+        if self._panel.do("opens") == "yes" and not self._armed:
             self._work(ready)
         faults = [] if self._armed or self._runs() else ["the agent ended by itself"]
         if not self._armed:

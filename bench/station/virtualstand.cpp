@@ -8,17 +8,17 @@
 static constexpr int emulatedBootMs = 600000; // on a busy machine
 static constexpr int bootMs = 30000, screenMs = 5000, filesMs = 5000;
 
+Port linkPort(int level)
+{
+    return level == Bi ? Port::ttyO3 : Port::ttyO1;
+}
+
 VirtualStand::VirtualStand(VirtualPanel &panel, Fixture *fixture)
     : files(panel.hostPath(""))
     , panel_(panel)
     , fixture_(fixture)
     , finger_(panel)
 {
-}
-
-static Port linkPort(int level)
-{
-    return level == Bi ? Port::ttyO3 : Port::ttyO1;
 }
 
 QString VirtualStand::port(int level) const

@@ -6,6 +6,9 @@
 #include "station/panelfiles.h"
 #include "station/stand.h"
 
+// The port of the PC link at a level (protocol.h).
+Port linkPort(int level);
+
 // The stand of a panel that is not there: does everything itself and looks at the panel's screen
 // and files with eyes of its own. Neither panel nor
 // fixture is owned.
@@ -14,7 +17,7 @@ public:
     // Without a fixture it refuses what the fixture does: "plug", "unplug" and "fault".
     VirtualStand(VirtualPanel &panel, Fixture *fixture);
 
-    // The pty of the PC link at a level (protocol.h).
+    // The pty of that port.
     QString port(int level) const;
     QString act(const QString &action) override;
 
