@@ -34,6 +34,8 @@ static QJsonObject record(const QString &machine, const QString &semi, const QSt
     const QJsonObject step{{"name", "DDR'); DROP TABLE runs; --"},
                            {"code", "8500"},
                            {"ms", 12.5},
+                           {"prescribedMs", 10},
+                           {"tries", 2},
                            {"passed", passed},
                            {"faults", faults},
                            {"meaning", QString("zero") + QChar(0)},
@@ -130,7 +132,7 @@ void TestUnits::history()
     writeCsv(store, "steps", {}, "A", &buffer);
     const QList<QByteArray> csv = buffer.data().trimmed().split('\n');
     QCOMPARE(csv.size(), 3);
-    QVERIFY2(csv[1].contains(",0,\"'=1, \"\"x\"\"\","), csv[1]);
+    QVERIFY2(csv[1].contains(",12.5,10,2,0,\"'=1, \"\"x\"\"\","), csv[1]);
     const QJsonObject yield = yieldOf(store, {});
     QCOMPARE(yield["first"].toArray(),
              QJsonArray({QJsonArray{"2026-11-20", "line-1", "ICT", 1, 1},
