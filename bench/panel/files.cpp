@@ -4,7 +4,9 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonDocument>
+#include <QSaveFile>
 
+#include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -56,6 +58,17 @@ QJsonObject readJson(const QString &path)
                          .arg(path)
                          .arg(text.left(error.offset).count('\n') + 1)
                          .arg(error.error ? error.errorString() : "no object"));
+}
+
+QString replaceFile(const QString &path, const QByteArray &content)
+{
+    QSaveFile file(path);
+    // commit() alone does not notice that the rest of its buffer found no place.
+    if (!file.open(QIODevice::WriteOnly) || file.write(content) != content.size() || !file.flush()
+        || !file.commit()) {
+        return path + ": " + qt_error_string(errno); // Qt does not know them all
+    }
+    return {};
 }
 
 bool writeInPlace(const QString &path, QByteArray content)

@@ -26,6 +26,8 @@ inline QStringList textsOf(const QJsonValue &list)
     return list.toVariant().toStringList();
 }
 
+// Writes a file that is either whole or as it was before; empty, or what went wrong and where.
+QString replaceFile(const QString &path, const QByteArray &content);
 // Replaces the file's content with one write, creating the file if it is missing; false if it
 // cannot. The file never gets shorter and is never empty between: a shorter text is filled up with
 // line feeds, which neither atoi nor a reader of the first line sees.

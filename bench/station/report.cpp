@@ -6,13 +6,10 @@
 
 #include <QBuffer>
 #include <QDir>
-#include <QFile>
 #include <QJsonArray>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QTemporaryDir>
-
-#include <cerrno>
 
 using Files = QMap<QString, QByteArray>; // contents by name
 
@@ -72,10 +69,9 @@ static QString write(const Files &files, const QString &folder)
         return folder + " cannot be created";
     }
     for (auto bytes = files.begin(); bytes != files.end(); ++bytes) {
-        QFile file(folder + '/' + bytes.key());
-        if (!file.open(QIODevice::WriteOnly) || file.write(bytes.value()) != bytes.value().size()
-            || !file.flush()) {
-            return file.fileName() + ": " + qt_error_string(errno); // QFile does not know them all
+        const QString problem = replaceFile(folder + '/' + bytes.key(), bytes.value());
+        if (!problem.isEmpty()) {
+            return problem;
         }
     }
     return {};
@@ -132,11 +128,11 @@ QString writeReport(const Report &report, const QString &base, const QString &fo
         return place;
     }
     QTemporaryDir last(QDir::tempPath() + "/bench-report-XXXXXX");
-    last.setAutoRemove(false);
     const QString worse = write(report, last.path());
     if (!worse.isEmpty()) {
         throw BenchError(problem + "; " + worse);
     }
+    last.setAutoRemove(false);
     say(QString("%1; the report is in %2 instead").arg(problem, last.path()), true);
     return last.path();
 }

@@ -10,7 +10,6 @@
 #include <QFileInfo>
 #include <QJsonDocument>
 #include <QRegularExpression>
-#include <QSaveFile>
 
 QCommandLineOption storeOption()
 {
@@ -92,25 +91,30 @@ void storeRuns(const QMap<QString, QJsonObject> &records, const QString &where, 
 {
     const QString folder = waitingFolder(where, base);
     QDir().mkpath(folder);
+    bool kept = false;
     for (const QString &report : records.keys()) { // first, lest it be lost with this process
         QJsonObject record = records[report];
         record["folder"] = QFileInfo(report).absoluteFilePath();
-        QSaveFile file(folder + '/' + Store::keyOf(record) + ".json");
-        const QByteArray text = QJsonDocument(record).toJson();
-        if (!file.open(QIODevice::WriteOnly) || file.write(text) < 0 || !file.commit()) {
-            say(QString("%1: %2; this run is not in the store. Hand it in later: bench units "
-                        "--hand-in %3/report.json")
-                    .arg(file.fileName(), file.errorString(), report),
+        const QString problem = replaceFile(folder + '/' + Store::keyOf(record) + ".json",
+                                            QJsonDocument(record).toJson());
+        if (problem.isEmpty()) {
+            kept = true;
+        } else {
+            say(QString("%1; this run is not in the store. Hand it in later: bench units "
+                        "--hand-in %2/report.json")
+                    .arg(problem, report),
                 true);
         }
     }
     try {
         handInWaiting(where, base);
         QDir().rmdir(folder);
+        QDir().rmdir(base + "/waiting"); // unless other stores' runs are in it
     } catch (const BenchError &away) {
-        say(QString("%1\nThe run waits in %2 and goes in with the next one, or by `bench units "
-                    "--hand-in --store %3 --report %4`")
-                .arg(away.what(), folder, Store::nameOf(where), base),
-            true);
+        const QString later =
+            QString("\nThe run waits in %1 and goes in with the next one, or by `bench units "
+                    "--hand-in --store %2 --report %3`")
+                .arg(folder, Store::nameOf(where), base);
+        say(away.what() + (kept ? later : QString()), true);
     }
 }

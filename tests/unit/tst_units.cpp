@@ -4,6 +4,7 @@
 
 #include <QBuffer>
 #include <QDir>
+#include <QDirIterator>
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -12,6 +13,8 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <csignal>
+#include <sys/resource.h>
 #include <unistd.h>
 
 // What is kept of all units that were tested.
@@ -168,6 +171,16 @@ void TestUnits::storeAway()
     const QVector<QVariantMap> tests = latestTests(*std::make_unique<Store>(store), {}, 9);
     QCOMPARE(tests.size(), 2);
     QCOMPARE(tests[0]["report"].toString(), base + "/A/1");
+    const QString full = base + "/full"; // nothing half is kept there to be handed in
+    rlimit before;
+    QCOMPARE(getrlimit(RLIMIT_FSIZE, &before), 0);
+    const rlimit little{100, before.rlim_max};
+    signal(SIGXFSZ, SIG_IGN);
+    QCOMPARE(setrlimit(RLIMIT_FSIZE, &little), 0);
+    storeRuns({{full + "/C/1", runs[3]}}, full + "/units.sqlite", full);
+    QCOMPARE(setrlimit(RLIMIT_FSIZE, &before), 0);
+    QCOMPARE(handInWaiting(other, full), 0);
+    QVERIFY(!QDirIterator(full, {"*.json"}, QDir::Files, QDirIterator::Subdirectories).hasNext());
     QFile report(base + "/report.json"); // which does not know its folder: the same run
     QVERIFY(report.open(QIODevice::WriteOnly));
     QVERIFY(report.write(QJsonDocument(runs[1]).toJson()) > 0 && report.flush());
