@@ -24,6 +24,7 @@ struct Job {
     Plan plan;
     Report report;
     QString folder; // of the report
+    bool tested = false; // else the line failed, not the panel
 };
 
 // All panels of one port, one after the other; those that it does not get to when told to stop have
@@ -44,6 +45,7 @@ bool work(const QVector<Job *> &jobs, bool unattended)
             job->report.fault(closed);
             continue;
         }
+        job->tested = true;
         TerminalStand stand(job->name, unattended);
         try {
             Runner(link, stand, job->values, job->options).run(job->plan, &job->report);
@@ -116,7 +118,8 @@ std::vector<Job> jobsOf(const QCommandLineParser &parser)
                             {{"station", text}},
                             {},
                             {},
-                            {}});
+                            {},
+                            false});
         }
     }
     for (const QString &set : parser.values("set")) {
@@ -184,7 +187,9 @@ bool report(std::vector<Job> &jobs, const QString &base, const QString &store)
         } catch (const BenchError &error) {
             problem(error.what());
         }
-        records[job.folder] = recordOf(job.report);
+        if (job.tested) {
+            records[job.folder] = recordOf(job.report);
+        }
         say(QString("%1  %2  %3").arg(job.report.passed() ? "PASSED" : "FAILED", job.name, file),
             !job.report.passed());
     }
@@ -194,7 +199,9 @@ bool report(std::vector<Job> &jobs, const QString &base, const QString &store)
     } else if (jobs.size() > 1) {
         say("All in one page: " + base + "/report.html");
     }
-    storeRuns(records, store, base);
+    if (!records.isEmpty()) {
+        storeRuns(records, store, base);
+    }
     return written;
 }
 

@@ -148,6 +148,10 @@ void TestStationPeers::verdictAndReason()
         QVERIFY2(asked || !said.contains(">>"), said);
         QVERIFY2(said.contains("PASSED") || said.contains("FAILED"), said);
     }
+    int status = 0; // no port, no test: the unit's history has none
+    const QString line = folder.filePath("line");
+    run({"station", "--port", "no/such", "--plan", file, "--report", line, "--yes"}, &status);
+    QVERIFY(status == 2 && QFile::exists(line) && !QFile::exists(line + "/units.sqlite"));
 }
 
 void TestStationPeers::send()
