@@ -125,10 +125,14 @@ judge() {
     fi
     make_targets all || { caught=stale; return; }
     # Far from the defect a failure counts if it repeats: this machine may be busy.
-    if ! run_tests -j "$side_by_side" -E "^($test|version|example)\$" \
-        && ! run_tests --rerun-failed --stop-on-failure; then
-        caught="$(failing_test) (not $test)"
-    fi
+    local label
+    for label in unit panel; do
+        if ! run_tests -j "$side_by_side" -L "^$label\$" -E "^($test|example)\$" \
+            && ! run_tests --rerun-failed --stop-on-failure; then
+            caught="$(failing_test) (not $test)"
+            return
+        fi
+    done
 }
 
 try() {
