@@ -127,9 +127,12 @@ void LinkTest::unknownSettingsAreRefused()
 
 void LinkTest::speeds()
 {
-    QCOMPARE(standardSpeed(9600), speed_t(B9600));
-    QCOMPARE(standardSpeed(19200), speed_t(B19200));
-    QCOMPARE(standardSpeed(14400), speed_t(B0)); // by the divisor
+    const QMap<int, speed_t> codes = {
+        {4800, B4800},   {9600, B9600},     {19200, B19200}, {38400, B38400},
+        {57600, B57600}, {115200, B115200}, {14400, B0}, // by the divisor
+    };
+    for (auto code = codes.begin(); code != codes.end(); ++code)
+        QCOMPARE(standardSpeed(code.key()), code.value());
     const termios usb = usbLine();
     QCOMPARE(uint(usb.c_cflag | usb.c_iflag | usb.c_lflag | usb.c_oflag), 0u);
     QCOMPARE(int(usb.c_cc[VMIN]), 1);
