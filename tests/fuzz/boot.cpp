@@ -2,38 +2,6 @@
 // answer, in this order with a byte 0xff between. A file that is not there any more is absent.
 #include "fuzz/panel.h"
 #include "state/levels.h"
-#include "system/command.h"
-
-// A process for each program would cost more than the boot: they are answered here, and only the
-// product application says something.
-static QByteArray identity;
-
-void runShell(const char *) { }
-void startProcess(QProcess &, const QString &) { }
-void startBeside(const QString &) { }
-QByteArray runProcess(const QString &, int, const QString &)
-{
-    return {};
-}
-QByteArray runProgram(const QString &, const QStringList &)
-{
-    return {};
-}
-QByteArray firstLineOf(const QString &, int, int)
-{
-    return {};
-}
-int numberFrom(const QString &, int)
-{
-    return 0;
-}
-QByteArray awaitOutput(QProcess &, int, bool (*isEnough)(const QByteArray &))
-{
-    for (int end = 0; isEnough && end < identity.size() && !isEnough(identity.left(end));) {
-        end += 64;
-    }
-    return identity.left(OutputLimit);
-}
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***)
 {

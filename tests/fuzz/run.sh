@@ -8,8 +8,7 @@ shift 2
 exec bwrap --unshare-all --unshare-user --die-with-parent --ro-bind /usr /usr \
     --symlink usr/bin /bin --symlink usr/lib /lib --symlink usr/lib64 /lib64 --proc /proc --dev /dev \
     --tmpfs /etc --ro-bind /etc/fonts /etc/fonts --ro-bind-try /etc/alternatives /etc/alternatives \
-    --tmpfs /sys --tmpfs /tmp --tmpfs /usr/local --dir /usr/local/ict --dir /usr/local/HMIAPP \
-    --ro-bind "$(dirname "$0")/HMIApp" /usr/local/HMIAPP/HMIApp \
+    --tmpfs /sys --tmpfs /tmp --tmpfs /usr/local --dir /usr/local/ict \
     --ro-bind "$(dirname "$0")/voltage" /sys/bus/iio/devices/iio:device0/in_voltage6_raw \
     --dir /sandbox --ro-bind "$program" /fuzz --bind "$folder" /work --chdir /work \
     --clearenv --setenv PATH /none --setenv QT_QPA_PLATFORM offscreen --setenv HOME /tmp \
