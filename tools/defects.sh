@@ -23,7 +23,7 @@ TEXT
 }
 
 scratch=build/defects list=
-side_by_side=$((8 * $(nproc))) # the tests mostly wait
+side_by_side=$((12 * $(nproc))) # the tests mostly wait
 while [ $# -gt 0 ]; do
     case $1 in
     -h | --help) usage && exit ;;
@@ -106,9 +106,23 @@ run_tests() {
     ctest --test-dir "$scratch/build" --timeout 300 "$@" >"$scratch/log" 2>&1
 }
 
-# The test that a run of run_tests() has just found failing.
-failing_test() {
-    sed -n 's/^\t *[0-9]* - \([^ ]*\) (.*/\1/p' "$scratch/log" | head -n 1
+# The same side by side, up to the first failure.
+watch_tests() {
+    setsid ctest --test-dir "$scratch/build" --timeout 300 -j "$side_by_side" "$@" \
+        >"$scratch/log" 2>&1 &
+    local pid=$!
+    while kill -0 "$pid" 2>/dev/null; do
+        if grep -q '\*\*\*' "$scratch/log"; then
+            kill -- -"$pid" 2>/dev/null || true
+        fi
+        sleep 1
+    done
+    wait "$pid"
+}
+
+# The tests that failed in the run before.
+failing_tests() {
+    sed -n 's/^ *[0-9]*\/[0-9]* Test *#[0-9]*: \([^ ]*\) .*\*\*\*.*/\1/p' "$scratch/log"
 }
 
 # Sets `caught` to the test that fails with the defect that is in the copy; empty: it survives.
@@ -124,15 +138,18 @@ judge() {
         return
     fi
     make_targets all || { caught=stale; return; }
-    # Far from the defect a failure counts if it repeats: this machine may be busy.
-    local label
-    for label in unit panel; do
-        if ! run_tests -j "$side_by_side" -L "^$label\$" -E "^($test|example)\$" \
-            && ! run_tests --rerun-failed --stop-on-failure; then
-            caught="$(failing_test) (not $test)"
-            return
-        fi
+    if watch_tests -E "^($test|example)\$"; then
+        return
+    fi
+    local suspect
+    for suspect in $(failing_tests); do
+        # Far from the defect a failure counts if it repeats: this machine may be busy.
+        run_tests -R "^$suspect\$" || { caught="$suspect (not $test)"; return; }
     done
+    # Bad luck: the rest is still to be run.
+    run_tests -j "$side_by_side" -E "^($test|example)\$" \
+        || run_tests --rerun-failed --stop-on-failure \
+        || caught="$(failing_tests | head -n 1) (not $test)"
 }
 
 try() {
@@ -163,7 +180,7 @@ mapfile -t sound < <(printf '%s\n' "${tests[@]}" | sort -u)
 mapfile -t programs < <(printf '%s\n' "${sound[@]/#tst_effects_*/bench}" | sort -u)
 make_targets ict-agent bench "${programs[@]}" || die "the tree does not build, see $scratch/log"
 run_tests -j "$side_by_side" -R "^($(IFS='|' && echo "${sound[*]}"))\$" \
-    || die "$(failing_test) fails without any defect, see $scratch/log"
+    || die "without any defect fails: $(failing_tests | xargs); see $scratch/log"
 
 say "${#names[@]} defects"
 table=() stale=0 survivors=0
