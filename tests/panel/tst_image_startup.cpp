@@ -1,3 +1,4 @@
+#include "panel/files.h"
 #include "panel/panelharness.h"
 
 #include <QDir>
@@ -11,6 +12,7 @@ private slots:
     void levelFileChooses();
     void startsAgainWithTheLevelOfTheMoment();
     void stopEndsTheProgram();
+    void startedOnceByInit();
     void checkNamesWhatIsMissing();
 };
 
@@ -80,6 +82,23 @@ void TstImageStartup::stopEndsTheProgram()
                                                "done; kill $!; wait $!; echo $?; kill -0 $(cat "
                                                "/tmp/pid) 2>/dev/null || echo gone");
     QCOMPARE(printed, QByteArray("0\ngone\n"));
+}
+
+void TstImageStartup::startedOnceByInit()
+{
+    VirtualPanel panel(running("/bin/sh"));
+    installAgent(panel, "echo $$ >>/tmp/starts; exec sleep 77");
+    QDir().mkpath(panel.hostPath("/var/log"));
+    QVERIFY(QFile::copy(panel.hostPath(script), panel.hostPath("/usr/local/bin/start-panel.sh")));
+    QVERIFY(QFile::copy(sharedFile("image/ict-panel.init"), panel.hostPath("/etc/ict-panel")));
+    const QByteArray printed = runInside(
+        panel,
+        "cd /etc; started() { until [ $(wc -l </tmp/starts) -ge $1 ]; do sleep .1; done; }\n"
+        ": >/tmp/starts; ./ict-panel status; echo $?; ./ict-panel start; started 1\n"
+        "./ict-panel start; ./ict-panel status | cut -d, -f1; ./ict-panel restart; started 2\n"
+        "./ict-panel stop; ./ict-panel status; echo $?\n"
+        "for pid in $(cat /tmp/starts); do kill -0 $pid 2>/dev/null && echo left; done");
+    QCOMPARE(printed, QByteArray("3\nrunning\n3\n"));
 }
 
 void TstImageStartup::checkNamesWhatIsMissing()
