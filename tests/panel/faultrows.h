@@ -105,6 +105,7 @@ inline const QVector<Row> biRows = {
     {"8800", "battery:2949", ":0002946A\r", "0295", 3},
     {"8800", "battery:2952", "0295", nullptr, 3, '1'},
     {"9003", "touch-pressure:1", "90F3", "9003", 4},
+    {"9003", "touch-pressure:-1", "90F3", "9003", 4},
     {"A200", "usb:other", "A2F0", "A200", 5},
     {"CC10", "stick", "CCE0", "CC10", 0},
     {"0200", "", nullptr, "0200", 6},
@@ -148,6 +149,8 @@ inline const QVector<Row> i2cDisplayRows = {
 inline const QVector<Row> buzzerRows = {
     {"9201", "microphone:deaf", "92F1", nullptr, 9},
     {"9201", "microphone:unplugged", "92F1", nullptr, 9},
+    {"9201", "microphone:line-end", "92F1", nullptr, 9}, // one byte too many,
+    {"9202", "microphone:line-end", "9202", nullptr, 9, '1'}, // which does not matter here
     {"9201", "buzzer", "92F1", "9201", 9},
     {"9202", "microphone:unplugged", "92F3", nullptr, 9},
     {"9202", "buzzer", "92F2", "9202", 9},

@@ -38,29 +38,46 @@ void TstIctScreen::t1()
     QVERIFY(at.boot("T1"));
     const QByteArray rtc = "Thu Jan  1 08:00:00 2026  0.000000 seconds";
     at.panel.toolPrints("hwclock", rtc + '\n');
-    const QByteArray clock = clockRequest("8E", QDateTime({2026, 6, 15}, {9, 0}, Qt::UTC));
+    const auto clock = [](const char *code, const QDate &day) {
+        return clockRequest(code, QDateTime(day, {8, 0}, Qt::UTC));
+    };
+    const QByteArray other = clock("8E", {2026, 6, 15}), end = requestFrame("0101");
     const struct {
         QByteArray request, reply, shown;
-        char end; // result of the end check
-    } rows[] = {{clock, "8EF0", clock.chopped(2), '1'},
-                {requestFrame("8000"), "8000", ":00800080", '1'},
-                {":9510FF8000", "9510", "", '1'},
-                {requestFrame("0101"), "01FF", requestFrame("0101").chopped(2), 'F'}};
+    } rows[] = {{other, "8EF0", other.chopped(2)},
+                {requestFrame("8000"), "8000", ":00800080"},
+                {":9510FF8000", "9510", ""},
+                {end, "01FF", end.chopped(2)},
+                {"power", "", ""},
+                {clock("8E", {2026, 1, 1}), "8E00", ""},
+                {clock("8D", {2026, 1, 1}), "8D00", ""},
+                {end, "01FF", end.chopped(2)}};
+    bool isChecked = false; // then the clock was set, and has not run through a power-off
     for (const auto &row : rows) {
+        if (row.request == "power") {
+            at.panel.powerOff();
+            QVERIFY(at.boot("T1"));
+            continue;
+        }
         const QByteArray reply = requestFrame(row.reply);
         QCOMPARE(at.ask(row.request), reply);
+        isChecked |= row.reply == "8E00";
         if (row.shown.isEmpty())
-            continue; // a colour
+            continue;
         Expected screen;
         screen.text(40, 30, "      Ostra HMI KLV-100 T1 Test =====", 18, Qt::red)
-            .items(t1Items, QByteArray(18, '1') + row.end)
+            .items(t1Items, QByteArray(18, '1') + (row.reply == "01FF" ? 'F' : '1'))
             .corners()
             .traffic(row.shown, reply.chopped(2));
         if (row.reply == "8EF0")
             screen.text(300, 320, "HMI : " + rtc, 14, Qt::blue);
-        if (row.end == 'F')
-            screen.text(300, 338, "O Power on/off", 14, Qt::blue)
-                .text(300, 356, "X RTC Check", 14, Qt::red);
+        const auto condition = [&](int y, const char *name, bool met) {
+            screen.text(300, y, QString(met ? "O " : "X ") + name, 14, met ? Qt::blue : Qt::red);
+        };
+        if (row.reply == "01FF") {
+            condition(338, "Power on/off", !isChecked);
+            condition(356, "RTC Check", isChecked);
+        }
         QVERIFY(screen.isShown(at.panel));
     }
 }

@@ -30,10 +30,13 @@ void TstPfvpEms::initTestCase()
     panel_->powerOn({"PFVP_EMS"});
     QVERIFY2(person_->sees("EMS Start Test"), panel_->errorOutput());
     QVERIFY(panel_->output().contains("open UART") == false);
+    panel_->setPlugged(Port::ttyGS0, false);
+    panel_->setPlugged(Port::ttyGS0, true);
 }
 
-// Answers with a line end too many, too late, in noise without end; a USB host port that is not
-// there; a USB device port that answers as it should, and then not.
+// Answers with far too much behind, too late, in noise without end; a USB host port that is not
+// there; a USB device port that is found gone in the first cycle, opened in the second, answers in
+// the third, and then not.
 void TstPfvpEms::badPeer()
 {
     const auto respond = [this](Port id, const QByteArray &answer, int ms) {
@@ -43,7 +46,7 @@ void TstPfvpEms::badPeer()
                 QTimer::singleShot(ms, port, [=] { port->send(answer); });
         });
     };
-    respond(Port::ttyO1, "PFVPV01 COM1RS232OK\r\n", 100);
+    respond(Port::ttyO1, "PFVPV01 COM1RS232OK" + QByteArray(50, '\n'), 100);
     respond(Port::ttyO3, "PFVPV01 COM1RS485OK", 5000);
     respond(Port::ttyGS0, "PFVPV01 USBDEVI R\r\n", 0);
     auto *noise = new QTimer; // in the thread of the ports
@@ -55,6 +58,8 @@ void TstPfvpEms::badPeer()
     panel_->setAttribute(attribute::voltage(4), "3918"); // highest and lowest that pass: 5250 mV,
     panel_->setAttribute(attribute::voltage(5), "3509"); // 3136,
     panel_->setAttribute(attribute::voltage(6), "2202"); // 2952
+    for (int i = 0; i < 2; ++i)
+        QCOMPARE(cycle(), QByteArray("pppppffff"));
     // A request on USB may miss its turn, and be answered in the cycle behind.
     QByteArray passed;
     for (int tries = 0; tries < 5 && !passed.endsWith('p'); ++tries) {
