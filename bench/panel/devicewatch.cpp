@@ -1,6 +1,7 @@
 #include "panel/devicewatch.h"
 #include "panel/bencherror.h"
 #include "panel/ptyport.h"
+#include "panel/urgency.h"
 
 #include <QFile>
 
@@ -8,15 +9,8 @@
 #include <cstring>
 #include <fcntl.h>
 #include <poll.h>
-#include <sched.h>
 #include <sys/inotify.h>
 #include <unistd.h>
-
-void runBeforeAllElse()
-{
-    const sched_param lowest{sched_get_priority_min(SCHED_RR)};
-    sched_setscheduler(0, SCHED_RR | SCHED_RESET_ON_FORK, &lowest);
-}
 
 std::shared_ptr<DeviceWatch> DeviceWatch::shared()
 {

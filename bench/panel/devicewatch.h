@@ -9,9 +9,6 @@
 #include <memory>
 #include <thread>
 
-// Puts the calling thread before what else runs on this machine, where its user may ask for that.
-void runBeforeAllElse();
-
 class PtyPort;
 
 // Hears who opens and closes devices. One for all ports of this program: a machine allows its users

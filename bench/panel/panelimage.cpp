@@ -1,6 +1,7 @@
 #include "panel/panelimage.h"
 #include "panel/bencherror.h"
 #include "panel/files.h"
+#include "panel/urgency.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -41,6 +42,7 @@ void put(const QString &path, const QByteArray &content)
 void copy(const QString &how, const QStringList &from, const QString &to)
 {
     const QStringList args = QStringList{"-r", "--preserve=mode", how} + from + QStringList(to);
+    const Urgently start;
     if (QProcess::execute("cp", args) != 0)
         throw BenchError(QString("Cannot copy %1 to %2: is the source tree of this build still "
                                  "there, and the panel's folder yours?")

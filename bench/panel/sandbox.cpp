@@ -1,5 +1,6 @@
 #include "panel/sandbox.h"
 #include "panel/files.h"
+#include "panel/urgency.h"
 
 #include <QElapsedTimer>
 #include <QFileInfo>
@@ -72,7 +73,10 @@ void Sandbox::start(const QStringList &agentArgs)
     process_.setStandardInputFile(QProcess::nullDevice());
     process_.setStandardOutputFile(folder_ + "/agent.log", QIODevice::Append);
     process_.setStandardErrorFile(folder_ + "/agent.err", QIODevice::Append);
-    process_.start(sharedFile("bench/panel/sandbox.sh"), args);
+    {
+        const Urgently start;
+        process_.start(sharedFile("bench/panel/sandbox.sh"), args);
+    }
     awaitBoot();
 }
 

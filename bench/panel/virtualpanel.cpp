@@ -3,6 +3,7 @@
 #include "panel/files.h"
 #include "panel/panelimage.h"
 #include "panel/sandbox.h"
+#include "panel/urgency.h"
 #include "panel/vncgate.h"
 
 #include <QDir>

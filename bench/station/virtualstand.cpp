@@ -1,5 +1,6 @@
 #include "station/virtualstand.h"
 
+#include "panel/urgency.h"
 #include "station/console.h"
 #include "station/protocol.h"
 
@@ -173,7 +174,10 @@ Values identityOf(const VirtualPanel &panel)
     }
     QProcess cksum;
     cksum.setStandardInputFile(panel.hostPath("/dev/mtd0"));
-    cksum.start("cksum", QStringList());
+    {
+        const Urgently start;
+        cksum.start("cksum", QStringList());
+    }
     cksum.waitForFinished();
     const quint32 crc = cksum.readAll().split(' ').value(0).toUInt();
     values["crc"] = QString("%1").arg(crc, 8, 16, QLatin1Char('0')).toUpper();

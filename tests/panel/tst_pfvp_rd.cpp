@@ -1,3 +1,4 @@
+#include "panel/urgency.h"
 #include "panelharness.h"
 #include "pfvpharness.h"
 
