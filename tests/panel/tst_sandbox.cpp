@@ -155,14 +155,18 @@ void TstSandbox::closingEmptiesThePort()
                    "sub pause { select(undef, undef, undef, .05); }"
                    "$one = port; $two = port; pause until -e '/tmp/go';"
                    "close $two; pause; sysread $one, $byte, 1; close $one; $one = port; pause;"
-                   "syswrite STDOUT, \"$byte\\n\"; sysread $one, $rest, 3; print $rest"});
+                   "syswrite STDOUT, \"$byte\\n\"; pause until -e '/tmp/arrived';"
+                   "sysread $one, $rest, 3; print $rest"});
     QTRY_VERIFY(panel.port(Port::ttyO1)->isOpenOnPanel());
     QSignalSpy arrived(panel.port(Port::ttyO1), &PtyPort::intoPanel);
     pc.write("unread");
     QTRY_VERIFY(!arrived.isEmpty());
     panel.writeFile("/tmp/go", "");
     QTRY_VERIFY(panel.output().contains('\n'));
+    arrived.clear();
     pc.write("new");
+    QTRY_VERIFY(!arrived.isEmpty());
+    panel.writeFile("/tmp/arrived", "");
     panel.waitForExit(DeadlineMs);
     QCOMPARE(panel.output(), QByteArray("u\nnew"));
 }
