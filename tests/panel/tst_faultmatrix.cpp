@@ -54,6 +54,7 @@ public:
                    DeadlineMs);
     }
     QString run(const Row &row);
+    QString tryOnce(const Row &row);
 
 private:
     QByteArray requestOf(const QByteArray &request);
@@ -150,7 +151,19 @@ QString Lane::check(const Row &row, const char *reply, char result)
     return {};
 }
 
+// The panel waits 100 to 450 ms for a probe on a port. On a busy machine the kernel may hand on its
+// bytes later, and the panel is right to fail: what is wrong with it is so again and again.
 QString Lane::run(const Row &row)
+{
+    const QByteArray request = row.request;
+    const bool probed = request.startsWith("81") || request.startsWith("95") || request == "FF01";
+    QString wrong = tryOnce(row);
+    for (int tries = 1; probed && tries < 3 && !wrong.isEmpty(); ++tries)
+        wrong = tryOnce(row);
+    return wrong;
+}
+
+QString Lane::tryOnce(const Row &row)
 {
     QString wrong;
     const auto set = [&](const QString &fault) {
