@@ -10,9 +10,10 @@ inline void runBeforeAllElse()
     sched_setscheduler(0, SCHED_RR | SCHED_RESET_ON_FORK, &lowest);
 }
 
-// The same for as long as it lives. For a thread that starts a program: until its memory is copied
-// no other thread of this one goes on, and when it is pushed aside in the middle of that, on a busy
-// machine, the ports' threads are late by a tenth of a second or several.
+// The same for as long as it lives. For a thread that starts a program: until the memory of this
+// one is copied, none of its other threads goes on that asks for some. When the starter was pushed
+// aside in the middle of that, on a busy machine, the ports' threads were late by a tenth of a
+// second.
 class Urgently {
 public:
     Urgently()
@@ -21,6 +22,7 @@ public:
         sched_getparam(0, &priority_);
         runBeforeAllElse();
     }
+    // What programs are started with stays: not every user may take it back.
     ~Urgently()
     {
         sched_setscheduler(0, policy_ | SCHED_RESET_ON_FORK, &priority_);
