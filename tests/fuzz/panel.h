@@ -9,19 +9,15 @@
 #include <QFile>
 #include <unistd.h>
 
-// The medium is memory; the command lines for the resume log and the exports are constants.
+// The medium is memory.
 extern "C" void sync() { }
 extern "C" int fsync(int)
 {
     return 0;
 }
-extern "C" int system(const char *)
-{
-    return 0;
-}
 
-// A process for each program would cost more than the boot: they are answered here, and only the
-// product application says something.
+// A process for each program would cost more than the boot: they are answered here. Only the
+// product application says something, piece by piece, and `cat` what is in its file.
 inline QByteArray identity;
 
 void runShell(const char *) { }
@@ -47,8 +43,9 @@ int numberFrom(const QString &, int)
 }
 QByteArray awaitOutput(QProcess &, int, bool (*isEnough)(const QByteArray &))
 {
-    for (int end = 0; isEnough && end < identity.size() && !isEnough(identity.left(end));) {
-        end += 64;
+    int arrived = 0;
+    while (isEnough && arrived < identity.size() && !isEnough(identity.left(arrived))) {
+        arrived += 64;
     }
     return identity.left(OutputLimit);
 }
