@@ -54,9 +54,9 @@ public:
                    DeadlineMs);
     }
     QString run(const Row &row);
-    QString tryOnce(const Row &row);
 
 private:
+    QString tryOnce(const Row &row);
     QByteArray requestOf(const QByteArray &request);
     QByteArray screenColour(const QByteArray &wanted);
     QByteArray ask(const QByteArray &request, const QByteArray &wanted, int size);

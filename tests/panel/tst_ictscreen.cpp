@@ -55,7 +55,6 @@ void TstIctScreen::t1()
     bool isChecked = false; // then the clock was set, and has not run through a power-off
     for (const auto &row : rows) {
         if (row.request == "power") {
-            at.panel.powerOff();
             QVERIFY(at.boot("T1"));
             continue;
         }
