@@ -9,8 +9,8 @@ usage() {
 Usage: tools/defects.sh [--scratch DIR] [--list] [NAME...]
 
 Applies each defect of tools/defects/*.txt, or those of the family NAME (panel, state, screens,
-values, rooms) and those whose own name begins with NAME, to a copy of the tree, builds, runs the test that
-should catch it and, if that passes, all others until one fails. Ends with a table and the
+values, rooms) and those whose own name begins with NAME, to a copy of the tree, builds, runs the
+test that should catch it and, if that passes, all others until one fails. Ends with a table and the
 percentage caught. Exit status 1: a defect is stale (its text is not in its file, or it does not
 build) or more than 5 % survive.
 
