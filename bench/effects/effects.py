@@ -15,7 +15,8 @@ import textwrap
 import time
 
 import strace
-from journal import Journal, unprintable
+from journal import Journal
+from wording import unprintable
 
 DEADLINE = 120  # seconds
 IDLE_TURNS, DEAF_TURNS = 2, 20

@@ -12,8 +12,8 @@ import sys
 import threading
 import time
 
-from cuts import ICT, POINTERCAL, Cut, boot_level, passed_items, revived, state_of, verdict
 from effects import ITEMS, LEVEL_FILE, Failure, Panel, run
+from powercut import ICT, POINTERCAL, Cut, boot_level, passed_items, revived, state_of, verdict
 
 # From what to the kill, at most, in seconds: power-on, the open link, a request beside its own wait,
 # its answer, the first touch of a calibration.
