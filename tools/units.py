@@ -1,12 +1,16 @@
 #!/usr/bin/env python3
-"""Makes records of invented units from a real one, to try `bench units` on:
-tools/units.py REPORT.json COUNT FOLDER, then bench units --hand-in FOLDER --store FILE.
-One run a unit and level, 3 lines, 20 working days, about 4 % of the tests failing in a few items
-that go wrong more often than others, failed ones tested again up to three times."""
-import copy, datetime, json, os, random, sys
+"""Makes records of invented units from a real one, to try `bench units --hand-in FOLDER` on: one
+run a unit and level, 3 lines, 20 working days, about 4 % of the tests failing in a few items that
+go wrong more often than others, failed ones tested again up to three times."""
+import argparse, copy, datetime, json, os, random
 
-record = json.load(open(sys.argv[1], encoding="utf-8"))
-count, folder = int(sys.argv[2]), sys.argv[3]
+parser = argparse.ArgumentParser(description=__doc__)
+parser.add_argument("record", type=argparse.FileType(encoding="utf-8"), metavar="REPORT.json",
+                    help="what `bench produce` reported of a panel that passed")
+parser.add_argument("count", type=int, metavar="COUNT", help="how many units")
+parser.add_argument("folder", metavar="FOLDER", help="where to; made if it is not there")
+args = parser.parse_args()
+record, count, folder = json.load(args.record), args.count, args.folder
 random.seed(1)
 os.makedirs(folder, exist_ok=True)
 
