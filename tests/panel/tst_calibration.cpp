@@ -306,6 +306,7 @@ void TstCalibration::hastyAndHeldTouches()
         released = events("ReleaseEvent");
         QCOMPARE(scene.finger.follow(touchTargets(calibrationMargin).mid(0, 1)), QString());
         // Within the pause a touch does not count, but its drag does.
+        QThread::msleep(150); // half of it is over
         panel.screen().pointer({300, 300}, true);
         panel.screen().pointer({310, 300}, true);
         panel.screen().pointer({310, 300}, false);
