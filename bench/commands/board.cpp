@@ -14,6 +14,7 @@
 namespace {
 
 constexpr int cycleMs = 900000; // two of the EMS mode's on a busy machine
+constexpr int settledMs = 300000;
 
 QString differs(const QString &what, const QString &is, const QString &wanted)
 {
@@ -114,7 +115,7 @@ QString frameBuffer(BoardRig &rig)
         fault = differs("a pixel", pixels, "^\\s*(..0080ff\\s*){3}$");
         return fault.isEmpty();
     };
-    waitFor(painted, 20000);
+    waitFor(painted, settledMs);
     return fault;
 }
 
@@ -165,7 +166,7 @@ QString medium(BoardRig &rig, const char *name, const char *code, const char *re
     const auto becomes = [&](const char *act, const char *status) {
         rig.fixture.act(act, name);
         const QString look = QString("[ -d %1 ]; echo $?").arg(place);
-        return waitFor([&] { return rig.run(look).trimmed() == status; }, 20000);
+        return waitFor([&] { return rig.run(look).trimmed() == status; }, settledMs);
     };
     QString fault = differs("the answer", rig.ask(code), pass);
     fault += differs("the medium", rig.run("ls " + place + "; grep " + place + " /proc/mounts"),

@@ -19,7 +19,7 @@ struct BoardRig {
         return panel.board()->run(command);
     }
     // What the panel answers within `ms`, empty for nothing; ids and the like as `argument`.
-    QByteArray ask(const char *code, const QString &argument = {}, int ms = 20000);
+    QByteArray ask(const char *code, const QString &argument = {}, int ms = 120000);
 
     VirtualPanel panel;
     Fixture fixture;
