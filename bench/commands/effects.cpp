@@ -8,8 +8,8 @@
 #include "station/codec.h"
 #include "station/protocol.h"
 
+#include <QFile>
 #include <QSocketNotifier>
-#include <QTextStream>
 
 #include <unistd.h>
 
@@ -164,13 +164,16 @@ int runDrive(const QStringList &args)
     DrivenPanel panel(options);
     printf("%s\n", qPrintable(panel.folder()));
     fflush(stdout);
-    QTextStream in(stdin);
+    // Not the C library's stdin: at its end the toolkit reads on for ever if a signal came before.
+    QFile in;
+    in.open(STDIN_FILENO, QIODevice::ReadOnly | QIODevice::Unbuffered);
     QSocketNotifier notifier(STDIN_FILENO, QSocketNotifier::Read);
     QObject::connect(&notifier, &QSocketNotifier::activated, [&] {
-        const QString line = in.readLine();
-        if (line.isNull()) {
+        const QByteArray bytes = in.readLine();
+        if (bytes.isEmpty()) {
             return QCoreApplication::quit();
         }
+        const QString line = QString::fromUtf8(bytes.chopped(1));
         QString answer;
         try {
             answer = panel.obey(line.section(' ', 0, 0), line.section(' ', 1));

@@ -15,6 +15,7 @@ class TestProduce : public QObject {
 private slots:
     void verdict();
     void interrupted();
+    void driverIsLeft();
 };
 
 void TestProduce::verdict()
@@ -83,6 +84,26 @@ void TestProduce::interrupted()
         if (line.open(QIODevice::ReadOnly))
             QVERIFY2(!line.readAll().contains(folder.path().toLatin1()), qPrintable(pid));
     }
+}
+
+// What drives a panel for a program ends with it, however that ends.
+void TestProduce::driverIsLeft()
+{
+    QProcess bench;
+    bench.start(QT_TESTCASE_BUILDDIR "/bench", {"drive"});
+    const auto isAnswered = [&] {
+        bench.waitForReadyRead(1000);
+        return bench.readAll().endsWith('\n');
+    };
+    QVERIFY(waitFor(isAnswered, DeadlineMs)); // with its folder
+    bench.write("on\n");
+    QVERIFY(waitFor(isAnswered, DeadlineMs));
+    bench.write("answer 600000\n");
+    QVERIFY(bench.waitForBytesWritten());
+    QTest::qWait(300); // then it waits
+    bench.terminate();
+    bench.closeWriteChannel();
+    QVERIFY(bench.waitForFinished(DeadlineMs));
 }
 
 QTEST_MAIN(TestProduce)
