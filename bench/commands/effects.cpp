@@ -200,6 +200,7 @@ int runEffects(const QStringList &args)
         words.push_back(arg.toLocal8Bit());
     }
     std::vector<char *> argv;
+    argv.reserve(words.size() + 1);
     for (QByteArray &word : words) {
         argv.push_back(word.data());
     }
