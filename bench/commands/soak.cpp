@@ -21,7 +21,7 @@ constexpr int answerMs = 20000, startMs = 120000, quietMs = 60;
 class Talker : public QObject {
 public:
     Talker(VirtualPanel &panel, const QVector<QByteArray> &requests)
-        : link_(panel.port(Port::ttyO1))
+        : link_(panel.port(panel.link()))
         , requests_(requests)
         , timer_(this)
     {
@@ -115,18 +115,18 @@ int descriptorsOf(qint64 pid, int expected)
     return least;
 }
 
-// Panels at T1 that are on.
+// Panels at a level that are on.
 class Crowd {
 public:
-    Crowd(int count, const QVector<QByteArray> &requests)
+    Crowd(int count, const QString &level, const QVector<QByteArray> &requests)
     {
         for (int i = 0; i < count && !interrupted(); ++i) {
             showStatus(QString("  starting panel %1 of %2").arg(i + 1).arg(count));
             panels.push_back(std::make_unique<VirtualPanel>());
             VirtualPanel &panel = *panels.back();
-            panel.setLevel("T1");
+            panel.setLevel(level);
             panel.powerOn();
-            if (!waitFor([&] { return interrupted() || panel.isReady(Port::ttyO1); }, startMs)) {
+            if (!waitFor([&] { return interrupted() || panel.isReady(panel.link()); }, startMs)) {
                 throw BenchError(QString("panel %1 does not open its link").arg(i + 1));
             }
             talkers.push_back(std::make_unique<Talker>(panel, requests));
@@ -188,26 +188,33 @@ public:
 };
 
 // Items, pictures, identities, ports that are opened and closed; a damaged frame before a good one.
-QVector<QByteArray> mixture()
+QVector<QByteArray> mixture(const QString &level)
 {
+    const bool burnIn = level == "BI";
+    const QVector<const char *> codes = burnIn
+        ? QVector<const char *>{"8800", "9504", "9003", "9507", "8801"}
+        : QVector<const char *>{"8000", "9003", "0701", "8800", "9030",
+                                "AB00", "9021", "8801", "0702", "9504"};
     QVector<QByteArray> requests;
-    for (int i = 0; i < 10; ++i) {
-        for (const char *code :
-             {"8000", "9003", "0701", "8800", "9030", "AB00", "9021", "8801", "0702", "9504"}) {
-            requests << shortRequest(0, code);
-        }
+    for (int i = 0; i < 100; ++i) {
+        requests << shortRequest(0, codes[i % codes.size()]);
     }
-    return requests << shortRequest(0, "8107") << shortRequest(0, "FF01")
-                    << ":00800081\r\n" + shortRequest(0, "8000");
+    if (burnIn) {
+        requests << shortRequest(0, "8500");
+    } else {
+        requests << shortRequest(0, "8107") << shortRequest(0, "FF01");
+    }
+    return requests << ":00800081\r\n" + shortRequest(0, codes[0]);
 }
 
 // True if memory and descriptors stay and everything is answered.
-bool soakExchanges(int exchanges, int count)
+bool soakExchanges(int exchanges, int count, const QString &level)
 {
-    Crowd crowd(count, mixture());
+    const QVector<QByteArray> requests = mixture(level);
+    Crowd crowd(count, level, requests);
     puts("| Agents        | MiB    | least to most    | descriptors    |\n|---|---|---|---|");
     // Each kind of request once: pictures and libraries are there then.
-    if (interrupted() || crowd.ask(count * mixture().size(), "before")) {
+    if (interrupted() || crowd.ask(count * requests.size(), "before")) {
         return false;
     }
     QElapsedTimer clock;
@@ -240,7 +247,7 @@ bool measurePanels(const QVector<int> &counts)
     puts("| Panels | MiB each | processor each, idle | \"8000\", median | worst     |\n"
          "|---|---|---|---|---|");
     for (int count : counts) {
-        Crowd crowd(count, {shortRequest(0, "8000")});
+        Crowd crowd(count, "T1", {shortRequest(0, "8000")});
         if (interrupted() || crowd.ask(count * 5, "warm")) {
             return false;
         }
@@ -301,6 +308,8 @@ int runSoak(const QStringList &args)
         {{"kills", "How many kills.", "count"},
          {"seed", "Repeats what is asked and when it is killed (default 1).", "number", "1"},
          {"exchanges", "How many requests.", "count"},
+         {"level", "At which (T1 or BI, where a panel logs none and answers faster).", "level",
+          "T1"},
          {"panels", "How many side by side (default 4).", "count,...", "4"}});
     parser.process(args);
     QVector<int> panels;
@@ -315,9 +324,14 @@ int runSoak(const QStringList &args)
         return runEffects(
             {"kills", QString::number(kills), QString::number(panels[0]), parser.value("seed")});
     }
+    const QString level = parser.value("level").toUpper();
+    if (level != "T1" && level != "BI") {
+        throw BenchError("--level is T1 or BI, not " + parser.value("level"));
+    }
     quitOnInterrupt();
     const bool good = parser.isSet("exchanges")
-        ? soakExchanges(number(parser.value("exchanges"), "--exchanges", 1000000000), panels[0])
+        ? soakExchanges(number(parser.value("exchanges"), "--exchanges", 1000000000), panels[0],
+                        level)
         : measurePanels(panels);
     return good ? 0 : 1;
 }
