@@ -101,18 +101,10 @@ struct Size {
     int descriptors = 0;
 };
 
-// The least of several looks: an answer is followed by a line of the log, whose program has
-// descriptors of its own for a while. Ends early when no more than `expected` are left.
-int descriptorsOf(qint64 pid, int expected)
+int descriptorsOf(qint64 pid)
 {
-    int least = INT_MAX;
-    const auto look = [&] {
-        const QDir open(QString("/proc/%1/fd").arg(pid));
-        least = qMin(least, int(open.entryList(QDir::System | QDir::Files).size()));
-        return least <= expected;
-    };
-    waitFor(look, expected ? answerMs : 1000);
-    return least;
+    const QDir open(QString("/proc/%1/fd").arg(pid));
+    return int(open.entryList(QDir::System | QDir::Files).size());
 }
 
 // Panels at a level that are on.
@@ -165,11 +157,21 @@ public:
         QVector<Size> sizes;
         double sum = 0;
         for (const auto &panel : panels) {
-            const int expected = before.value(sizes.size()).descriptors;
-            sizes.append(
-                {residentMiB(panel->agentPid()), descriptorsOf(panel->agentPid(), expected)});
+            sizes.append({residentMiB(panel->agentPid()), INT_MAX});
             sum += sizes.last().memory;
         }
+        // The least of several looks: an answer is followed by a line of the log, whose program has
+        // descriptors of its own for a while. No look is needed once there are as few as before.
+        const auto isAtRest = [&] {
+            bool rest = !before.isEmpty();
+            for (int i = 0; i < sizes.size(); ++i) {
+                int &least = sizes[i].descriptors;
+                least = qMin(least, descriptorsOf(panels[size_t(i)]->agentPid()));
+                rest = rest && least <= before[i].descriptors;
+            }
+            return rest;
+        };
+        waitFor(isAtRest, before.isEmpty() ? 1000 : answerMs);
         const auto [small, large] =
             std::minmax_element(sizes.begin(), sizes.end(),
                                 [](const Size &a, const Size &b) { return a.memory < b.memory; });
