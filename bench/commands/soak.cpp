@@ -97,6 +97,7 @@ private:
 };
 
 struct Size {
+    qint64 pid = 0;
     double memory = 0; // MiB
     int descriptors = 0;
 };
@@ -157,7 +158,8 @@ public:
         QVector<Size> sizes;
         double sum = 0;
         for (const auto &panel : panels) {
-            sizes.append({residentMiB(panel->agentPid()), INT_MAX});
+            const qint64 pid = panel->agentPid();
+            sizes.append({pid, residentMiB(pid), INT_MAX});
             sum += sizes.last().memory;
         }
         // The least of several looks: an answer is followed by a line of the log, whose program has
@@ -166,7 +168,7 @@ public:
             bool rest = !before.isEmpty();
             for (int i = 0; i < sizes.size(); ++i) {
                 int &least = sizes[i].descriptors;
-                least = qMin(least, descriptorsOf(panels[size_t(i)]->agentPid()));
+                least = qMin(least, descriptorsOf(sizes[i].pid));
                 rest = rest && least <= before[i].descriptors;
             }
             return rest;
@@ -189,30 +191,34 @@ public:
     std::vector<std::unique_ptr<Talker>> talkers; // end before their panels do
 };
 
-// Items, pictures, identities, ports that are opened and closed; a damaged frame before a good one.
-QVector<QByteArray> mixture(const QString &level)
+// What is asked at a level: items, pictures, identities; ports that are opened and closed seldom.
+struct Mixture {
+    QVector<const char *> often, seldom;
+};
+const QMap<QString, Mixture> mixtures{
+    {"T1",
+     {{"8000", "9003", "0701", "8800", "9030", "AB00", "9021", "8801", "0702", "9504"},
+      {"8107", "FF01"}}},
+    {"BI", {{"8800", "9504", "9003", "9507", "8801"}, {"8500"}}},
+};
+
+// And a damaged frame before a good one.
+QVector<QByteArray> requestsOf(const Mixture &mixture)
 {
-    const bool burnIn = level == "BI";
-    const QVector<const char *> codes = burnIn
-        ? QVector<const char *>{"8800", "9504", "9003", "9507", "8801"}
-        : QVector<const char *>{"8000", "9003", "0701", "8800", "9030",
-                                "AB00", "9021", "8801", "0702", "9504"};
     QVector<QByteArray> requests;
     for (int i = 0; i < 100; ++i) {
-        requests << shortRequest(0, codes[i % codes.size()]);
+        requests << shortRequest(0, mixture.often[i % mixture.often.size()]);
     }
-    if (burnIn) {
-        requests << shortRequest(0, "8500");
-    } else {
-        requests << shortRequest(0, "8107") << shortRequest(0, "FF01");
+    for (const char *code : mixture.seldom) {
+        requests << shortRequest(0, code);
     }
-    return requests << ":00800081\r\n" + shortRequest(0, codes[0]);
+    return requests << ":00800081\r\n" + shortRequest(0, mixture.often[0]);
 }
 
 // True if memory and descriptors stay and everything is answered.
 bool soakExchanges(int exchanges, int count, const QString &level)
 {
-    const QVector<QByteArray> requests = mixture(level);
+    const QVector<QByteArray> requests = requestsOf(mixtures[level]);
     Crowd crowd(count, level, requests);
     puts("| Agents        | MiB    | least to most    | descriptors    |\n|---|---|---|---|");
     // Each kind of request once: pictures and libraries are there then.
@@ -310,7 +316,7 @@ int runSoak(const QStringList &args)
         {{"kills", "How many kills.", "count"},
          {"seed", "Repeats what is asked and when it is killed (default 1).", "number", "1"},
          {"exchanges", "How many requests.", "count"},
-         {"level", "At which (T1 or BI, where a panel logs none and answers faster).", "level",
+         {"level", "At which (T1; at BI a panel logs no traffic and answers faster).", "level",
           "T1"},
          {"panels", "How many side by side (default 4).", "count,...", "4"}});
     parser.process(args);
@@ -327,8 +333,9 @@ int runSoak(const QStringList &args)
             {"kills", QString::number(kills), QString::number(panels[0]), parser.value("seed")});
     }
     const QString level = parser.value("level").toUpper();
-    if (level != "T1" && level != "BI") {
-        throw BenchError("--level is T1 or BI, not " + parser.value("level"));
+    if (!mixtures.contains(level)) {
+        throw BenchError(QString("--level is %1, not %2")
+                             .arg(mixtures.keys().join(" or "), parser.value("level")));
     }
     quitOnInterrupt();
     const bool good = parser.isSet("exchanges")
