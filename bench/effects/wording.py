@@ -1,4 +1,4 @@
-"""The words of the journal: one line of plain text for each thing that the agent did to the panel."""
+"""The words of the journal: one line of plain text for each thing the agent did to the panel."""
 import collections
 import dataclasses
 import re
