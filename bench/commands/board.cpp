@@ -88,9 +88,8 @@ QString twoBoards(BoardRig &rig)
         stand.operatorOfPanel.countsAfter(PfvpTable::Ems, 2 * mode.needs.size(), cycleMs);
     for (int i = 0; i < mode.needs.size(); ++i) {
         const int passes = counts.value(i, {0, 0}).pass, least = mode.needs[i][0] == 'u' ? 1 : 2;
-        if (passes < least) {
+        if (passes < least)
             fault += QString("%1 passed in %2 of 2 cycles; ").arg(mode.needs[i]).arg(passes);
-        }
     }
     return fault;
 }
@@ -131,9 +130,8 @@ QString sound(BoardRig &rig)
     rig.panel.events().clear();
     const QByteArray answer = rig.ask("9201");
     QString heard;
-    for (const InputEvent &event : rig.panel.events().all()) {
+    for (const InputEvent &event : rig.panel.events().all())
         heard += QString("%1,%2,%3 ").arg(event.type).arg(event.code).arg(event.value);
-    }
     return differs("the answer", answer, "^9201$")
         + differs("what the driver got", heard, "^18,3,99 18,2,1000 18,2,0 $");
 }
@@ -146,9 +144,8 @@ QString clocks(BoardRig &rig)
     const qint64 rtc = after.split('\n')[0].toLongLong(),
                  system = after.split('\n')[1].toLongLong();
     QString fault = differs("the date", rig.run("date -u +%Y"), "^2015");
-    if (rtc <= before.toLongLong() || qAbs(rtc - system) > 2) {
+    if (rtc <= before.toLongLong() || qAbs(rtc - system) > 2)
         fault += "the RTC stands or is not the system's time: " + before + after;
-    }
     return fault + differs("the clock test", rig.ask("8C00"), "^8C00$");
 }
 
@@ -254,9 +251,8 @@ int runChecks(const QString &part, bool figures)
     }
     int wrong = 0;
     for (const Check &check : checks) {
-        if (!QString(check.name).contains(part)) {
+        if (!QString(check.name).contains(part))
             continue;
-        }
         const QString fault = check.find(rig);
         wrong += !fault.isEmpty();
         say(QString(" %1 %2").arg(fault.isEmpty() ? "ok  " : "FAIL").arg(check.name)

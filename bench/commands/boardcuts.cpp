@@ -38,9 +38,8 @@ QByteArray resultsAt(BoardRig &rig, int level)
         QString("%1HMI_%2_TEST_Flag.txt").arg(QLatin1String(ictFolder), levelName(level));
     QByteArray results;
     for (const QByteArray &line : rig.run("tr '\\000' ' ' <" + path).split('\n')) {
-        if (!line.trimmed().isEmpty()) {
+        if (!line.trimmed().isEmpty())
             results += line.trimmed().right(1);
-        }
     }
     return results;
 }
@@ -48,9 +47,8 @@ QByteArray resultsAt(BoardRig &rig, int level)
 void expectAsIs(BoardRig &rig, Known *known)
 {
     known->items.clear();
-    for (const char result : resultsAt(rig, rig.level)) {
+    for (const char result : resultsAt(rig, rig.level))
         known->items << QByteArray(1, result);
-    }
     known->open = -1;
 }
 
@@ -58,25 +56,21 @@ void expectAsIs(BoardRig &rig, Known *known)
 // result on the disk then.
 bool askItem(BoardRig &rig, const char *code, int item, int ms, Known *known)
 {
-    if (item >= known->items.size()) {
+    if (item >= known->items.size())
         throw BenchError(QString("The results of %1 have no line %2").arg(rig.level).arg(item + 1));
-    }
     const int before = known->open;
     const QByteArray itsResult = known->result;
     known->items[item] += "F1"; // while running as failed
     const bool stores = code == QByteArray("0602");
     const QByteArray answer = rig.ask(code, stores ? known->newId : QByteArray(), ms);
-    if (answer.isEmpty()) {
+    if (answer.isEmpty())
         return false;
-    }
-    if (before >= 0 && before != item) {
+    if (before >= 0 && before != item)
         known->items[before] = itsResult;
-    }
     known->open = item;
     known->result = answer.startsWith("KLV-") || answer == code ? "1" : "F";
-    if (stores) {
+    if (stores)
         known->id = known->newId;
-    }
     return true;
 }
 
@@ -92,16 +86,14 @@ void work(BoardRig &rig, int cutMs, int turn, std::mt19937 &random, Known *known
         rig.fixture.act("fault", round % 2 ? "set ddr" : "clear ddr");
         for (const auto &request : pass) {
             const int item = request.item[rig.level];
-            if (item >= 0 && !askItem(rig, request.code, item, left(), known)) {
+            if (item >= 0 && !askItem(rig, request.code, item, left(), known))
                 return;
-            }
         }
         if (random() % 3 == 0 && clock.elapsed() < cutMs) {
             const QByteArray next[] = {"T1", "BI", "T2", "ICT"};
             known->asked = next[rig.level].leftJustified(3) + '\n';
-            if (rig.ask("KLV-", next[rig.level], left()).contains("PASS")) {
+            if (rig.ask("KLV-", next[rig.level], left()).contains("PASS"))
                 known->level = known->asked;
-            }
             QThread::msleep(ulong(left()));
             return;
         }
@@ -116,26 +108,22 @@ QString lost(BoardRig &rig, int levelBefore, Known *known)
         rig.run(QString("cat %1HMI_SEMIMACHINE_ID.txt 2>/dev/null").arg(ictFolder));
     const QByteArray kernel = rig.run("dmesg | grep -i 'ext4-fs.*\\(error\\|corrupt\\)'");
     QString fault;
-    if (level != known->level && level != known->asked) {
+    if (level != known->level && level != known->asked)
         fault += QString("level %1 instead of %2; ").arg(printable(level), printable(known->level));
-    }
     // The results of the level to come are removed first.
     const QByteArray results = resultsAt(rig, levelBefore);
     for (int i = 0; i < known->items.size(); ++i) {
         ++known->compared;
         known->settled += known->items[i].size() == 1;
-        if (i >= results.size() || !known->items[i].contains(results[i])) {
+        if (i >= results.size() || !known->items[i].contains(results[i]))
             fault += QString("item %1 is \"%2\", not one of \"%3\"; ")
                          .arg(i + 1)
                          .arg(QString(results.mid(i, 1)), QString(known->items[i]));
-        }
     }
-    if (!id.startsWith(known->id) && !id.startsWith(known->newId)) {
+    if (!id.startsWith(known->id) && !id.startsWith(known->newId))
         fault += QString("ID %1 instead of %2; ").arg(QString(id), QString(known->id));
-    }
-    if (!kernel.isEmpty()) {
+    if (!kernel.isEmpty())
         fault += "file system: " + kernel;
-    }
     known->level = known->asked = level;
     known->id = known->newId = id.trimmed();
     return fault;

@@ -31,12 +31,10 @@ void BoardRig::powerOn()
         level = levelByName(run("cat /usr/local/ict/HMI_TEST_LEVEL.txt").trimmed());
         return level >= 0;
     };
-    if (!waitFor(atLevel, readyMs)) {
+    if (!waitFor(atLevel, readyMs))
         throw BenchError("The panel has no legal level: " + panel.output());
-    }
-    if (!waitFor([&] { return panel.isReady(linkPort(level)); }, readyMs)) {
+    if (!waitFor([&] { return panel.isReady(linkPort(level)); }, readyMs))
         throw BenchError("The agent does not open its port: " + panel.output());
-    }
     link.open(panel.linkPath(linkPort(level)), level);
 }
 

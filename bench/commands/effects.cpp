@@ -97,22 +97,19 @@ QString DrivenPanel::obey(const QString &verb, const QString &rest)
         {"calibrate3", [&] { wrong = finger.calibrate(false); }},
         {"check", [&] { wrong = finger.check(); }},
     };
-    if (!actions.contains(verb)) {
+    if (!actions.contains(verb))
         throw BenchError("nobody knows how to \"" + verb + '"');
-    }
     actions[verb]();
-    if (!wrong.isEmpty()) {
+    if (!wrong.isEmpty())
         throw BenchError(wrong);
-    }
     return answer;
 }
 
 void DrivenPanel::powerOn(const QStringList &agentArgs)
 {
     const QString library = programFolder() + "/bench-preload.so", copy = panel_.hostPath(preload);
-    if (isTraced_ && !QFile::exists(copy) && !QFile::copy(library, copy)) {
+    if (isTraced_ && !QFile::exists(copy) && !QFile::copy(library, copy))
         throw BenchError("Cannot take " + library + ": build or install the whole bench");
-    }
     panel_.powerOn(agentArgs);
 }
 
@@ -170,9 +167,8 @@ int runDrive(const QStringList &args)
     QSocketNotifier notifier(STDIN_FILENO, QSocketNotifier::Read);
     QObject::connect(&notifier, &QSocketNotifier::activated, [&] {
         const QByteArray bytes = in.readLine();
-        if (bytes.isEmpty()) {
+        if (bytes.isEmpty())
             return QCoreApplication::quit();
-        }
         const QString line = QString::fromUtf8(bytes.chopped(1));
         QString answer;
         try {
@@ -189,21 +185,18 @@ int runDrive(const QStringList &args)
 
 int runEffects(const QStringList &args)
 {
-    if (boardWanted() || qEnvironmentVariableIsSet("BENCH_AGENT_ROOT")) {
+    if (boardWanted() || qEnvironmentVariableIsSet("BENCH_AGENT_ROOT"))
         throw BenchError("only an agent of this machine can be traced, not the ARM one");
-    }
     const QByteArray script = (dataFolder() + "/bench/effects/" + args[0] + ".py").toLocal8Bit();
     qputenv("BENCH", QCoreApplication::applicationFilePath().toLocal8Bit());
     qputenv("PYTHONDONTWRITEBYTECODE", "1");
     std::vector<QByteArray> words{"python3", script};
-    for (const QString &arg : args.mid(1)) {
+    for (const QString &arg : args.mid(1))
         words.push_back(arg.toLocal8Bit());
-    }
     std::vector<char *> argv;
     argv.reserve(words.size() + 1);
-    for (QByteArray &word : words) {
+    for (QByteArray &word : words)
         argv.push_back(word.data());
-    }
     argv.push_back(nullptr);
     execvp(argv[0], argv.data());
     throw BenchError("python3 is not installed: apt-get install python3");

@@ -24,9 +24,8 @@ inline double processorTime(qint64 pid)
 {
     clockid_t clock;
     timespec used{};
-    if (clock_getcpuclockid(pid_t(pid), &clock) != 0 || clock_gettime(clock, &used) != 0) {
+    if (clock_getcpuclockid(pid_t(pid), &clock) != 0 || clock_gettime(clock, &used) != 0)
         return std::nan("");
-    }
     return double(used.tv_sec) * 1e9 + double(used.tv_nsec);
 }
 

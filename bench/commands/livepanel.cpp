@@ -5,9 +5,8 @@
 
 static void insist(const QString &wrong)
 {
-    if (!wrong.isEmpty()) {
+    if (!wrong.isEmpty())
         throw BenchError(wrong);
-    }
 }
 
 LivePanel::LivePanel(VirtualPanel &panel, Fixture *fixture, Traffic *traffic,
@@ -26,26 +25,23 @@ QString LivePanel::obey(const QString &verb, const QString &argument)
         const QStringList faults = fixture_->faults();
         return faults.isEmpty() ? "no fault is set" : faults.join(' ');
     }
-    if (traffic_ && verb != "power") {
+    if (traffic_ && verb != "power")
         traffic_->note(verb + ' ' + argument);
-    }
-    if (verb == "power") {
+    if (verb == "power")
         power(argument);
-    } else if (verb != "fault" && !panel_.isOn()) {
+    else if (verb != "fault" && !panel_.isOn())
         throw BenchError("the panel is off: `bench power on` first");
-    } else if (verb == "screenshot") {
+    else if (verb == "screenshot")
         screenshot(argument);
-    } else {
+    else
         act(verb, argument);
-    }
     return {};
 }
 
 void LivePanel::power(const QString &order)
 {
-    if (!QStringList({"on", "off", "cycle"}).contains(order)) {
+    if (!QStringList({"on", "off", "cycle"}).contains(order))
         throw BenchError(QString("\"%1\" is none of on, off, cycle").arg(order));
-    }
     if (order != "on") {
         switchedOff_ = true;
         panel_.powerOff();
@@ -61,11 +57,10 @@ void LivePanel::screenshot(const QString &file)
 {
     insist(stand_.act("screenshot screen"));
     const char *const format = QFileInfo(file).suffix().isEmpty() ? "PNG" : nullptr;
-    if (!stand_.screens["screen"].save(file, format)) {
+    if (!stand_.screens["screen"].save(file, format))
         throw BenchError(QString("%1 cannot be written: is it a picture's name (.png) in a folder "
                                  "of yours?")
                              .arg(file));
-    }
 }
 
 void LivePanel::act(const QString &verb, const QString &argument)
@@ -74,9 +69,8 @@ void LivePanel::act(const QString &verb, const QString &argument)
     const QRegularExpressionMatch match = spot.match(argument);
     if (verb == "touch" && match.hasMatch()) {
         const QPoint pixel(match.captured(1).toInt(), match.captured(2).toInt());
-        if (pixel.x() >= 800 || pixel.y() >= 480) {
+        if (pixel.x() >= 800 || pixel.y() >= 480)
             throw BenchError("the screen has 800 x 480 pixels");
-        }
         return Finger(panel_).touch(pixel);
     }
     const QString action = verb + ' ' + argument;

@@ -186,10 +186,9 @@ int runPanel(const QStringList &args)
     prepare(panel, parser);
     const std::unique_ptr<Fixture> fixture = makeFixture(panel, parser);
     std::unique_ptr<Traffic> traffic;
-    if (parser.isSet("traffic") || parser.isSet("record")) {
+    if (parser.isSet("traffic") || parser.isSet("record"))
         traffic = std::make_unique<Traffic>(panel, parser.isSet("traffic") ? stdout : nullptr,
                                             parser.value("record"));
-    }
     const QStringList agentArgs = parser.value("agent-args").split(' ', Qt::SkipEmptyParts);
     if (traffic && fixture) {
         for (const QString &fault : fixture->faults())

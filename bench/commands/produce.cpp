@@ -49,14 +49,12 @@ Production::Production(const QJsonObject &row, const QString &plans, const Panel
     addTo(&values_, row["values"].toObject());
     stand_.files.values = values_;
     panel_.touchPanel() = TouchPanel::ofPanel(values_.value("station").toUInt());
-    for (const QString &fault : faults) {
+    for (const QString &fault : faults)
         fixture_.setFault(fault);
-    }
     for (const QJsonValue &path : row["plans"].toArray()) {
         Plan plan = loadPlan(plans + '/' + path.toString(), values_);
-        if (!plan.problems.isEmpty()) {
+        if (!plan.problems.isEmpty())
             throw BenchError(plan.problems.join('\n'));
-        }
         plan.file = path.toString();
         levels_[plan.level] = plan;
     }
@@ -64,14 +62,12 @@ Production::Production(const QJsonObject &row, const QString &plans, const Panel
 
 void Production::runLevel(int level, Report *report)
 {
-    if (!levels_.contains(level)) {
+    if (!levels_.contains(level))
         return report->fault(QString("nobody has a plan for level %1").arg(levelName(level)));
-    }
     const Plan &plan = levels_[level];
     const QString fault = stand_.powerOn();
-    if (!fault.isEmpty()) {
+    if (!fault.isEmpty())
         return report->fault(fault);
-    }
     Link link;
     link.open(stand_.port(level), level);
     const bool sound = fixture_.faults().isEmpty();
@@ -84,18 +80,16 @@ void Production::runLevel(int level, Report *report)
     const QByteArray log = stand_.files.read("/usr/local/ict/HMI_Factory_Resume.txt");
     result["log"] = textOf(log).remove(QChar(0));
     const QJsonArray steps = sound ? QJsonArray() : result["steps"].toArray();
-    for (const QString &wrong : stand_.files.itemFaults(level, steps, 5000)) {
+    for (const QString &wrong : stand_.files.itemFaults(level, steps, 5000))
         report->fault(wrong);
-    }
     panel_.powerOff();
 }
 
 // A whole machine then starts the product application and not the agent. Empty, or what is wrong.
 QString Production::afterRelease()
 {
-    if (!panel_.board()) {
+    if (!panel_.board())
         return {};
-    }
     panel_.powerOn();
     const bool started =
         waitFor([&] { return !panel_.board()->run("pidof window").isEmpty(); }, 60000);
@@ -114,19 +108,16 @@ void Production::run(Report *report)
         report->begin(levelName(before));
         runLevel(before, report);
         const QString wrong = files.released() ? afterRelease() : QString();
-        if (!wrong.isEmpty()) {
+        if (!wrong.isEmpty())
             report->fault(wrong);
-        } else if (!files.released() && files.level() == before) {
+        else if (!files.released() && files.level() == before)
             report->fault("the panel stays at this level");
-        }
         const QJsonObject &level = report->levels.last();
-        for (const QString &fault : textsOf(level["faults"])) {
+        for (const QString &fault : textsOf(level["faults"]))
             say("FAIL " + fault, true);
-        }
-        if (level["medianOverheadMs"].toDouble() > 0) {
+        if (level["medianOverheadMs"].toDouble() > 0)
             say(QString("     %1 ms an item over the prescribed waits in the median (limit 120)")
                     .arg(level["medianOverheadMs"].toDouble(), 0, 'f', 1));
-        }
     }
 }
 
@@ -138,9 +129,8 @@ bool produce(const QCommandLineParser &parser, const QJsonObject &row, int numbe
     const QString folder = beginReport(*report, base);
     PanelOptions options;
     options.folder = parser.value("folder");
-    if (!options.folder.isEmpty() && number > 0) {
+    if (!options.folder.isEmpty() && number > 0)
         options.folder += QString("-%1").arg(number + 1);
-    }
     bool worked = true;
     try {
         say(report->subject);
@@ -156,9 +146,8 @@ bool produce(const QCommandLineParser &parser, const QJsonObject &row, int numbe
         fprintf(stderr, "bench produce: %s\n", error.what());
     }
     report->ended = QDateTime::currentDateTime();
-    for (const QString &fault : report->faults()) {
+    for (const QString &fault : report->faults())
         say(fault, true);
-    }
     const QString place = writeReport(*report, base, folder);
     say(QString("%1. Report: %2/report.html (and report.json, junit.xml)")
             .arg(report->passed() ? "PASSED" : "FAILED", place),
@@ -206,8 +195,7 @@ int runProduce(const QStringList &args)
     const QString problem = writePage(reports, page);
     say(problem.isEmpty() ? "All in one page: " + page : problem, !problem.isEmpty());
     sayVerdict(passed && !interrupted());
-    if (interrupted()) {
+    if (interrupted())
         return 1;
-    }
     return !worked || !problem.isEmpty() ? 2 : !passed;
 }

@@ -35,17 +35,14 @@ int runSend(const QStringList &args)
     describe(parser);
     parser.process(args);
     const QStringList words = parser.positionalArguments();
-    if (words.isEmpty() || !parser.isSet("port")) {
+    if (words.isEmpty() || !parser.isSet("port"))
         throw BenchError("which port and what code? Example: bench send --port /dev/ttyUSB0 8000");
-    }
     const QByteArray code = words[0].toUpper().toLatin1();
-    if (code == "KLV-" && !parser.isSet("model")) {
+    if (code == "KLV-" && !parser.isSet("model"))
         throw BenchError("the forced change needs the panel's model: --model KLV-100");
-    }
     const Command *command = findCommand(code);
-    if (!command) {
+    if (!command)
         fprintf(stderr, "No panel knows the code %s; sent all the same\n", code.constData());
-    }
     Link link;
     link.open(parser.value("port"), parser.isSet("bi") ? Bi : Ict);
     Link::Request request;
@@ -61,8 +58,7 @@ int runSend(const QStringList &args)
         + (reply.station >= 0 ? QString(" from station %1").arg(reply.station) : QString()));
     say("meaning  " + meaningOf(reply.payload, code));
     say(QString("time     %1 ms").arg(answer.ms, 0, 'f', 1));
-    if (!answer.error.isEmpty()) {
+    if (!answer.error.isEmpty())
         throw BenchError(answer.error);
-    }
     return reply.kind == Reply::None || reply.kind == Reply::Damaged || isFailure(reply, code);
 }

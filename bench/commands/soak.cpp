@@ -71,9 +71,8 @@ private:
     }
     void heard(const QByteArray &bytes, qint64 ns)
     {
-        if (bytes_.isEmpty() && left > 0) {
+        if (bytes_.isEmpty() && left > 0)
             latencies_ << double(ns - sent_) / 1e6;
-        }
         bytes_ += bytes;
         isComplete(bytes_, false) ? over(true) : timer_.start(quietMs);
     }
@@ -119,9 +118,8 @@ public:
             VirtualPanel &panel = *panels.back();
             panel.setLevel(level);
             panel.powerOn();
-            if (!waitFor([&] { return interrupted() || panel.isReady(panel.link()); }, startMs)) {
+            if (!waitFor([&] { return interrupted() || panel.isReady(panel.link()); }, startMs))
                 throw BenchError(QString("panel %1 does not open its link").arg(i + 1));
-            }
             talkers.push_back(std::make_unique<Talker>(panel, requests));
         }
         showStatus({});
@@ -140,9 +138,8 @@ public:
         do {
             waitFor(interrupted, 200);
             left = 0;
-            for (const auto &talker : talkers) {
+            for (const auto &talker : talkers)
                 left += talker->left;
-            }
             showStatus(QString("  %1: %2 of %3 exchanges, %4 a second")
                            .arg(what)
                            .arg(count - left)
@@ -206,12 +203,10 @@ const QMap<QString, Mixture> mixtures{
 QVector<QByteArray> requestsOf(const Mixture &mixture)
 {
     QVector<QByteArray> requests;
-    for (int i = 0; i < 100; ++i) {
+    for (int i = 0; i < 100; ++i)
         requests << shortRequest(0, mixture.often[i % mixture.often.size()]);
-    }
-    for (const char *code : mixture.seldom) {
+    for (const char *code : mixture.seldom)
         requests << shortRequest(0, code);
-    }
     return requests << ":00800081\r\n" + shortRequest(0, mixture.often[0]);
 }
 
@@ -222,9 +217,8 @@ bool soakExchanges(int exchanges, int count, const QString &level)
     Crowd crowd(count, level, requests);
     puts("| Agents        | MiB    | least to most    | descriptors    |\n|---|---|---|---|");
     // Each kind of request once: pictures and libraries are there then.
-    if (interrupted() || crowd.ask(count * requests.size(), "before")) {
+    if (interrupted() || crowd.ask(count * requests.size(), "before"))
         return false;
-    }
     QElapsedTimer clock;
     clock.start();
     const QVector<Size> before = crowd.sizes("before");
@@ -256,9 +250,8 @@ bool measurePanels(const QVector<int> &counts)
          "|---|---|---|---|---|");
     for (int count : counts) {
         Crowd crowd(count, "T1", {shortRequest(0, "8000")});
-        if (interrupted() || crowd.ask(count * 5, "warm")) {
+        if (interrupted() || crowd.ask(count * 5, "warm"))
             return false;
-        }
         double memory = 0, used = 0;
         for (const auto &panel : crowd.panels) {
             memory += residentMiB(panel->agentPid());
@@ -266,17 +259,14 @@ bool measurePanels(const QVector<int> &counts)
         }
         const qint64 begin = monotonicNs();
         waitFor(interrupted, idleMs);
-        for (const auto &panel : crowd.panels) {
+        for (const auto &panel : crowd.panels)
             used += processorTime(panel->agentPid());
-        }
         const double idle = 100 * used / double(monotonicNs() - begin) / count;
-        if (crowd.ask(count * requests, "asking")) {
+        if (crowd.ask(count * requests, "asking"))
             return false;
-        }
         QVector<double> latencies;
-        for (const auto &talker : crowd.talkers) {
+        for (const auto &talker : crowd.talkers)
             latencies += talker->latencies();
-        }
         printf("| %6d | %8.2f | %18.2f %% | %11.1f ms | %6.1f ms |\n", count, memory / count, idle,
                median(latencies), *std::max_element(latencies.begin(), latencies.end()));
         fflush(stdout);
@@ -288,10 +278,9 @@ int number(const QString &text, const char *option, int most)
 {
     bool valid = false;
     const int value = text.toInt(&valid);
-    if (!valid || value < 1 || value > most) {
+    if (!valid || value < 1 || value > most)
         throw BenchError(
             QString("%1 takes numbers from 1 to %2, not \"%3\"").arg(option).arg(most).arg(text));
-    }
     return value;
 }
 
@@ -321,22 +310,19 @@ int runSoak(const QStringList &args)
          {"panels", "How many side by side (default 4).", "count,...", "4"}});
     parser.process(args);
     QVector<int> panels;
-    for (const QString &text : parser.value("panels").split(',')) {
+    for (const QString &text : parser.value("panels").split(','))
         panels << number(text, "--panels", 128);
-    }
-    if (parser.isSet("kills") + parser.isSet("exchanges") + (panels.size() > 1) != 1) {
+    if (parser.isSet("kills") + parser.isSet("exchanges") + (panels.size() > 1) != 1)
         throw BenchError("either --kills, or --exchanges, or --panels with several numbers");
-    }
     if (parser.isSet("kills")) {
         const int kills = number(parser.value("kills"), "--kills", 1000000);
         return runEffects(
             {"kills", QString::number(kills), QString::number(panels[0]), parser.value("seed")});
     }
     const QString level = parser.value("level").toUpper();
-    if (!mixtures.contains(level)) {
+    if (!mixtures.contains(level))
         throw BenchError(QString("--level is %1, not %2")
                              .arg(mixtures.keys().join(" or "), parser.value("level")));
-    }
     quitOnInterrupt();
     const bool good = parser.isSet("exchanges")
         ? soakExchanges(number(parser.value("exchanges"), "--exchanges", 1000000000), panels[0],

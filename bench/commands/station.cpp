@@ -61,14 +61,12 @@ void setValues(const QString &text, std::vector<Job> *jobs)
 {
     const QString name = text.section('=', 0, 0);
     const QStringList values = text.section('=', 1).split(',');
-    if (!text.contains('=') || (values.size() != 1 && values.size() != int(jobs->size()))) {
+    if (!text.contains('=') || (values.size() != 1 && values.size() != int(jobs->size())))
         throw BenchError(QString("--set %1: one value, or one for each of the %2 panels, is needed")
                              .arg(text)
                              .arg(jobs->size()));
-    }
-    for (size_t i = 0; i < jobs->size(); ++i) {
+    for (size_t i = 0; i < jobs->size(); ++i)
         (*jobs)[i].values[name] = values.value(values.size() == 1 ? 0 : int(i));
-    }
 }
 
 QStringList load(const QCommandLineParser &parser, Job *job)
@@ -80,20 +78,18 @@ QStringList load(const QCommandLineParser &parser, Job *job)
     job->plan = loadPlan(file, job->values);
     job->report = reportOf(parser, job->name, job->values);
     QStringList problems = job->plan.problems;
-    if (!level.isEmpty() && job->plan.level >= 0 && job->plan.level != levelByName(level)) {
+    if (!level.isEmpty() && job->plan.level >= 0 && job->plan.level != levelByName(level))
         problems << QString("%1 is a plan of level %2, not of %3")
                         .arg(file, levelName(job->plan.level), level.toUpper());
-    }
     // A name that neither this plan nor any of the bench's own uses is a slip.
     QStringList known = {"model", "crc", "version", "semiId", "machineId", "station"};
     known += job->plan.uses.values();
     known.removeDuplicates();
     known.sort();
     for (const QString &name : job->values.keys()) {
-        if (!known.contains(name)) {
+        if (!known.contains(name))
             problems
                 << QString("--set %1: no step uses it; known are %2").arg(name, known.join(", "));
-        }
     }
     return problems;
 }
@@ -107,9 +103,8 @@ std::vector<Job> jobsOf(const QCommandLineParser &parser)
         for (const QString &text : numbers) {
             bool valid = false;
             const int number = text.toInt(&valid);
-            if (!valid || number < 0 || number > 255) {
+            if (!valid || number < 0 || number > 255)
                 throw BenchError("--station takes numbers from 0 to 255, not " + text);
-            }
             const QString name = number ? QString("%1 station %2").arg(port).arg(number) : port;
             const QString label = several ? name + ' ' : QString();
             jobs.push_back({port,
@@ -122,17 +117,14 @@ std::vector<Job> jobsOf(const QCommandLineParser &parser)
                             false});
         }
     }
-    for (const QString &set : parser.values("set")) {
+    for (const QString &set : parser.values("set"))
         setValues(set, &jobs);
-    }
     QStringList problems;
-    for (Job &job : jobs) {
+    for (Job &job : jobs)
         problems += load(parser, &job);
-    }
     problems.removeDuplicates();
-    if (!problems.isEmpty()) {
+    if (!problems.isEmpty())
         throw BenchError(problems.join('\n'));
-    }
     return jobs;
 }
 
@@ -140,16 +132,14 @@ std::vector<Job> jobsOf(const QCommandLineParser &parser)
 bool runAll(std::vector<Job> &jobs, bool unattended)
 {
     QMap<QString, QVector<Job *>> ports;
-    for (Job &job : jobs) {
+    for (Job &job : jobs)
         ports[job.port] << &job;
-    }
     std::atomic<bool> usable{true};
     std::vector<std::unique_ptr<QThread>> threads;
     for (const QVector<Job *> &list : ports) {
         threads.emplace_back(QThread::create([&usable, unattended, list] {
-            if (!work(list, unattended)) {
+            if (!work(list, unattended))
                 usable = false;
-            }
         }));
         threads.back()->start();
     }
@@ -187,21 +177,18 @@ bool report(std::vector<Job> &jobs, const QString &base, const QString &store)
         } catch (const BenchError &error) {
             problem(error.what());
         }
-        if (job.tested) {
+        if (job.tested)
             records[job.folder] = recordOf(job.report);
-        }
         say(QString("%1  %2  %3").arg(job.report.passed() ? "PASSED" : "FAILED", job.name, file),
             !job.report.passed());
     }
     const QString wrong = jobs.size() > 1 ? writePage(reports, base + "/report.html") : QString();
-    if (!wrong.isEmpty()) {
+    if (!wrong.isEmpty())
         problem(wrong);
-    } else if (jobs.size() > 1) {
+    else if (jobs.size() > 1)
         say("All in one page: " + base + "/report.html");
-    }
-    if (!records.isEmpty()) {
+    if (!records.isEmpty())
         storeRuns(records, store, base);
-    }
     return written;
 }
 
@@ -236,19 +223,17 @@ int runStation(const QStringList &args)
     parser.process(args);
     const bool which =
         parser.isSet("level") ? levelByName(parser.value("level")) >= 0 : parser.isSet("plan");
-    if ((!parser.isSet("port") && !parser.isSet("check")) || !which) {
+    if ((!parser.isSet("port") && !parser.isSet("check")) || !which)
         throw BenchError("which port, and which level (ict, t1, bi, t2)? Example: bench station "
                          "--port /dev/ttyUSB0 --level t1");
-    }
     std::vector<Job> jobs = jobsOf(parser);
     if (parser.isSet("check")) {
         say("The plan may run");
         return 0;
     }
     quitOnInterrupt();
-    for (Job &job : jobs) {
+    for (Job &job : jobs)
         job.folder = beginReport(job.report, parser.value("report"));
-    }
     const bool usable = runAll(jobs, parser.isSet("yes"));
     const bool reported = report(jobs, parser.value("report"), storeOf(parser));
     const bool passed = !interrupted() && std::all_of(jobs.begin(), jobs.end(), [](const Job &job) {

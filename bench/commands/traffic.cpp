@@ -20,9 +20,8 @@ Traffic::Traffic(VirtualPanel &panel, FILE *screen, const QString &record)
     , record_(record)
 {
     clock_.start();
-    if (!record.isEmpty() && !record_.open(QIODevice::WriteOnly)) {
+    if (!record.isEmpty() && !record_.open(QIODevice::WriteOnly))
         throw BenchError(QString("cannot write %1: %2").arg(record, record_.errorString()));
-    }
     connect(&panel, &VirtualPanel::powered, this, &Traffic::powered);
     for (int i = 0; i < portCount; ++i) {
         const Port port = Port(i);
@@ -53,9 +52,8 @@ void Traffic::note(const QString &what)
 void Traffic::powered(bool on)
 {
     deaf_ = false;
-    if (!on) {
+    if (!on)
         return note("power off");
-    }
     const QString level = panel_.readFile(VirtualPanel::levelFile).trimmed();
     level_ = qMax(0, levelByName(level)); // whatever else it says is ICT
     note(QString("power on, level ") + levelName(level_));
@@ -72,14 +70,12 @@ void Traffic::powered(bool on)
 void Traffic::add(Port port, bool in, const QByteArray &bytes)
 {
     Line &line = lines_[size_t(port)];
-    if (!line.messages[!in].isEmpty()) {
+    if (!line.messages[!in].isEmpty())
         finish(port); // the other side's turn is over
-    }
     for (char byte : bytes) {
         line.messages[in] += byte;
-        if (byte == '\n') {
+        if (byte == '\n')
             finish(port);
-        }
     }
     line.quiet.start();
 }
@@ -88,9 +84,8 @@ void Traffic::finish(Port port)
 {
     for (const bool in : {true, false}) {
         const QByteArray message = std::exchange(lines_[size_t(port)].messages[in], {});
-        if (!message.isEmpty()) {
+        if (!message.isEmpty())
             write(port, in, message);
-        }
     }
 }
 
@@ -103,16 +98,14 @@ void Traffic::write(Port port, bool in, const QByteArray &bytes)
                 portName(port), in ? "->" : "<-", qPrintable(printable(bytes)), qPrintable(means));
         fflush(screen_);
     }
-    if (link && record_.isOpen() && level_ == recordLevel_) {
+    if (link && record_.isOpen() && level_ == recordLevel_)
         record(in, bytes);
-    }
 }
 
 QString Traffic::meaning(bool in, const QByteArray &bytes)
 {
-    if (!in && code_.isEmpty()) {
+    if (!in && code_.isEmpty())
         return {};
-    }
     if (!in) {
         deaf_ = deaf_ || (code_.size() == 4 && code_[0] == '0' && code_[1] < '6'); // an end check
         const Reply reply = decode(bytes);
@@ -142,15 +135,13 @@ void Traffic::record(bool in, const QByteArray &bytes)
 // Writes the step; the file is a whole plan after each.
 void Traffic::endStep()
 {
-    if (step_.isEmpty()) {
+    if (step_.isEmpty())
         return;
-    }
     const bool answered = step_.contains("bytes");
     step_["repeats"] = 0;
     step_["timeout"] = answered ? 15000 : 500;
-    if (!answered) {
+    if (!answered)
         step_["silence"] = true;
-    }
     record_.seek(record_.size() - qint64(qstrlen(planEnd)));
     record_.write(separator_ + QJsonDocument(step_).toJson(QJsonDocument::Compact) + planEnd);
     record_.flush();

@@ -36,9 +36,8 @@ int find(Store &store, const QString &id)
     if (tests.isEmpty()) {
         tests = historyOf(store, '%' + id + '%');
         QSet<QString> units;
-        for (const QVariantMap &test : tests) {
+        for (const QVariantMap &test : tests)
             units << test["unit"].toString();
-        }
         if (units.size() != 1) {
             list(tests);
             say(units.isEmpty() ? "no unit has " + id + " in its ID"
@@ -53,12 +52,10 @@ int find(Store &store, const QString &id)
                  latest["version"].toString()));
     for (const QVariantMap &test : tests) {
         list({test});
-        for (const QString &finding : findings(store, test)) {
+        for (const QString &finding : findings(store, test))
             say("    " + finding);
-        }
-        if (!test["report"].toString().isEmpty()) {
+        if (!test["report"].toString().isEmpty())
             say("    " + test["report"].toString() + "/report.html");
-        }
     }
     return 0;
 }
@@ -70,9 +67,8 @@ void writeYield(Store &store, const Period &period, const QString &file, const Q
     yield["made"] = QDateTime::currentDateTime().toString("yyyy-MM-dd hh:mm");
     const QByteArray page = pageOf("yield.html", QJsonDocument(yield));
     QFile out(file);
-    if (!out.open(QIODevice::WriteOnly) || out.write(page) != page.size() || !out.flush()) {
+    if (!out.open(QIODevice::WriteOnly) || out.write(page) != page.size() || !out.flush())
         throw BenchError(file + " cannot be written: " + out.errorString());
-    }
     say("Written: " + file);
 }
 
@@ -80,13 +76,11 @@ Period periodOf(const QCommandLineParser &parser)
 {
     Period period;
     for (const auto &[name, day] : {std::pair("since", &period.since), {"until", &period.until}}) {
-        if (!parser.isSet(name)) {
+        if (!parser.isSet(name))
             continue;
-        }
         *day = parser.value(name);
-        if (!QDate::fromString(*day, "yyyy-MM-dd").isValid()) {
+        if (!QDate::fromString(*day, "yyyy-MM-dd").isValid())
             throw BenchError(QString("--%1 takes a day like 2026-11-21, not %2").arg(name, *day));
-        }
     }
     return period;
 }
@@ -121,17 +115,15 @@ int runUnits(const QStringList &args)
         say(QString("%1 runs were new to the store").arg(added));
         return 0;
     }
-    if (!where.startsWith("postgres") && !QFileInfo::exists(where)) {
+    if (!where.startsWith("postgres") && !QFileInfo::exists(where))
         throw BenchError("there is no store " + where + ": choose one by --report or --store");
-    }
     Store store(where);
     if (parser.isSet("yield")) {
         writeYield(store, period, parser.value("yield"), Store::nameOf(where));
     } else if (parser.isSet("csv")) {
         QFile out;
-        if (!out.open(stdout, QIODevice::WriteOnly)) {
+        if (!out.open(stdout, QIODevice::WriteOnly))
             throw BenchError("standard output: " + out.errorString());
-        }
         writeCsv(store, parser.value("csv"), period, named.value(0, "%"), &out);
     } else if (!named.isEmpty()) {
         return find(store, named.first());

@@ -65,9 +65,8 @@ QString replaceFile(const QString &path, const QByteArray &content)
     QSaveFile file(path);
     // commit() alone does not notice that the rest of its buffer found no place.
     if (!file.open(QIODevice::WriteOnly) || file.write(content) != content.size() || !file.flush()
-        || !file.commit()) {
+        || !file.commit())
         return path + ": " + qt_error_string(errno); // Qt does not know them all
-    }
     return {};
 }
 

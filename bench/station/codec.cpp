@@ -57,13 +57,12 @@ Reply decode(const QByteArray &bytes)
     const QByteArray body = frame.captured(1).toLatin1(), check = frame.captured(2).toLatin1();
     const bool lineFeed = !frame.captured(3).isEmpty();
     const bool hex = body == QByteArray::fromHex(body).toHex().toUpper();
-    if (hex && check == hexLrc(body)) {
+    if (hex && check == hexLrc(body))
         reply.kind = lineFeed ? Reply::Frame : Reply::Battery;
-    } else if (lineFeed && body.mid(2, 2) == "07" && check == characterLrc(body)) {
+    else if (lineFeed && body.mid(2, 2) == "07" && check == characterLrc(body))
         reply.kind = Reply::Identity;
-    } else {
+    else
         return reply;
-    }
     reply.station = body.left(2).toInt(nullptr, 16);
     reply.payload = body.mid(2);
     return reply;

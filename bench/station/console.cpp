@@ -22,9 +22,8 @@ void say(const QString &line, bool bad)
 void showStatus(const QString &line)
 {
     const QMutexLocker lock(&mutex);
-    if (!isatty(STDOUT_FILENO) || line == status) {
+    if (!isatty(STDOUT_FILENO) || line == status)
         return;
-    }
     status = line;
     printf("\r\033[K%s", qPrintable(line));
     fflush(stdout);
@@ -32,9 +31,8 @@ void showStatus(const QString &line)
 
 void sayVerdict(bool passed)
 {
-    if (!isatty(STDOUT_FILENO)) {
+    if (!isatty(STDOUT_FILENO))
         return say(passed ? "PASSED" : "FAILED");
-    }
     const QByteArray letters =
         readFile(dataFolder() + "/bench/report/" + (passed ? "pass" : "fail") + ".txt");
     say(QString("\n%1%2\033[0m").arg(passed ? "\033[1;32m" : "\033[1;31m", QString(letters)));

@@ -35,9 +35,8 @@ static QString absolute(const QString &path)
 {
     for (const char *const folder : {"", "/dev/", "/dev/pts/"}) {
         const QFileInfo file(folder + path);
-        if (file.exists() && !file.isDir()) {
+        if (file.exists() && !file.isDir())
             return file.absoluteFilePath();
-        }
     }
     throw BenchError(path
                      + ": no such device (ls /dev/ttyUSB* /dev/ttyS*; is the adapter plugged in?)");
@@ -48,9 +47,8 @@ void Link::open(const QString &path, int level)
     port_.close();
     path_ = absolute(path);
     port_.setPortName(path_);
-    if (!port_.open(QIODevice::ReadWrite)) {
+    if (!port_.open(QIODevice::ReadWrite))
         throw BenchError(QString("%1: %2").arg(path_, remedy(port_)));
-    }
     const bool bus = level == Bi;
     // Evaluated one by one: a pty refuses some of these, and what it takes is to be set all the
     // same.
@@ -61,10 +59,9 @@ void Link::open(const QString &path, int level)
     const bool flow =
         port_.setFlowControl(bus ? QSerialPort::NoFlowControl : QSerialPort::HardwareControl);
     const bool pty = QFileInfo(path_).canonicalFilePath().startsWith("/dev/pts/");
-    if (!pty && !(baud && data && parity && stop && flow)) {
+    if (!pty && !(baud && data && parity && stop && flow))
         fprintf(stderr, "%s: the port refuses 9600 baud %s; replies may be garbled\n",
                 qPrintable(path_), bus ? "7E1" : "8E1 with RTS/CTS");
-    }
     port_.clear();
     port_.clearError();
     owed_ = 0;
@@ -72,9 +69,8 @@ void Link::open(const QString &path, int level)
 
 bool Link::awaitBytes(int ms)
 {
-    if (port_.bytesAvailable() > 0) {
+    if (port_.bytesAvailable() > 0)
         return true;
-    }
     QEventLoop loop;
     QTimer timer;
     timer.setSingleShot(true);
@@ -83,9 +79,8 @@ bool Link::awaitBytes(int ms)
     QObject::connect(&port_, &QSerialPort::readyRead, &loop, &QEventLoop::quit);
     QObject::connect(&port_, &QSerialPort::errorOccurred, &loop, &QEventLoop::quit);
     timer.start(qMax(0, ms));
-    if (loop.exec() == -1) {
+    if (loop.exec() == -1)
         throw BenchError("interrupted"); // the application or the thread was told to quit
-    }
     return port_.bytesAvailable() > 0;
 }
 
@@ -114,17 +109,15 @@ QByteArray Link::awaitAnswer(const Request &request, qint64 *lastByteNs)
             bytes += port_.readAll();
             *lastByteNs = clock.nsecsElapsed();
         }
-        if (!isComplete(bytes, quiet)) {
+        if (!isComplete(bytes, quiet))
             continue;
-        }
         if (owed_ > 0 && bytes == lastAnswer_) { // the late answer to a request already repeated
             --owed_;
             bytes.clear();
             continue;
         }
-        if (isAnswer(bytes, request.framed)) {
+        if (isAnswer(bytes, request.framed))
             break;
-        }
     }
     return bytes;
 }
@@ -133,9 +126,8 @@ Link::Answer Link::exchange(const Request &request)
 {
     Answer answer;
     const int tries = request.silence ? 1 : qMax(1, request.tries);
-    if (owed_ == 0) {
+    if (owed_ == 0)
         port_.readAll(); // nothing is due: what lies there is noise
-    }
     while (answer.tries < tries && port_.error() == QSerialPort::NoError) {
         ++answer.tries;
         QElapsedTimer clock;
@@ -149,14 +141,12 @@ Link::Answer Link::exchange(const Request &request)
         }
         answer.bytes = awaitAnswer(request, &lastByteNs);
         answer.ms = (answer.bytes.isEmpty() ? clock.nsecsElapsed() : before + lastByteNs) / 1e6;
-        if (isAnswer(answer.bytes, request.framed)) {
+        if (isAnswer(answer.bytes, request.framed))
             break;
-        }
     }
     owed_ = answer.tries - 1;
     lastAnswer_ = answer.bytes;
-    if (port_.error() != QSerialPort::NoError) {
+    if (port_.error() != QSerialPort::NoError)
         answer.error = QString("%1: %2").arg(path_, remedy(port_));
-    }
     return answer;
 }

@@ -48,9 +48,8 @@ QStringList PanelFiles::linesOf(const Section &section) const
                   line = lineEnd < 0 ? bytes.size() : lineEnd + 1;
         size = section.recordSize ? section.recordSize : line - at;
         lines << shown(bytes.mid(at, size), section.recordSize);
-        if (section.recordSize && at + size > bytes.size()) {
+        if (section.recordSize && at + size > bytes.size())
             lines.last() += QString(" (%1 bytes only)").arg(bytes.size() - at);
-        }
     }
     return lines;
 }
@@ -83,9 +82,8 @@ static bool fits(const QString &expected, const QString &line, Values *values)
     pattern += QRegularExpression::escape(expected.mid(from));
     const QRegularExpressionMatch match =
         QRegularExpression(QRegularExpression::anchoredPattern(pattern)).match(line);
-    for (int i = 0; match.hasMatch() && i < fresh.size(); ++i) {
+    for (int i = 0; match.hasMatch() && i < fresh.size(); ++i)
         values->insert(fresh[i], match.captured(fresh[i]));
-    }
     return match.hasMatch();
 }
 
@@ -95,18 +93,16 @@ QString PanelFiles::difference(const Section &section, QHash<QString, QStringLis
     QStringList found = linesOf(section);
     const QStringList before = section.isNew ? seen->value(section.path) : QStringList();
     seen->insert(section.path, found);
-    if (found.mid(0, before.size()) != before) {
+    if (found.mid(0, before.size()) != before)
         return section.path + " has changed where it was written before";
-    }
     found = found.mid(before.size());
     for (int i = 0; i < qMax(found.size(), section.lines.size()); ++i) {
         if (i >= found.size() || i >= section.lines.size()
-            || !fits(section.lines[i], found[i], values)) {
+            || !fits(section.lines[i], found[i], values))
             return QString("%1, line %2: %3 instead of %4")
                 .arg(section.path)
                 .arg(before.size() + i + 1)
                 .arg(found.value(i, "nothing"), section.lines.value(i, "nothing"));
-        }
     }
     return {};
 }
@@ -129,13 +125,11 @@ QVector<PanelFiles::Section> PanelFiles::sectionsOf(const QString &text)
 
 QStringList PanelFiles::differences(const QString &file, int patienceMs)
 {
-    if (!QFile::exists(file)) {
+    if (!QFile::exists(file))
         return {file + " is missing"};
-    }
     const QVector<Section> sections = sectionsOf(readFile(file));
-    if (sections.isEmpty()) {
+    if (sections.isEmpty())
         return {file + " names no file of the panel"};
-    }
     QStringList wrong;
     QHash<QString, QStringList> seen;
     Values met;
@@ -143,9 +137,8 @@ QStringList PanelFiles::differences(const QString &file, int patienceMs)
         wrong.clear();
         seen = seen_;
         met = values;
-        for (const Section &section : sections) {
+        for (const Section &section : sections)
             wrong << difference(section, &seen, &met);
-        }
         wrong.removeAll({});
         return wrong.isEmpty();
     };
@@ -166,11 +159,10 @@ static QMap<int, QChar> resultsOf(const QJsonArray &steps)
         for (const QJsonValue &item : items) {
             // A failure of several items may be any one's; a voltage has a limit of its own.
             if (reply.kind == Reply::None || reply.kind == Reply::Battery
-                || (failed && items.size() > 1)) {
+                || (failed && items.size() > 1))
                 results.remove(item.toInt());
-            } else {
+            else
                 results[item.toInt()] = failed ? 'F' : '1';
-            }
         }
     }
     return results;
@@ -186,10 +178,9 @@ QStringList PanelFiles::itemFaults(int level, const QJsonArray &steps, int patie
         const QList<QByteArray> lines = read(flags).split('\n');
         for (auto item = wanted.begin(); item != wanted.end(); ++item) {
             const QString line = shown(lines.value(item.key() - 1), true);
-            if (!line.contains(QString(": %1\\0").arg(item.value()))) {
+            if (!line.contains(QString(": %1\\0").arg(item.value())))
                 faults << QString("item result on the panel: %1 instead of %2")
                               .arg(line, QString(item.value()));
-            }
         }
         return faults.isEmpty();
     };

@@ -32,9 +32,8 @@ static QRegularExpressionMatchIterator placeholders(const QString &text)
 
 void addTo(Values *values, const QJsonObject &more)
 {
-    for (const QString &name : more.keys()) {
+    for (const QString &name : more.keys())
         values->insert(name, more[name].toString());
-    }
 }
 
 QString expand(const QString &text, const Values &values, bool pattern)
@@ -70,13 +69,12 @@ QStringList keyProblems(const QJsonObject &row)
         const QString form = expand(expand(known[key]["form"].toString(), forms), forms);
         const QByteArray value = QJsonDocument(QJsonArray{row[key]}).toJson(QJsonDocument::Compact);
         const QJsonArray range = key == "battery" ? row[key].toArray() : QJsonArray();
-        if (!known.contains(key)) {
+        if (!known.contains(key))
             problems << QString("unknown key \"%1\"; known are %2")
                             .arg(key, QStringList(known.keys()).join(", "));
-        } else if (!QRegularExpression("^\\[(?:" + form + ")\\]$").match(value).hasMatch()
-                   || range[0].toInt() > range[1].toInt()) {
+        else if (!QRegularExpression("^\\[(?:" + form + ")\\]$").match(value).hasMatch()
+                 || range[0].toInt() > range[1].toInt())
             problems << QString("\"%1\" must be %2").arg(key, known[key]["must be"].toString());
-        }
     }
     return problems;
 }
@@ -87,9 +85,8 @@ QStringList valueProblems(const QString &text, const Values &values, Plan *plan)
     for (auto all = placeholders(text); all.hasNext();) {
         const QString name = all.next().captured(1);
         plan->uses << name;
-        if (!values.contains(name)) {
+        if (!values.contains(name))
             problems << QString("nobody says what ${%1} is (--set %1=...)").arg(name);
-        }
     }
     return problems;
 }
@@ -98,15 +95,12 @@ QStringList codeProblems(const Step &step, int level)
 {
     const QString code = step["code"].toString();
     const Command *command = findCommand(code.toLatin1());
-    if (!step["raw"].toString().isEmpty()) {
+    if (!step["raw"].toString().isEmpty())
         return {};
-    }
-    if (!command) {
+    if (!command)
         return {QString("no panel knows the code \"%1\"").arg(code)};
-    }
-    if (!command->allowedAt(level) && !step["silence"].toBool()) {
+    if (!command->allowedAt(level) && !step["silence"].toBool())
         return {QString("the code %1 is not allowed at level %2").arg(code, levelName(level))};
-    }
     return {};
 }
 
@@ -114,20 +108,17 @@ QStringList stepProblems(const Step &step, const Values &values, Plan *plan)
 {
     QStringList problems = codeProblems(step, plan->level);
     for (const char *const when : {"before", "during", "after"}) {
-        for (const QString &action : textsOf(step[when])) {
+        for (const QString &action : textsOf(step[when]))
             problems << actionFault(action);
-        }
     }
     for (const QJsonValue &item : step["items"].toArray()) {
-        if (item.toInt() < 1 || item.toInt() > plan->items.size()) {
+        if (item.toInt() < 1 || item.toInt() > plan->items.size())
             problems
                 << QString("level %1 has no item %2").arg(levelName(plan->level)).arg(item.toInt());
-        }
     }
     const QString text = step["text"].toString();
-    if (!QRegularExpression(expand(text, values, true)).isValid()) {
+    if (!QRegularExpression(expand(text, values, true)).isValid())
         problems << "not a regular expression: " + text;
-    }
     const bool change = step["code"] == "KLV-" && step["raw"].toString().isEmpty();
     problems += valueProblems(text + step["reply"].toString() + step["bytes"].toString()
                                   + step["argument"].toString() + (change ? "${model}" : ""),
@@ -143,16 +134,14 @@ void readSteps(const QJsonArray &rows, const Values &values, Plan *plan)
         const QString name = row["name"].toString();
         plan->steps << stepOf(row, plan->items);
         for (const QString &problem :
-             keyProblems(row) + stepProblems(plan->steps.last(), values, plan)) {
+             keyProblems(row) + stepProblems(plan->steps.last(), values, plan))
             plan->problems << QString("%1, step %2%3: %4")
                                   .arg(plan->file)
                                   .arg(plan->steps.size())
                                   .arg(name.isEmpty() ? name : " \"" + name + '"', problem);
-        }
     }
-    if (plan->steps.isEmpty()) {
+    if (plan->steps.isEmpty())
         plan->problems << plan->file + ": \"steps\" holds none";
-    }
 }
 
 } // namespace
@@ -166,25 +155,20 @@ Step stepOf(const QJsonObject &row, const QStringList &items)
         raw.isEmpty() ? findCommand(row["code"].toString().toLatin1()) : commandOf(raw);
     Step step = row;
     for (const QString &key : known.keys()) {
-        if (!row.contains(key) && known[key].toObject().contains("else")) {
+        if (!row.contains(key) && known[key].toObject().contains("else"))
             step[key] = known[key]["else"];
-        }
     }
-    if (command) {
+    if (command)
         step["code"] = textOf(command->code);
-    }
-    if (command && !row.contains("reply")) {
+    if (command && !row.contains("reply"))
         step["reply"] = textOf(command->pass());
-    }
-    if (step["silence"].toBool()) {
+    if (step["silence"].toBool())
         step["wait"] = step["timeout"]; // all of it is prescribed
-    }
     step["argument"] = step["argument"].toVariant().toString();
     step["items"] = item.isDouble() ? QJsonArray{item} : item.toArray();
     QStringList names;
-    for (const QJsonValue &number : step["items"].toArray()) {
+    for (const QJsonValue &number : step["items"].toArray())
         names << items.value(number.toInt() - 1);
-    }
     step["itemNames"] = QJsonArray::fromStringList(names);
     return step;
 }
@@ -205,14 +189,12 @@ Plan loadPlan(const QString &path, const Values &values)
         readSteps(root["steps"].toArray(), values, &plan);
         QSet<QString> covered;
         for (const Step &step : plan.steps) {
-            for (const QString &name : textsOf(step["itemNames"])) {
+            for (const QString &name : textsOf(step["itemNames"]))
                 covered << name;
-            }
         }
         for (const QString &item : root["partial"].toBool() ? QStringList() : plan.items) {
-            if (!covered.contains(item)) {
+            if (!covered.contains(item))
                 plan.problems << QString("%1: no step covers item \"%2\"").arg(plan.file, item);
-            }
         }
     } catch (const BenchError &error) {
         plan.problems << error.what();

@@ -46,12 +46,10 @@ const Command *findCommand(const QByteArray &code)
 
 const Command *commandOf(const QByteArray &request)
 {
-    if (!request.startsWith(':')) {
+    if (!request.startsWith(':'))
         return request.endsWith("\r\n") && request.contains('-') ? findCommand("KLV-") : nullptr;
-    }
-    if (request.startsWith(":9510")) {
+    if (request.startsWith(":9510"))
         return findCommand("9510");
-    }
     const Command *const clock = findCommand(request.mid(3, 2));
     return clock ? clock : findCommand(request.mid(3, 4));
 }
@@ -62,15 +60,12 @@ QByteArray requestOf(const QByteArray &code, const QString &text, int number, co
 {
     static const QByteArray wireLevels[] = {"04", "01", "02", "03"};
     const QByteArray argument = text.toLatin1();
-    if (code == "8D" || code == "8E") {
+    if (code == "8D" || code == "8E")
         return clockRequest(code, QDateTime::currentDateTime().addSecs(argument.toInt()));
-    }
-    if (code.startsWith("060")) {
+    if (code.startsWith("060"))
         return identityRequest(0, code, argument);
-    }
-    if (code == "9510") {
+    if (code == "9510")
         return ":9510" + argument;
-    }
     if (code == "KLV-") {
         const int level = levelByName(text);
         return model.toLatin1() + '-' + (level < 0 ? "00" : wireLevels[level]) + "\r\n";
@@ -80,30 +75,23 @@ QByteArray requestOf(const QByteArray &code, const QString &text, int number, co
 
 QString meaningOf(const QByteArray &payload, const QByteArray &code)
 {
-    if (payload.isEmpty()) {
+    if (payload.isEmpty())
         return "no answer";
-    }
     const QJsonValue known = data()["answers"][QLatin1String(payload)];
-    if (known.isString()) {
+    if (known.isString())
         return known.toString();
-    }
     const Command *command = findCommand(code);
     const QString what = command ? command->meaning : "unknown request";
-    if ((code == "8800" || code == "8801") && payload.size() == 4) {
+    if ((code == "8800" || code == "8801") && payload.size() == 4)
         return QString("%1: %2.%3 V").arg(what).arg(payload[1]).arg(QString(payload.mid(2)));
-    }
-    if (payload.size() > 4 && payload.startsWith(code) && code.startsWith("07")) {
+    if (payload.size() > 4 && payload.startsWith(code) && code.startsWith("07"))
         return what + " " + payload.mid(4).trimmed();
-    }
-    if (payload.size() != 4 || (command && !command->framed && payload.endsWith('\n'))) {
+    if (payload.size() != 4 || (command && !command->framed && payload.endsWith('\n')))
         return what + " " + textOf(payload.trimmed());
-    }
-    if (command && payload == command->pass()) {
+    if (command && payload == command->pass())
         return what + ": passed";
-    }
-    if (payload.left(2) == code.left(2) && payload[2] > '9') {
+    if (payload.left(2) == code.left(2) && payload[2] > '9')
         return what + ": failed";
-    }
     return what + ": foreign answer " + payload;
 }
 
@@ -125,24 +113,19 @@ bool isFailure(const Reply &reply, const QByteArray &code)
 QString refusal(const QByteArray &request, int level, int station)
 {
     const Command *command = commandOf(request);
-    if (!command) {
+    if (!command)
         return "no panel knows this request";
-    }
-    if (!command->allowedAt(level)) {
+    if (!command->allowedAt(level))
         return QString("not at level %1").arg(levelName(level));
-    }
     // The clock's check digits are not looked at; the colour and the forced change have none.
-    if (command->code.size() != 4 || command->code == "9510" || command->code == "KLV-") {
+    if (command->code.size() != 4 || command->code == "9510" || command->code == "KLV-")
         return {};
-    }
     const QByteArray body = request.mid(1, request.size() - 5);
     const QByteArray wanted = body.mid(2, 2) == "06" ? characterLrc(body) : hexLrc(body);
-    if (!request.endsWith("\r\n")) {
+    if (!request.endsWith("\r\n"))
         return "no line end";
-    }
-    if (request.mid(body.size() + 1, 2) != wanted) {
+    if (request.mid(body.size() + 1, 2) != wanted)
         return "check digits should be " + wanted;
-    }
     const int asked = body.left(2).toInt(nullptr, 16), own = level == Bi ? station : 0;
     return asked == 0 || asked == own || command->code == "8A00"
         ? QString()

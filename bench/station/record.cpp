@@ -42,13 +42,11 @@ static QStringList faultsOf(const QJsonObject &level)
     const QString name = level["level"].toString();
     QStringList list;
     for (const QJsonValue &step : level["steps"].toArray()) {
-        for (const QString &fault : textsOf(step["faults"])) {
+        for (const QString &fault : textsOf(step["faults"]))
             list << QString("%1, %2: %3").arg(name, step["name"].toString(), fault);
-        }
     }
-    for (const QString &fault : textsOf(level["faults"])) {
+    for (const QString &fault : textsOf(level["faults"]))
         list << QString("%1: %2").arg(name, fault);
-    }
     return list;
 }
 
@@ -60,9 +58,8 @@ bool Report::passed() const
 QStringList Report::faults() const
 {
     QStringList list;
-    for (const QJsonObject &level : levels) {
+    for (const QJsonObject &level : levels)
         list += faultsOf(level);
-    }
     return list;
 }
 
@@ -76,10 +73,9 @@ Values Report::unit() const
         for (const QJsonValue &step : level["steps"].toArray()) {
             const Reply reply = decode(unprintable(step["reply"].toString().toLatin1()));
             const bool text = reply.kind == Reply::Text;
-            if (text || reply.kind == Reply::Identity) {
+            if (text || reply.kind == Reply::Identity)
                 answered[askedBy.value(step["code"].toString())] =
                     textOf(reply.payload.mid(text ? 0 : 4)).remove("ToolVer=").trimmed();
-            }
         }
     }
     Values unit;
@@ -87,9 +83,8 @@ Values Report::unit() const
         const bool id = name.endsWith("Id");
         const Values &first = id ? given : answered, &second = id ? answered : given;
         const QString value = first.value(name, second.value(name));
-        if (!value.isEmpty()) {
+        if (!value.isEmpty())
             unit[name] = value;
-        }
     }
     return unit;
 }
@@ -109,13 +104,11 @@ QJsonObject recordOf(const Report &report)
     }
     QVariantHash unit;
     const Values values = report.unit();
-    for (auto value = values.begin(); value != values.end(); ++value) {
+    for (auto value = values.begin(); value != values.end(); ++value)
         unit[value.key()] = value.value();
-    }
     QString verdict = "not ended";
-    if (report.ended.isValid()) {
+    if (report.ended.isValid())
         verdict = report.passed() ? "passed" : "failed";
-    }
     return {{"format", 1},
             {"unit", QJsonObject::fromVariantHash(unit)},
             {"subject", report.subject},

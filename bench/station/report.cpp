@@ -41,9 +41,8 @@ static QByteArray pageOf(const QVector<Report> &reports)
     for (const Report &report : reports) {
         QJsonObject record = recordOf(report), images;
         const Files pngs = screensOf(report);
-        for (auto png = pngs.begin(); png != pngs.end(); ++png) {
+        for (auto png = pngs.begin(); png != pngs.end(); ++png)
             images[png.key()] = QString(png.value().toBase64());
-        }
         record["images"] = images;
         records << record;
     }
@@ -56,23 +55,20 @@ static QByteArray junitOf(const QByteArray &record)
     jq.start("jq", {"--raw-output", "--from-file", dataFolder() + "/bench/report/junit.jq"});
     jq.write(record);
     jq.closeWriteChannel();
-    if (!jq.waitForFinished() || jq.exitCode() != 0) {
+    if (!jq.waitForFinished() || jq.exitCode() != 0)
         throw BenchError("junit.xml: jq: " + jq.errorString() + jq.readAllStandardError());
-    }
     return jq.readAllStandardOutput();
 }
 
 // Empty, or what went wrong.
 static QString write(const Files &files, const QString &folder)
 {
-    if (!QDir().mkpath(folder)) {
+    if (!QDir().mkpath(folder))
         return folder + " cannot be created";
-    }
     for (auto bytes = files.begin(); bytes != files.end(); ++bytes) {
         const QString problem = replaceFile(folder + '/' + bytes.key(), bytes.value());
-        if (!problem.isEmpty()) {
+        if (!problem.isEmpty())
             return problem;
-        }
     }
     return {};
 }
@@ -102,13 +98,11 @@ QString beginReport(const Report &report, const QString &base)
     const QString wanted = unit + '/' + report.begun.toString("yyyyMMdd-HHmmss");
     QString folder = wanted, problem;
     QDir().mkpath(unit);
-    for (int more = 2; !QDir().mkdir(folder) && QFileInfo::exists(folder); ++more) {
+    for (int more = 2; !QDir().mkdir(folder) && QFileInfo::exists(folder); ++more)
         folder = QString("%1-%2").arg(wanted).arg(more);
-    }
     problem = write(report, folder);
-    if (!problem.isEmpty()) {
+    if (!problem.isEmpty())
         throw BenchError(problem + "; choose another folder with --report");
-    }
     return folder;
 }
 
@@ -124,14 +118,12 @@ QString writeReport(const Report &report, const QString &base, const QString &fo
         }
     }
     const QString problem = write(report, place);
-    if (problem.isEmpty()) {
+    if (problem.isEmpty())
         return place;
-    }
     QTemporaryDir last(QDir::tempPath() + "/bench-report-XXXXXX");
     const QString worse = write(report, last.path());
-    if (!worse.isEmpty()) {
+    if (!worse.isEmpty())
         throw BenchError(problem + "; " + worse);
-    }
     last.setAutoRemove(false);
     say(QString("%1; the report is in %2 instead").arg(problem, last.path()), true);
     return last.path();

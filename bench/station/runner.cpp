@@ -23,9 +23,8 @@ void Runner::showProgress(const Plan &plan, int step) const
     for (int i = 0; i < plan.steps.size(); ++i) {
         const qint64 ms = plan.steps[i]["wait"].toInt() + exchangeMs;
         all += ms;
-        if (i <= step) {
+        if (i <= step)
             done += i < step ? ms : qMin(ms, attempt_.elapsed());
-        }
     }
     const int filled = int(width * done / qMax<qint64>(1, all));
     showStatus(QString("  step %1 of %2  %3 [%4%5] %6 s left")
@@ -43,13 +42,11 @@ static double medianOverheadMs(const Plan &plan, const QJsonArray &records)
     QVector<double> overheads;
     for (int i = 0; i < records.size(); ++i) {
         const Step &step = plan.steps[i];
-        if (!step["items"].toArray().isEmpty() && step["during"].toArray().isEmpty()) {
+        if (!step["items"].toArray().isEmpty() && step["during"].toArray().isEmpty())
             overheads << records[i]["ms"].toDouble() - step["wait"].toInt();
-        }
     }
-    if (overheads.isEmpty()) {
+    if (overheads.isEmpty())
         return 0;
-    }
     const auto middle = overheads.begin() + overheads.size() / 2;
     std::nth_element(overheads.begin(), middle, overheads.end());
     return *middle;
@@ -60,9 +57,8 @@ void Runner::runSteps(const Plan &plan, QJsonObject *level)
     QJsonArray records;
     QTimer tick; // fires while the link waits
     QObject::connect(&tick, &QTimer::timeout, [&] { showProgress(plan, records.size()); });
-    if (options_.label.isEmpty()) {
+    if (options_.label.isEmpty())
         tick.start(100);
-    }
     while (records.size() < plan.steps.size() && dead_.isEmpty()) {
         records << runStep(plan.steps[records.size()], plan.level);
         showStatus({});
@@ -117,9 +113,8 @@ QStringList Runner::act(const QJsonValue &actions)
     QStringList faults;
     for (const QString &action : textsOf(actions)) {
         const QString fault = stand_.act(action);
-        if (!fault.isEmpty()) {
+        if (!fault.isEmpty())
             faults << QString("%1: %2").arg(action, fault);
-        }
     }
     return faults;
 }
@@ -143,23 +138,19 @@ QJsonObject Runner::attempt(const Step &step, int level)
     request.tries = 1 + step["repeats"].toInt();
     request.silence = step["silence"].toBool();
     request.framed = expectsFrame(step);
-    if (!step["during"].toArray().isEmpty()) {
+    if (!step["during"].toArray().isEmpty())
         request.during = [&] { faults += act(step["during"]); };
-    }
     const Link::Answer answer = link_.exchange(request);
     const Verdict verdict = judge(step, answer, values_, {level, options_.number, options_.strict});
     faults += verdict.faults;
     heard_ = heard_ || !answer.bytes.isEmpty();
-    if (verdict.unanswered) {
+    if (verdict.unanswered)
         dead_ = whyDead(answer, level);
-    }
     const Command *command = findCommand(step["code"].toString().toLatin1());
-    if (command && command->settleS && verdict.reply.payload == command->pass()) {
+    if (command && command->settleS && verdict.reply.payload == command->pass())
         faults += act(QJsonArray{QString("settle %1").arg(command->settleS)});
-    }
-    if (dead_.isEmpty()) {
+    if (dead_.isEmpty())
         faults += act(step["after"]);
-    }
     return {{"items", step["items"]},
             {"itemNames", step["itemNames"]},
             {"name", step["name"]},
@@ -180,14 +171,12 @@ QJsonObject Runner::attempt(const Step &step, int level)
 // Why there is no use in going on after a step without an answer; empty if there is.
 QString Runner::whyDead(const Link::Answer &answer, int level)
 {
-    if (!answer.error.isEmpty()) {
+    if (!answer.error.isEmpty())
         return answer.error;
-    }
-    if (!heard_) {
+    if (!heard_)
         return "nothing was heard from the panel. Look at the cable and which of the panel's "
                "ports it is in; the panel's power; whether it is at another level, or already "
                "had its end check (it then listens again after a restart)";
-    }
     Link::Request request{shortRequest(0, "8000"), 2000, 2, true, false, {}};
     const bool silent = findCommand("8000")->allowedAt(level)
         ? link_.exchange(request).bytes.isEmpty()
@@ -206,15 +195,12 @@ void Runner::tell(const QJsonObject &record, const QString &place) const
         ? text("request", 28) + "  " + text("reply", 28) + "  " + text("meaning", 44)
         : place + "  " + text("name", 44);
     line += QString(" %1 ms").arg(record["ms"].toDouble(), 7, 'f', 1);
-    if (record["prescribedMs"].toInt() > 0) {
+    if (record["prescribedMs"].toInt() > 0)
         line += QString(" (%1 of them prescribed)").arg(record["prescribedMs"].toInt());
-    }
     say(line, bad);
-    for (const QString &fault : textsOf(record["faults"])) {
+    for (const QString &fault : textsOf(record["faults"]))
         say(QString("%1      ^ %2").arg(options_.label, fault), true);
-    }
     const QString advice = record["advice"].toString();
-    if (!advice.isEmpty()) {
+    if (!advice.isEmpty())
         say(QString("%1        look at: %2").arg(options_.label, advice));
-    }
 }

@@ -39,9 +39,8 @@ QJsonObject rowOf(const QString &action)
 
 void stopIfAsked()
 {
-    if (QThread::currentThread()->isInterruptionRequested()) {
+    if (QThread::currentThread()->isInterruptionRequested())
         throw BenchError("interrupted");
-    }
 }
 
 // The first character of a line that a person types; "n" when there is no one.
@@ -50,13 +49,12 @@ char answer()
     char first = '\0', c = '\0';
     while (c != '\n') {
         pollfd input{STDIN_FILENO, POLLIN, 0};
-        if (poll(&input, 1, 100) == 0) {
+        if (poll(&input, 1, 100) == 0)
             stopIfAsked();
-        } else if (::read(STDIN_FILENO, &c, 1) <= 0) {
+        else if (::read(STDIN_FILENO, &c, 1) <= 0)
             return 'n';
-        } else {
+        else
             first = first ? first : c;
-        }
     }
     return first;
 }
@@ -66,9 +64,8 @@ char answer()
 QString actionFault(const QString &action)
 {
     QStringList known;
-    for (const QJsonValue &row : knownActions()) {
+    for (const QJsonValue &row : knownActions())
         known << row["action"].toString();
-    }
     return rowOf(action).isEmpty()
         ? QString("unknown action \"%1\"; known are: %2").arg(action, known.join(", "))
         : QString();
@@ -91,9 +88,8 @@ void TerminalStand::settle(int seconds)
 
 bool TerminalStand::wantsAgain(const QString &fault)
 {
-    if (unattended_ || !isatty(STDIN_FILENO)) {
+    if (unattended_ || !isatty(STDIN_FILENO))
         return false;
-    }
     const QMutexLocker lock(&mutex);
     showStatus({});
     say(QString(">> %1: %2").arg(port_, fault), true);
@@ -103,27 +99,23 @@ bool TerminalStand::wantsAgain(const QString &fault)
 
 QString TerminalStand::act(const QString &action)
 {
-    if (action.startsWith("fault ")) {
+    if (action.startsWith("fault "))
         return "faults can be set on a virtual panel only";
-    }
     if (action.startsWith("settle ")) {
         settle(action.section(' ', 1).toInt());
         return {};
     }
     const QJsonObject row = rowOf(action);
     const QString prompt = row["ask"].toString();
-    if (prompt.isEmpty()) {
+    if (prompt.isEmpty())
         return actionFault(action);
-    }
     const QMutexLocker lock(&mutex);
     showStatus({});
     say(QString(">> %1: %2  %3")
             .arg(port_, prompt, unattended_ ? "[taken as done]" : "[Enter = yes, n = no]"));
-    if (unattended_) {
+    if (unattended_)
         return {};
-    }
-    for (const QString &line : textsOf(row["picture"])) {
+    for (const QString &line : textsOf(row["picture"]))
         say(line);
-    }
     return toupper(answer()) == 'N' ? "not confirmed: " + prompt : QString();
 }

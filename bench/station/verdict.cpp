@@ -17,9 +17,8 @@ static QString wantedText(const Step &step, const Values &values)
     static const QRegularExpression lineEnd("(\\\\[rn])+$"), syntax("[][\\\\()*+?|^$.]"),
         placeholder("\\$\\{\\w+\\}");
     const QString literal = step["text"].toString().remove(lineEnd);
-    if (step.contains("expected")) {
+    if (step.contains("expected"))
         return expand(step["expected"].toString(), values);
-    }
     return QString(literal).remove(placeholder).contains(syntax) ? QString("another form")
                                                                  : expand(literal, values);
 }
@@ -67,16 +66,13 @@ static QString mismatch(const Step &step, const QByteArray &bytes, const Verdict
             ? QString()
             : QString("%1, expected %2 to %3").arg(verdict.meaning, volts(least), volts(most));
     }
-    if (step["silence"].toBool()) {
+    if (step["silence"].toBool())
         return "answered where no answer is due: " + verdict.meaning;
-    }
     const QByteArray code = step["code"].toString().toLatin1(), due = wanted("reply");
-    if (reply.kind == Reply::Damaged) {
+    if (reply.kind == Reply::Damaged)
         return verdict.meaning;
-    }
-    if (reply.kind != Reply::Text && reply.payload == due) {
+    if (reply.kind != Reply::Text && reply.payload == due)
         return {};
-    }
     const Command *command = findCommand(code);
     const QString is = withCode(verdict.meaning, reply.payload);
     const bool pass = command && due == command->pass();
@@ -96,9 +92,8 @@ static QJsonArray measured(const Step &step, const Reply &reply, int level)
         return {value};
     }
     const QRegularExpressionMatch match = position.match(textOf(reply.payload));
-    if (reply.kind != Reply::Text || !match.hasMatch()) {
+    if (reply.kind != Reply::Text || !match.hasMatch())
         return {};
-    }
     const QByteArray code = step["code"].toString().toLatin1();
     const Command *command = findCommand(code);
     const QString name = command ? command->meaning : step["name"].toString();
@@ -127,39 +122,32 @@ Verdict judge(const Step &step, const Link::Answer &answer, const Values &values
     Verdict verdict;
     const Reply &reply = verdict.reply = decode(answer.bytes);
     QStringList &faults = verdict.faults;
-    if (!answer.error.isEmpty()) {
+    if (!answer.error.isEmpty())
         faults << answer.error;
-    }
     verdict.meaning = reply.kind == Reply::Damaged ? "damaged answer: " + printable(answer.bytes)
                                                    : meaningOf(reply.payload, code);
     const bool silent = reply.kind == Reply::None, due = !step["silence"].toBool();
     verdict.unanswered = !answer.error.isEmpty() || (silent && due);
-    if (silent && !due) {
+    if (silent && !due)
         verdict.meaning = "no answer, as it must be";
-    } else if (silent) {
+    else if (silent)
         faults << QString("no answer (asked %1 times, for %2 s each)")
                       .arg(answer.tries)
                       .arg(step["timeout"].toDouble() / 1000);
-    }
-    if (silent) {
+    if (silent)
         return verdict;
-    }
     verdict.advice = verdict.unanswered ? QString() : adviceOf(reply.payload, code);
     verdict.measured = measured(step, reply, by.level);
     const QString wrong = mismatch(step, answer.bytes, verdict, values);
-    if (!wrong.isEmpty()) {
+    if (!wrong.isEmpty())
         faults << wrong;
-    }
     const int station = by.level == Bi || step["addressed"].toBool() ? by.number : 0;
     if (reply.station >= 0 && reply.kind != Reply::Identity && step["raw"].toString().isEmpty()
-        && reply.station != station) {
+        && reply.station != station)
         faults << QString("answered as station %1 instead of %2").arg(reply.station).arg(station);
-    }
-    if (by.strict && !reply.noise.isEmpty()) {
+    if (by.strict && !reply.noise.isEmpty())
         faults << "bytes before the reply: " + printable(reply.noise);
-    }
-    if (by.strict && answer.tries > 1) {
+    if (by.strict && answer.tries > 1)
         faults << QString("answered only at request %1").arg(answer.tries);
-    }
     return verdict;
 }

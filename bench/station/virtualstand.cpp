@@ -32,9 +32,8 @@ QString VirtualStand::powerOn()
     const Port link = linkPort(files.level());
     panel_.powerOn();
     const int ms = panel_.board() ? emulatedBootMs : bootMs;
-    if (!waitFor([&] { return panel_.isReady(link) || !panel_.isOn(); }, ms)) {
+    if (!waitFor([&] { return panel_.isReady(link) || !panel_.isOn(); }, ms))
         return QString("the panel does not open its PC link within %1 s").arg(ms / 1000);
-    }
     return panel_.isOn() ? QString() : "the agent ended: " + panel_.errorOutput().right(400);
 }
 
@@ -62,9 +61,8 @@ QString VirtualStand::act(const QString &action)
                                                {"touch", &VirtualStand::touch},
                                                {"ask", &VirtualStand::agree}};
     const QString verb = action.section(' ', 0, 0), argument = action.section(' ', 1);
-    if (verbs.contains(verb)) {
+    if (verbs.contains(verb))
         return (this->*verbs[verb])(argument);
-    }
     return fixture_ ? fixture_->act(verb, argument) : "this panel runs without its fixture";
 }
 
@@ -88,18 +86,16 @@ static bool isFilled(const QImage &image, const QRect &part, const QColor &colou
 {
     int all = 0, same = 0;
     for (int y = part.top(); y <= part.bottom(); y += 4) {
-        for (int x = part.left(); x <= part.right(); x += 4, ++all) {
+        for (int x = part.left(); x <= part.right(); x += 4, ++all)
             same += image.pixelColor(x, y).rgb() == colour.rgb();
-        }
     }
     return same > 0.999 * all;
 }
 
 static QColor colourOf(const QString &name)
 {
-    if (name == "green") {
+    if (name == "green")
         return Qt::green; // the toolkit's name means a darker one
-    }
     return QColor::isValidColor(name) ? QColor(name) : QColor('#' + name);
 }
 
@@ -138,9 +134,8 @@ QString VirtualStand::keepScreen(const QString &name)
         return same && !image.isNull();
     };
     panel_.screen().waitFor(still, screenMs);
-    if (last.isNull()) {
+    if (last.isNull())
         return "the panel shows nothing";
-    }
     screens[name] = last;
     return {};
 }
@@ -156,9 +151,8 @@ QString VirtualStand::touch(const QString &how)
         return {};
     }
     const QString fault = how == "check" ? finger_.check() : finger_.calibrate(how != "calibrate3");
-    if (!fault.isEmpty()) {
+    if (!fault.isEmpty())
         screens["touch"] = panel_.screen().grab();
-    }
     return fault;
 }
 
@@ -166,11 +160,10 @@ Values identityOf(const VirtualPanel &panel)
 {
     Values values;
     for (const QByteArray &line : panel.readFile("/usr/local/HMIAPP/identity").split('\n')) {
-        if (line.startsWith("Model=")) {
+        if (line.startsWith("Model="))
             values["model"] = line.mid(6);
-        } else if (line.startsWith("Version=")) {
+        else if (line.startsWith("Version="))
             values["version"] = line.mid(8, 1) + '.' + line.mid(10, 4) + ".120";
-        }
     }
     QProcess cksum;
     cksum.setStandardInputFile(panel.hostPath("/dev/mtd0"));

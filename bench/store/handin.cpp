@@ -43,9 +43,8 @@ static int handIn(const QString &where, const QStringList &files, bool remove)
         for (const QString &file : files.mid(begin, atOnce)) {
             try {
                 const QJsonObject record = readJson(file);
-                if (record["format"].toInt() != 1 || !record["ended"].toString().contains('T')) {
+                if (record["format"].toInt() != 1 || !record["ended"].toString().contains('T'))
                     throw BenchError(file + ": no record of a run that has ended; left out");
-                }
                 records << record;
                 done << file;
             } catch (const BenchError &wrong) {
@@ -53,12 +52,10 @@ static int handIn(const QString &where, const QStringList &files, bool remove)
             }
         }
         added += store.add(records);
-        for (const QString &file : remove ? done : QStringList()) {
+        for (const QString &file : remove ? done : QStringList())
             QFile::remove(file);
-        }
-        if (files.size() > atOnce) {
+        if (files.size() > atOnce)
             say(QString("%1 of %2").arg(qMin(begin + atOnce, files.size())).arg(files.size()));
-        }
     }
     return added;
 }
@@ -67,9 +64,8 @@ static QStringList jsonFiles(const QString &folder)
 {
     QStringList files;
     QDirIterator all(folder, {"*.json"}, QDir::Files, QDirIterator::Subdirectories);
-    while (all.hasNext()) {
+    while (all.hasNext())
         files << all.next();
-    }
     return files;
 }
 
@@ -81,9 +77,8 @@ int handInWaiting(const QString &where, const QString &base)
 int handIn(const QString &where, const QStringList &paths)
 {
     QStringList files;
-    for (const QString &path : paths) {
+    for (const QString &path : paths)
         files += QFileInfo(path).isDir() ? jsonFiles(path) : QStringList(path);
-    }
     return handIn(where, files, false);
 }
 
@@ -97,14 +92,13 @@ void storeRuns(const QMap<QString, QJsonObject> &records, const QString &where, 
         record["folder"] = QFileInfo(report).absoluteFilePath();
         const QString problem = replaceFile(folder + '/' + Store::keyOf(record) + ".json",
                                             QJsonDocument(record).toJson());
-        if (problem.isEmpty()) {
+        if (problem.isEmpty())
             kept = true;
-        } else {
+        else
             say(QString("%1; this run is not in the store. Hand it in later: bench units "
                         "--hand-in %2/report.json")
                     .arg(problem, report),
                 true);
-        }
     }
     try {
         handInWaiting(where, base);

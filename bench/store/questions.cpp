@@ -22,9 +22,8 @@ QVector<QVariantMap> historyOf(Store &store, const QString &id)
 QStringList findings(Store &store, const QVariantMap &test)
 {
     QStringList lines = test["faults"].toString().split('\n', Qt::SkipEmptyParts);
-    for (const QVariantMap &step : store.rows("failed", test)) {
+    for (const QVariantMap &step : store.rows("failed", test))
         lines << step["name"].toString() + ": " + step["faults"].toString().replace('\n', "; ");
-    }
     for (const QVariantMap &value : store.rows("measured", test)) {
         const auto text = [&](const char *key) { return value[key].toString(); };
         const QString limits = QString(" (%1 to %2)").arg(text("lower_limit"), text("upper_limit"));
@@ -38,18 +37,16 @@ static QByteArray csvCell(const QVariant &value)
 {
     static const QRegularExpression special("[\",\r\n]"), formula("^[-=+@\t\r]");
     QString text = value.toString();
-    if (value.type() == QVariant::String && text.contains(formula)) {
+    if (value.type() == QVariant::String && text.contains(formula))
         text.prepend('\''); // what a panel sent is no formula of anyone's spreadsheet
-    }
     return text.contains(special) ? '"' + text.replace('"', "\"\"").toUtf8() + '"' : text.toUtf8();
 }
 
 void writeCsv(Store &store, const QString &table, const Period &period, const QString &id,
               QIODevice *out)
 {
-    if (!QStringList{"tests", "steps", "values"}.contains(table)) {
+    if (!QStringList{"tests", "steps", "values"}.contains(table))
         throw BenchError("--csv takes tests, steps or values, not " + table);
-    }
     store.ask("csv_" + table,
               {{"since", period.since}, {"until", period.until}, {"id", id.toLower()}},
               [out](const QVariantList &row) {

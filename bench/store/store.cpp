@@ -25,9 +25,8 @@ static QString sql(const QString &name)
     static const Values texts = [] {
         Values texts;
         const QString all = readFile(dataFolder() + "/bench/store/store.sql");
-        for (const QString &text : all.split("\n-- @").mid(1)) {
+        for (const QString &text : all.split("\n-- @").mid(1))
             texts[text.section('\n', 0, 0)] = text.section('\n', 1).trimmed();
-        }
         return texts;
     }();
     return expand(expand(texts[name], texts), texts);
@@ -52,9 +51,8 @@ static QSqlDatabase connectionOf(const QString &where)
     server.setUserName(url.userName(QUrl::FullyDecoded));
     server.setPassword(url.password(QUrl::FullyDecoded));
     QStringList options{"connect_timeout=5", "tcp_user_timeout=10000"}; // s, ms: a line waits
-    for (const auto &[name, value] : QUrlQuery(url).queryItems(QUrl::FullyDecoded)) {
+    for (const auto &[name, value] : QUrlQuery(url).queryItems(QUrl::FullyDecoded))
         options << name + '=' + value;
-    }
     server.setConnectOptions(options.join(';'));
     return server;
 }
@@ -79,15 +77,13 @@ Store::Store(const QString &where)
         const char *const remedy = database_.isValid() ? "" : "; install libqt5sql5-psql";
         throw BenchError(QString("the store %1 cannot be opened: %2%3").arg(name_, text, remedy));
     }
-    if (database_.tables().contains("runs")) {
+    if (database_.tables().contains("runs"))
         return;
-    }
     QSqlQuery query(database_);
     database_.transaction();
     for (const QString &statement : sql("schema").split(';')) {
-        if (!query.exec(statement)) {
+        if (!query.exec(statement))
             throw BenchError(fault(query.lastError()));
-        }
     }
     database_.commit();
 }
@@ -122,18 +118,16 @@ QSqlQuery &Store::run(const QString &name, const QVariantMap &parameters)
     if (!prepared_.contains(name)) {
         prepared_.insert(name, QSqlQuery(database_));
         prepared_[name].setForwardOnly(true);
-        if (!prepared_[name].prepare(text)) {
+        if (!prepared_[name].prepare(text))
             throw BenchError(fault(prepared_.take(name).lastError()));
-        }
     }
     QSqlQuery &query = prepared_[name];
     for (auto all = parameter.globalMatch(text); all.hasNext();) {
         const QString key = all.next().captured(1);
         query.bindValue(':' + key, stored(parameters.value(key)));
     }
-    if (!query.exec()) {
+    if (!query.exec())
         throw BenchError(fault(query.lastError()));
-    }
     return query;
 }
 
@@ -143,14 +137,12 @@ void Store::ask(const QString &question, const QVariantMap &parameters,
     QSqlQuery &query = run(question, parameters);
     const QSqlRecord record = query.record();
     QVariantList row;
-    for (int i = 0; i < record.count(); ++i) {
+    for (int i = 0; i < record.count(); ++i)
         row << record.fieldName(i);
-    }
     take(row);
     while (query.next()) {
-        for (int i = 0; i < record.count(); ++i) {
+        for (int i = 0; i < record.count(); ++i)
             row[i] = query.isNull(i) ? QVariant() : query.value(i);
-        }
         take(row);
     }
     query.finish();
@@ -166,9 +158,8 @@ QVector<QVariantMap> Store::rows(const QString &question, const QVariantMap &par
             return;
         }
         rows << QVariantMap();
-        for (int i = 0; i < row.size(); ++i) {
+        for (int i = 0; i < row.size(); ++i)
             rows.last()[titles[i].toString()] = row[i];
-        }
     });
     return rows;
 }
@@ -186,9 +177,8 @@ int Store::add(const QVector<QJsonObject> &records)
     try {
         const auto added = std::count_if(records.begin(), records.end(),
                                          [this](const QJsonObject &record) { return add(record); });
-        if (!database_.commit()) {
+        if (!database_.commit())
             throw BenchError(fault(database_.lastError()));
-        }
         return int(added);
     } catch (const BenchError &) {
         database_.rollback();
@@ -217,13 +207,11 @@ bool Store::add(const QJsonObject &record)
     run["began"] = began.toUTC().toString(Qt::ISODate);
     run["day"] = clock.left(10);
     run["seconds"] = began.secsTo(ended);
-    if (this->run("add run", run).numRowsAffected() == 0) {
+    if (this->run("add run", run).numRowsAffected() == 0)
         return false;
-    }
     int number = 0;
-    for (const QJsonValue &level : record["levels"].toArray()) {
+    for (const QJsonValue &level : record["levels"].toArray())
         addLevel(level.toObject().toVariantMap(), key, ++number);
-    }
     return true;
 }
 

@@ -11,18 +11,16 @@
 
 static void require(bool good)
 {
-    if (!good) {
+    if (!good)
         abort();
-    }
 }
 
 static void checkIdentity(const QByteArray &text)
 {
     for (const StationMatch match : {StationMatch::AsNumber, StationMatch::AsText}) {
         QByteArray id;
-        if (!takeId(text, "05", match, &id)) {
+        if (!takeId(text, "05", match, &id))
             continue;
-        }
         require(text.contains(id));
         factoryOfMarker(factoryMarker(id));
         require(stationOfIdFrame(text).size() >= 2);
@@ -41,25 +39,22 @@ extern "C" int LLVMFuzzerTestOneInput(const quint8 *data, size_t size)
         if (checkFrame(text.constData(), code, station)) {
             for (quint32 level = 0; level < 4; ++level) {
                 for (const CommandTable &table : commandTables(level)) {
-                    for (const Command &command : table) {
+                    for (const Command &command : table)
                         require(strlen(command.code) == CodeSize);
-                    }
                 }
             }
             require(strlen(code) <= CodeSize);
         }
     }
-    for (quint32 level = 0; level < 4; ++level) {
+    for (quint32 level = 0; level < 4; ++level)
         findLongRequest(level, text.constData());
-    }
     checkIdentity(text);
     ClockFields rtc, asked;
     if (size >= 23) {
         asked = fieldsOfRequest(text.constData());
         dateArgument(text.constData());
-        if (fieldsOfRtcLine(text.mid(19), &rtc)) {
+        if (fieldsOfRtcLine(text.mid(19), &rtc))
             require(clocksAgree(rtc, asked) == clocksAgree(asked, rtc));
-        }
     }
     require(buildFrame("00", text).size() < 40);
     return 0;

@@ -23,13 +23,11 @@ int pauses; // that the agent made since the last byte
 // A request's check digits as its sender would have written them.
 void putRight(QByteArray &bytes)
 {
-    if (bytes.size() >= ShortFrameSize && bytes[0] == ':') {
+    if (bytes.size() >= ShortFrameSize && bytes[0] == ':')
         bytes.replace(7, 2, hexByte(lrcOfHexPairs(bytes.constData() + 1, 6)));
-    }
     const int end = bytes.indexOf("\r\n");
-    if (bytes.startsWith(":0006") && end >= ShortFrameSize) {
+    if (bytes.startsWith(":0006") && end >= ShortFrameSize)
         bytes.replace(end - 2, 2, hexByte(lrcOfCharacters(bytes.constData() + 1, end - 3)));
-    }
 }
 
 // The passes of a calibration need a user and an event loop.
@@ -44,9 +42,8 @@ bool isCalibration(const QByteArray &bytes)
 // stopped in the middle of an identity is waited for without end.
 extern "C" int clock_nanosleep(clockid_t, int, const timespec *, timespec *)
 {
-    if (++pauses % 64 == 0) {
+    if (++pauses % 64 == 0)
         send(line[1], "\n", 1, MSG_DONTWAIT | MSG_NOSIGNAL);
-    }
     return 0;
 }
 extern "C" int nanosleep(const timespec *, timespec *)
@@ -70,19 +67,16 @@ extern "C" int LLVMFuzzerTestOneInput(const quint8 *data, size_t size)
 {
     QByteArray bytes(reinterpret_cast<const char *>(data), int(size));
     const int files = bytes.indexOf('\xff');
-    if (files < 1 || isCalibration(bytes)) {
+    if (files < 1 || isCalibration(bytes))
         return 0;
-    }
     const auto level = TestLevel(data[0] & 3);
     putFile("/usr/local/ict/T1_TP_Value.txt", bytes.mid(1, files - 1));
     putFile("/usr/local/ict/T2_TP_Value.txt", bytes.mid(1, files - 1));
     bytes.remove(0, files + 1);
-    if (data[0] & 4) {
+    if (data[0] & 4)
         putRight(bytes);
-    }
-    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, line)) {
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, line))
         abort();
-    }
     selectLevel(level);
     g_uiHMI_TEST_LEVEL = level;
     g_bTestAllow = true;
@@ -90,9 +84,8 @@ extern "C" int LLVMFuzzerTestOneInput(const quint8 *data, size_t size)
     Com2OpenRS4xx_R_fd2 = Com2OpenRS4xx_W_fd2 = level == LevelBI ? line[0] : 0;
     Com1OpenRS4xx_R_fd2 = Com1OpenRS4xx_W_fd2 = 0;
     send(line[1], bytes.constData(), size_t(bytes.size()), MSG_DONTWAIT);
-    for (int ticks = 0; ticks < 6; ++ticks) {
+    for (int ticks = 0; ticks < 6; ++ticks)
         QMetaObject::invokeMethod(window, "ICTTestLoop", Qt::DirectConnection);
-    }
     QCoreApplication::processEvents();
     close(line[0]);
     close(line[1]);

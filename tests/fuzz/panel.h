@@ -44,9 +44,8 @@ int numberFrom(const QString &, int)
 QByteArray awaitOutput(QProcess &, int, bool (*isEnough)(const QByteArray &))
 {
     int arrived = 0;
-    while (isEnough && arrived < identity.size() && !isEnough(identity.left(arrived))) {
+    while (isEnough && arrived < identity.size() && !isEnough(identity.left(arrived)))
         arrived += 64;
-    }
     return identity.left(OutputLimit);
 }
 
@@ -55,9 +54,8 @@ inline void putFile(const char *path, const QByteArray &bytes)
 {
     QFile::remove(path);
     QFile file(path);
-    if (!bytes.isNull() && file.open(QIODevice::WriteOnly)) {
+    if (!bytes.isNull() && file.open(QIODevice::WriteOnly))
         file.write(bytes);
-    }
 }
 
 // Fuzzing must not touch a machine: without the sandbox's mark nothing runs.

@@ -7,9 +7,8 @@ extern "C" __attribute__((weak)) int LLVMFuzzerInitialize(int *count, char ***ar
 
 int main(int count, char **arguments)
 {
-    if (LLVMFuzzerInitialize) {
+    if (LLVMFuzzerInitialize)
         LLVMFuzzerInitialize(&count, &arguments);
-    }
     for (int i = 1; i < count; ++i) {
         QFile file(arguments[i]);
         if (!file.open(QIODevice::ReadOnly)) {

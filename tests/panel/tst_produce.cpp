@@ -57,9 +57,8 @@ void TestProduce::verdict()
         QCOMPARE(failed, failing);
         QCOMPARE(bench.exitCode(), failing.isEmpty() ? 0 : 1);
         QCOMPARE(report["levels"].toArray().size(), levels);
-        for (const QString &level : QStringList{"ict", "t1", "bi", "t2"}.mid(0, levels)) {
+        for (const QString &level : QStringList{"ict", "t1", "bi", "t2"}.mid(0, levels))
             QCOMPARE(QImage(place + QString("/%1-%1.png").arg(level)).size(), QSize(800, 480));
-        }
     }
 }
 

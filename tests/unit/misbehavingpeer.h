@@ -54,23 +54,20 @@ private:
         while (!stop_ && master_ >= 0) {
             pollfd fd{master_, POLLIN, 0};
             char bytes[256];
-            if (poll(&fd, 1, 20) < 1) {
+            if (poll(&fd, 1, 20) < 1)
                 continue;
-            }
             const ssize_t n = read(master_, bytes, sizeof bytes);
             received.append(bytes, int(qMax<ssize_t>(n, 0)));
             for (int end; (end = received.indexOf('\n')) >= 0; received.remove(0, end + 1)) {
-                for (const Piece &piece : answer_(requests++, received.left(end + 1))) {
+                for (const Piece &piece : answer_(requests++, received.left(end + 1)))
                     send(piece);
-                }
             }
         }
     }
     void send(const Piece &piece)
     {
-        if (piece.delayMs >= 0) {
+        if (piece.delayMs >= 0)
             std::this_thread::sleep_for(std::chrono::milliseconds(piece.delayMs));
-        }
         if (piece.delayMs < 0 || write(master_, piece.bytes, size_t(piece.bytes.size())) < 0) {
             close(master_);
             master_ = -1;

@@ -79,17 +79,14 @@ void TestStationFiles::judges()
         put(folder, "logs/Resume.txt", all["Resume.txt"].left(7));
         put(folder, "logs/Factory.txt", all["Factory.txt"].left(100));
         QCOMPARE(files.differences(folder.filePath("before"), 0), QStringList());
-        if (row.byte >= 0) {
+        if (row.byte >= 0)
             all[row.file][row.byte] = all[row.file][row.byte] ^ 1;
-        } else if (row.byte == -3) {
+        else if (row.byte == -3)
             all[row.file] += 'x';
-        }
-        for (auto it = all.begin(); it != all.end(); ++it) {
+        for (auto it = all.begin(); it != all.end(); ++it)
             put(folder, "logs/" + it.key(), it.value());
-        }
-        if (row.byte == -2) {
+        if (row.byte == -2)
             QVERIFY(QFile::remove(folder.filePath("logs/" + row.file)));
-        }
         const QString faults = files.differences(folder.filePath("state"), 0).join('\n');
         const QString wanted = row.file == "Another.txt" ? "/logs/*" : row.file;
         QVERIFY2(row.byte == -1 ? faults.isEmpty() : faults.contains(wanted),

@@ -54,9 +54,8 @@ void TestStationPeers::verdictAndReason()
     const QString file = folder.filePath("plan.json");
     const auto writePlan = [&](const QByteArray &text) {
         QFile out(file);
-        if (out.open(QIODevice::WriteOnly)) {
+        if (out.open(QIODevice::WriteOnly))
             out.write(text);
-        }
     };
     const struct {
         const char *name;
@@ -104,9 +103,8 @@ void TestStationPeers::verdictAndReason()
         {"garbage without end",
          [](int, const QByteArray &) {
              Pieces pieces;
-             for (int i = 0; i < 200; ++i) {
+             for (int i = 0; i < 200; ++i)
                  pieces << MisbehavingPeer::Piece{5, QByteArray(200, char(i))};
-             }
              return pieces;
          },
          1,
