@@ -314,6 +314,10 @@ int runSoak(const QStringList &args)
         panels << number(text, "--panels", 128);
     if (parser.isSet("kills") + parser.isSet("exchanges") + (panels.size() > 1) != 1)
         throw BenchError("either --kills, or --exchanges, or --panels with several numbers");
+    for (const auto &[option, owner] : {std::pair("seed", "kills"), {"level", "exchanges"}}) {
+        if (parser.isSet(option) && !parser.isSet(owner))
+            throw BenchError(QString("--%1 goes with --%2 only").arg(option, owner));
+    }
     if (parser.isSet("kills")) {
         const int kills = number(parser.value("kills"), "--kills", 1000000);
         return runEffects(
