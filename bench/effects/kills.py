@@ -1,4 +1,4 @@
-"""bench soak --kills: panels in production, killed at random and at aimed moments, booted, judged."""
+"""bench soak --kills: panels in production, killed at random and aimed moments, booted, judged."""
 import argparse
 import collections
 import concurrent.futures
@@ -15,8 +15,8 @@ import time
 from effects import ITEMS, LEVEL_FILE, Failure, Panel, run
 from powercut import ICT, POINTERCAL, Cut, boot_level, passed_items, revived, state_of, verdict
 
-# From what to the kill, at most, in seconds: power-on, the open link, a request beside its own wait,
-# its answer, the first touch of a calibration.
+# From what to the kill, at most, in seconds: power-on, the open link, a request beside its own
+# wait, its answer, the first touch of a calibration.
 BOOT, WORK, ASK, AFTER, TOUCH = 3, 8, 0.25, 0.06, 9
 LONG_PASS = 60  # kills; a forced change may take a panel past what its next level needs
 NEXT = {"0400": "T1", "0100": "BI", "0200": "T2", "0300": "HMI", "0101": "HMI"}
