@@ -16,6 +16,7 @@
 #include "system/screensize.h"
 #include "ui_mainwindow.h"
 
+#include <QFileInfo>
 #include <QProcess>
 #include <QTimer>
 #include <cerrno>
@@ -127,6 +128,8 @@ static QByteArray newFlagFile()
 
 // A cut of power or a full medium can leave records out, or without their text. Their items would
 // pass and never be recorded, on this and all later boots: they are written anew, as not passed.
+// But what a failing medium just does not give is still there: it counts as not passed this time
+// only.
 static QByteArray completed(const QByteArray &found, const QByteArray &fresh)
 {
     QByteArray records;
@@ -134,7 +137,8 @@ static QByteArray completed(const QByteArray &found, const QByteArray &fresh)
         const bool whole = found.size() >= start + FlagRecordSize && found[start] != '\0';
         records += (whole ? found : fresh).mid(start, FlagRecordSize);
     }
-    if (records != found) {
+    const qint64 there = qMin<qint64>(QFileInfo(g_HMI_TEST_File).size(), fresh.size());
+    if (records != found && found.size() == there) {
         File file(g_HMI_TEST_File, O_RDWR);
         file.write(records.constData(), records.size());
         sync();

@@ -13,6 +13,7 @@ private slots:
     void arguments();
     void ramdisk();
     void eachItemCounts();
+    void unreadableResults();
 };
 
 namespace {
@@ -96,6 +97,21 @@ void TstBoot::eachItemCounts()
         const QByteArray said = at.panel.output(); // at BI of the bus first
         QCOMPARE(said.mid(said.indexOf(':')), row.failed.repeated(row.items - 1) + row.passed);
     }
+}
+
+// Results that the medium does not give at one boot are there at the next.
+void TstBoot::unreadableResults()
+{
+    const QString flags = AgentPanel::ict("HMI_T2_TEST_Flag.txt");
+    PanelOptions options;
+    options.wrapper = QStringList{
+        "strace", "-D", "-f", "-o", "/dev/null", "-P", flags, "-e", "inject=read:error=EIO:when=1"};
+    AgentPanel at(options);
+    const QByteArray passed = QByteArray("Any Test: 1").leftJustified(62, '\0') + "\r\n";
+    at.panel.writeFile(flags, passed.repeated(17));
+    QVERIFY(at.boot("T2"));
+    QCOMPARE(at.results("T2"), QByteArray(17, '1'));
+    QCOMPARE(at.ask(requestFrame("0300")), requestFrame("03F0"));
 }
 
 int main(int argc, char *argv[])
