@@ -26,7 +26,7 @@ public:
         , timer_(this)
     {
         timer_.setSingleShot(true);
-        connect(&timer_, &QTimer::timeout, this, [this] { over(!bytes_.isEmpty()); });
+        connect(&timer_, &QTimer::timeout, this, &Talker::silent);
         connect(link_, &PtyPort::intoPanel, this,
                 [this](const QByteArray &, qint64 ns) { sent_ = ns; });
         connect(link_, &PtyPort::fromPanel, this, &Talker::heard);
@@ -66,7 +66,8 @@ private:
         if (left > 0) {
             bytes_.clear();
             timer_.start(answerMs);
-            link_->send(requests_[turn_++ % requests_.size()]);
+            asked_ = requests_[turn_++ % requests_.size()];
+            link_->send(asked_);
         }
     }
     void heard(const QByteArray &bytes, qint64 ns)
@@ -74,7 +75,29 @@ private:
         if (bytes_.isEmpty() && left > 0)
             latencies_ << double(ns - sent_) / 1e6;
         bytes_ += bytes;
-        isComplete(bytes_, false) ? over(true) : timer_.start(quietMs);
+        if (isComplete(bytes_, false))
+            over(isAnswer());
+        else
+            timer_.start(quietMs);
+    }
+    // An answer that has begun may still end.
+    void silent()
+    {
+        if (bytes_.isEmpty() || isComplete(bytes_, true) || timer_.interval() == answerMs)
+            over(isAnswer());
+        else
+            timer_.start(answerMs);
+    }
+    // Whole and to what was asked last, passed or failed: a frame begins as its request did, but
+    // for the battery's.
+    bool isAnswer() const
+    {
+        const Reply reply = decode(bytes_);
+        const QByteArray code = asked_.right(8).left(4); // of a short request
+        const bool same = reply.payload.left(1) == code.left(1) || code.startsWith("88");
+        return reply.kind == Reply::Frame || reply.kind == Reply::Identity
+            ? same
+            : reply.kind != Reply::None && reply.kind != Reply::Damaged;
     }
     void over(bool answered)
     {
@@ -89,7 +112,7 @@ private:
     PtyPort *link_;
     const QVector<QByteArray> requests_;
     QTimer timer_;
-    QByteArray bytes_;
+    QByteArray asked_, bytes_;
     QVector<double> latencies_;
     qint64 sent_ = 0;
     int turn_ = 0;
