@@ -59,9 +59,10 @@ set(CPACK_DEBIAN_BENCH_PACKAGE_SECTION misc)
 # platforms linuxfb and vnc.
 set(qtLibraries "libc6 (>= 2.34), libgcc-s1, libqt5core5a (>= 5.15), libqt5gui5 (>= 5.15), \
 libqt5widgets5 (>= 5.15), libstdc++6 (>= 12)")
-# hwclock and ifconfig, which the boot calls, and the time zone that is set with the clock.
+# busybox for its hwclock, whose form the agent reads (docs/porting.md, "Programs and scripts"),
+# ifconfig, which the boot calls, and the time zone that is set with the clock.
 set(CPACK_DEBIAN_AGENT_PACKAGE_DEPENDS "${qtLibraries}, \
-util-linux-extra | util-linux (<< 2.38.1-2~), net-tools, tzdata")
+busybox | busybox-static, net-tools, tzdata")
 # modprobe and fw_setenv; without fonts no text is drawn at all.
 set(CPACK_DEBIAN_AGENT_PACKAGE_RECOMMENDS
     "kmod, libubootenv-tool | u-boot-tools, fonts-ubuntu | fonts-dejavu-core, iputils-ping")

@@ -1,6 +1,6 @@
 #!/bin/sh
 # Checks on a board what the test agent expects of it, and prints a table. Reads and looks only:
-# nothing is opened for writing, set or started.
+# nothing is opened for writing or set, and of programs only hwclock is asked what it prints.
 # Exit status: 0 all that production needs is there, 1 something is missing, 2 wrong usage.
 # A row: need|kind|name|what happens without it. Needs: must (a test of production fails or waits),
 # may (the environmental tests, a medium, or comfort).
@@ -36,10 +36,11 @@ must|number|/sys/bus/iio/devices/iio:device0/in_voltage5_raw|3.3 V rail: the tes
 must|number|/sys/bus/iio/devices/iio:device0/in_voltage6_raw|battery: the test waits for ever
 must|pointer|/etc/pointercal|no backup of the touch calibration
 must|file|/usr/share/zoneinfo/Asia/Taipei|the time zone stays when the station sets the clock
+must|zone|/etc/localtime|that zone is overwritten when the station sets the clock
 must|net|eth0|no network address
 must|tool|sh|nothing works
 must|tool|date|clock tests: 8CF0, 8DF0, 8EF0
-must|tool|hwclock|clock tests: 8CF0, 8DF0, 8EF0
+must|clock|hwclock|clock tests: 8CF0, 8DF0, 8EF0
 must|tool|sync|results may be lost at power-off
 must|tool|cp|no log export, no time zone
 must|tool|cat|no resume log, touches read as 0
@@ -140,8 +141,19 @@ is_pointer() {
     [ $# = 7 ] || echo "$# numbers, not 7"
 }
 is_file() { [ -r "$1" ] || echo missing; }
+# The agent's `cp` would write through a link.
+is_zone() { [ ! -L "$1" ] || echo "a link to $(readlink "$1"): put a copy in its place"; }
 is_net() { [ -e "/sys/class/net/$1" ] || echo missing; }
 is_tool() { command -v "$1" >/dev/null || echo missing; }
+# The columns of "Fri Nov 21 14:15:30 2025" are what the agent reads.
+is_clock() {
+    command -v "$1" >/dev/null || { echo missing; return; }
+    line=$("$1" -r -u)
+    case $line in
+    ???" "???" "??" "??:??:??" "[0-9][0-9][0-9][0-9]*) ;;
+    *) echo "prints \"$line\": put busybox's first, ln -s /bin/busybox /usr/local/bin/hwclock" ;;
+    esac
+}
 # The attribute is a setting of the script.
 is_role() {
     script=$(command -v "$1") || { echo missing; return; }
