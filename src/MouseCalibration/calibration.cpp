@@ -21,6 +21,7 @@ Calibration::Calibration(QWidget *parent)
     setGeometry(QRect(QPoint(), screen));
     setFocusPolicy(Qt::StrongFocus);
     setModal(true);
+    setAttribute(Qt::WA_QuitOnClose, false); // without a screen it would be the last window
     m_width = screen.width();
     m_height = screen.height();
     m_calibrationTargets = calibrationTargets(screen);

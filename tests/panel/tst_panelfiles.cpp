@@ -91,7 +91,10 @@ void TstPanelFiles::brokenDisks()
 void TstPanelFiles::noScreen()
 {
     AgentPanel board;
+    board.panel.setLevel("T1");
     QVERIFY(board.powerCycle(Port::ttyO1, {"-platform", "linuxfb"}));
+    board.sendAndSettle(requestFrame("9000"));
+    board.sendAndSettle(requestFrame("9000")); // closes the dialog of the first
     QCOMPARE(board.ask(present), presentReply);
     QVERIFY(board.panel.isOn());
     board.panel.powerCycle({"-platform", "linuxfb", "HMIAppCalibation"});
