@@ -187,8 +187,15 @@ static void makeBands()
 // The ICT item that reports on the backup root file system collects the result later.
 static void startRootfsCheck()
 {
-    if (!Process_Chk_BB)
+    if (!Process_Chk_BB) {
         Process_Chk_BB = new QProcess;
+        // Its first character is the verdict. The rest is not kept, however much a script says.
+        QObject::connect(Process_Chk_BB, &QProcess::readyReadStandardOutput, [] {
+            const QByteArray said = Process_Chk_BB->readAllStandardOutput();
+            if (!said.isEmpty())
+                Process_Chk_BB->ungetChar(said[0]);
+        });
+    }
     startProcess(*Process_Chk_BB, QStringLiteral("/usr/local/bin/check_bk_rootfs.sh"));
     Chk_BB_result = -1;
 }

@@ -1,5 +1,6 @@
 #include "mainwindow.h"
 #include "panel/agentpanel.h"
+#include "panel/files.h"
 #include "state/itemrecord.h"
 #include "state/teststate.h"
 
@@ -14,6 +15,7 @@ private slots:
     void ramdisk();
     void eachItemCounts();
     void unreadableResults();
+    void talkativeScript();
 };
 
 namespace {
@@ -112,6 +114,20 @@ void TstBoot::unreadableResults()
     QVERIFY(at.boot("T2"));
     QCOMPARE(at.results("T2"), QByteArray(17, '1'));
     QCOMPARE(at.ask(requestFrame("0300")), requestFrame("03F0"));
+}
+
+// A check beside the boot that prints 200 MB behind its verdict, before anyone asks for it.
+void TstBoot::talkativeScript()
+{
+    AgentPanel at;
+    at.panel.toolPrints("check_bk_rootfs.sh", QByteArray(200 << 20, '0'));
+    QVERIFY(at.boot("ICT"));
+    const QString children = QString("/proc/%1/task/%1/children").arg(at.panel.agentPid());
+    QTRY_VERIFY_WITH_TIMEOUT(readWhole(children).isEmpty(), DeadlineMs);
+    QCOMPARE(at.ask(requestFrame("8700")), requestFrame("8700"));
+    const QByteArray status = readWhole(QString("/proc/%1/status").arg(at.panel.agentPid()));
+    const int peak = status.mid(status.indexOf("VmHWM:") + 6).simplified().split(' ')[0].toInt();
+    QVERIFY2(peak > 0 && peak < 100 << 10, QByteArray::number(peak) + " KiB"); // 28 MiB else
 }
 
 int main(int argc, char *argv[])
