@@ -25,9 +25,10 @@ static bool exists(const char *path)
     return QFile::exists(QString::fromLatin1(path));
 }
 
+// The text in a file, which ends at its first zero as it does at a boot.
 static QByteArray contentOf(const char *path)
 {
-    return runProgram(QStringLiteral("cat"), {QString::fromLatin1(path)});
+    return runProgram(QStringLiteral("cat"), {QString::fromLatin1(path)}).constData();
 }
 
 // The ID of the request; a NUL in it ends the frame before its line end.

@@ -166,6 +166,8 @@ static bool readStation()
     if (g_uiHMI_TEST_LEVEL == LevelBI
         && openOrCreate(StationFilePath, "00", 2, &digits) == BootFile::Unusable)
         return false;
+    if (digits.isEmpty()) // made, but not written: a cut of power or a full medium
+        digits = "00";
     qstrncpy(gc_SN, digits.constData(), sizeof gc_SN);
     g_iSTATION_NUM = int(strtol(gc_SN, nullptr, 16));
     return true;
@@ -211,7 +213,8 @@ static void logBoot(TestLevel level)
 // The machine ID tells the factory that built the unit, and with it the items that are granted.
 static void readMachineIdentity()
 {
-    const QByteArray id = readFile(MachineIdPath, MachineIdFileLimit);
+    // A cut of power can leave zeros behind a text that was to be written over by a longer one.
+    const QByteArray id = readFile(MachineIdPath, MachineIdFileLimit).constData();
     if (id.isEmpty())
         return;
     classifyFactory(id);
