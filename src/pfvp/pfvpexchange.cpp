@@ -3,6 +3,7 @@
 #include "link/serialports.h"
 #include "state/linkstate.h"
 
+#include <QDeadlineTimer>
 #include <QThread>
 #include <cstring>
 #include <fcntl.h>
@@ -11,7 +12,7 @@
 
 constexpr int TextLength = 19; // of every request and answer, line end included
 constexpr int DrainBlock = 30;
-constexpr int DrainLimit = 200; // blocks: more than a port's driver holds
+constexpr int DrainMs = 3000; // what a driver holds comes in a fraction of it
 constexpr unsigned long AnswerWaitS = 2; // several polls of the peer
 constexpr int UsbWaitMs = 300;
 
@@ -40,12 +41,13 @@ static const SerialExchange com2Rs485 = {
 static const SerialExchange com3Rs485 = {
     {"PFVPV01 COM3RS485\r\n", "PFVPV01 COM3RS485OK"}, Com3OpenRS4xx_R_fd2, Com3OpenRS4xx_W_fd2};
 
-// Until the line is quiet. A line that gives more than its driver can have held is not stale but
-// noisy; waiting for its end would stop the cycle.
+// Until the line is quiet. One that gives for longer is not stale but noisy; waiting for its end
+// would stop the cycle.
 static void drainLine(int fd)
 {
     char stale[DrainBlock];
-    for (int i = 0; i < DrainLimit && readExactly(fd, stale, DrainBlock); ++i)
+    const QDeadlineTimer end(DrainMs);
+    while (readExactly(fd, stale, DrainBlock) && !end.hasExpired())
         continue;
 }
 

@@ -4,7 +4,7 @@
 #pragma once
 
 // Each asks the peer and returns whether it answered. They block: the serial ones for 2 s and more,
-// so that the peer's poll comes round, the USB ones for 300 ms at most.
+// so that the peer's poll comes round, the USB ones for 600 ms at most.
 bool askCom1Rs232();
 bool askCom1Rs485();
 bool askCom2Rs485();

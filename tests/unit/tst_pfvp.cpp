@@ -1,13 +1,21 @@
+#include "pfvp/pfvpexchange.h"
 #include "pfvp/pfvpitems.h"
+#include "state/linkstate.h"
 
 #include <QtTest>
 
-// What of the PFVP items needs no panel: nothing on a panel asks for the ping.
+#include <fcntl.h>
+#include <thread>
+#include <unistd.h>
+
+// What of the PFVP items needs no panel: nothing on a panel asks for the ping, and no pseudo
+// terminal holds as much as a serial port's driver.
 class TstPfvp : public QObject {
     Q_OBJECT
 
 private slots:
     void ping();
+    void staleInput();
 };
 
 void TstPfvp::ping()
@@ -24,6 +32,28 @@ void TstPfvp::ping()
     QVERIFY(isPingAnswered(one.trimmed()));
     QVERIFY(!isPingAnswered(one.left(43))); // cut before the figure
     QVERIFY(!isPingAnswered(""));
+}
+
+// The answer is found behind all that came before the question.
+void TstPfvp::staleInput()
+{
+    int in[2], out[2];
+    QVERIFY(pipe(in) == 0 && pipe(out) == 0);
+    fcntl(in[0], F_SETFL, O_NONBLOCK);
+    Com1OpenRS232_R_fd2 = in[0];
+    Com1OpenRS232_W_fd2 = out[1];
+    const QByteArray stale(60000, 'x');
+    QCOMPARE(write(in[1], stale.constData(), size_t(stale.size())), ssize_t(stale.size()));
+    std::thread peer([&] {
+        char request[19];
+        if (read(out[0], request, sizeof request) == sizeof request)
+            (void)!write(in[1], "PFVPV01 COM1RS232OK", 19);
+    });
+    const bool answered = askCom1Rs232();
+    peer.join();
+    QVERIFY(answered);
+    for (const int fd : {in[0], in[1], out[0], out[1]})
+        close(fd);
 }
 
 QTEST_APPLESS_MAIN(TstPfvp)
