@@ -1,20 +1,22 @@
 #include "commands/commands.h"
 #include "commands/gauges.h"
 #include "commands/interrupt.h"
+#include "commands/talker.h"
 #include "panel/files.h"
 #include "panel/panelimage.h"
-#include "panel/virtualpanel.h"
 
 #include <QCommandLineParser>
 #include <QRandomGenerator>
 
 #include <algorithm>
+#include <climits>
 #include <cmath>
 #include <cstdio>
 
 namespace {
 
-const QByteArray presence = ":00800080\r\n"; // asks whether COM1 is there, and is its own answer
+const QVector<QByteArray> presence{shortRequest(0, "8000")};
+constexpr int answerMs = 1000;
 
 // One line of the table; whether the figure keeps its limit, if it has one. Not a number never
 // does.
@@ -29,44 +31,20 @@ bool report(const char *what, double value, const char *unit, double limit = INF
     return good;
 }
 
-// Sends presence requests and times the answers where they leave and enter the panel.
-class Asker {
-public:
-    explicit Asker(PtyPort *port)
-        : port_(port)
-    {
-        QObject::connect(
-            port, &PtyPort::intoPanel, &context_,
-            [this](const QByteArray &, qint64 ns) { sent_ = ns; }, Qt::DirectConnection);
-        QObject::connect(
-            port, &PtyPort::fromPanel, &context_,
-            [this](const QByteArray &, qint64 ns) {
-                if (!answered_)
-                    answered_ = ns;
-            },
-            Qt::DirectConnection);
-    }
-    // Milliseconds from the last byte in to the first byte out; infinity when none came.
-    double ask(int ms)
-    {
-        answered_ = 0;
-        port_->send(presence);
-        return waitFor([this] { return answered_ != 0; }, ms) ? double(answered_ - sent_) / 1e6
-                                                              : INFINITY;
-    }
-
-private:
-    PtyPort *port_;
-    std::atomic<qint64> sent_{0}, answered_{0};
-    QObject context_; // of the connections, which end before the figures do
-};
+// Milliseconds from the last byte in to the first byte out; infinity when none came.
+double latency(Talker &talker)
+{
+    talker.ask(1);
+    waitFor([&] { return !talker.left; }, INT_MAX);
+    return talker.latencies().value(0, INFINITY);
+}
 
 void start(VirtualPanel &panel)
 {
     panel.powerOn();
-    Asker asker(panel.port(Port::ttyO1));
+    Talker talker(panel, presence, answerMs);
     for (int i = 0; i < 20; ++i) {
-        if (std::isfinite(asker.ask(1000)))
+        if (std::isfinite(latency(talker)))
             return;
     }
     throw BenchError(QString("the agent does not answer: ") + panel.errorOutput());
@@ -74,12 +52,12 @@ void start(VirtualPanel &panel)
 
 bool measureLatency(VirtualPanel &panel, int requests)
 {
-    Asker asker(panel.port(Port::ttyO1));
+    Talker talker(panel, presence, answerMs);
     QVector<double> times;
     for (int i = 0; i < requests; ++i) {
         // Anywhere between two ticks of the agent.
         QThread::usleep(ulong(QRandomGenerator::global()->bounded(150000)));
-        times.append(asker.ask(1000));
+        times.append(latency(talker));
     }
     const double last = *std::max_element(times.begin(), times.end());
     const bool good = report("reply to \"8000\", median", median(times), "ms", 55);

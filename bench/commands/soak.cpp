@@ -1,122 +1,18 @@
 #include "commands/commands.h"
 #include "commands/gauges.h"
 #include "commands/interrupt.h"
-#include "panel/virtualpanel.h"
-#include "station/codec.h"
+#include "commands/talker.h"
 #include "station/console.h"
 
 #include <QCommandLineParser>
 #include <QDir>
 #include <QTimer>
 
-#include <atomic>
 #include <climits>
 
 namespace {
 
-constexpr int answerMs = 20000, startMs = 120000, quietMs = 60;
-
-// Asks its panel one request after the other, from the thread of the panel's ports, so that each
-// look of the agent at its link finds one.
-class Talker : public QObject {
-public:
-    Talker(VirtualPanel &panel, const QVector<QByteArray> &requests)
-        : link_(panel.port(panel.link()))
-        , requests_(requests)
-        , timer_(this)
-    {
-        timer_.setSingleShot(true);
-        connect(&timer_, &QTimer::timeout, this, &Talker::silent);
-        connect(link_, &PtyPort::intoPanel, this,
-                [this](const QByteArray &, qint64 ns) { sent_ = ns; });
-        connect(link_, &PtyPort::fromPanel, this, &Talker::heard);
-        moveToThread(panel.ioThread());
-    }
-    ~Talker() override
-    {
-        inThread([this] {
-            link_->disconnect(this);
-            timer_.stop();
-            moveToThread(qApp->thread());
-        });
-    }
-    void ask(int count)
-    {
-        inThread([&] {
-            latencies_.clear();
-            left = count;
-            next();
-        });
-    }
-    QVector<double> latencies() // ms, from the last byte in to the first byte out
-    {
-        QVector<double> result;
-        inThread([&] { result = latencies_; });
-        return result;
-    }
-    std::atomic<int> left{0}, unanswered{0};
-
-private:
-    void inThread(const std::function<void()> &what)
-    {
-        QMetaObject::invokeMethod(link_, what, Qt::BlockingQueuedConnection);
-    }
-    void next()
-    {
-        if (left > 0) {
-            bytes_.clear();
-            timer_.start(answerMs);
-            asked_ = requests_[turn_++ % requests_.size()];
-            link_->send(asked_);
-        }
-    }
-    void heard(const QByteArray &bytes, qint64 ns)
-    {
-        if (bytes_.isEmpty() && left > 0)
-            latencies_ << double(ns - sent_) / 1e6;
-        bytes_ += bytes;
-        if (isComplete(bytes_, false))
-            over(isAnswer());
-        else
-            timer_.start(quietMs);
-    }
-    // An answer that has begun may still end.
-    void silent()
-    {
-        if (bytes_.isEmpty() || isComplete(bytes_, true) || timer_.interval() == answerMs)
-            over(isAnswer());
-        else
-            timer_.start(answerMs);
-    }
-    // Whole and to what was asked last, passed or failed: a frame begins as its request did, but
-    // for the battery's.
-    bool isAnswer() const
-    {
-        const Reply reply = decode(bytes_);
-        const QByteArray code = asked_.right(8).left(4); // of a short request
-        const bool same = reply.payload.left(1) == code.left(1) || code.startsWith("88");
-        return reply.kind == Reply::Frame || reply.kind == Reply::Identity
-            ? same
-            : reply.kind != Reply::None && reply.kind != Reply::Damaged;
-    }
-    void over(bool answered)
-    {
-        timer_.stop();
-        if (left > 0) {
-            unanswered += !answered;
-            --left;
-            next();
-        }
-    }
-
-    PtyPort *link_;
-    const QVector<QByteArray> requests_;
-    QTimer timer_;
-    QByteArray asked_, bytes_;
-    QVector<double> latencies_;
-    qint64 sent_ = 0;
-    int turn_ = 0;
-};
+constexpr int answerMs = 20000, startMs = 120000;
 
 struct Size {
     qint64 pid = 0;
@@ -143,7 +39,7 @@ public:
             panel.powerOn();
             if (!waitFor([&] { return interrupted() || panel.isReady(panel.link()); }, startMs))
                 throw BenchError(QString("panel %1 does not open its link").arg(i + 1));
-            talkers.push_back(std::make_unique<Talker>(panel, requests));
+            talkers.push_back(std::make_unique<Talker>(panel, requests, answerMs));
         }
         showStatus({});
     }
@@ -271,6 +167,7 @@ bool measurePanels(const QVector<int> &counts)
     constexpr int idleMs = 10000, requests = 40;
     puts("| Panels | MiB each | processor each, idle | \"8000\", median | worst     |\n"
          "|---|---|---|---|---|");
+    bool answered = true;
     for (int count : counts) {
         Crowd crowd(count, "T1", {shortRequest(0, "8000")});
         if (interrupted() || crowd.ask(count * 5, "warm"))
@@ -290,11 +187,13 @@ bool measurePanels(const QVector<int> &counts)
         QVector<double> latencies;
         for (const auto &talker : crowd.talkers)
             latencies += talker->latencies();
+        const double worst = *std::max_element(latencies.begin(), latencies.end());
+        answered = answered && std::isfinite(worst);
         printf("| %6d | %8.2f | %18.2f %% | %11.1f ms | %6.1f ms |\n", count, memory / count, idle,
-               median(latencies), *std::max_element(latencies.begin(), latencies.end()));
+               median(latencies), worst);
         fflush(stdout);
     }
-    return true;
+    return answered;
 }
 
 int number(const QString &text, const char *option, int most)
@@ -326,7 +225,9 @@ int runSoak(const QStringList &args)
     parser.addHelpOption();
     parser.addOptions(
         {{"kills", "How many kills.", "count"},
-         {"seed", "Repeats what is asked and when it is killed (default 1).", "number", "1"},
+         {"seed",
+          "Repeats whether a kill hits a boot, the work or a request, and how late (default 1).",
+          "number", "1"},
          {"exchanges", "How many requests.", "count"},
          {"level", "At which (T1; at BI a panel logs no traffic and answers faster).", "level",
           "T1"},
