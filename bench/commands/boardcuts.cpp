@@ -133,12 +133,14 @@ QString lost(BoardRig &rig, int levelBefore, Known *known)
 
 int cutBoardPower(int cuts, uint seed)
 {
-    std::mt19937 random(seed);
     BoardRig rig(IctDisk::own);
     Known known;
     int wrong = 0, done = 0;
     rig.powerOn();
     for (; done < cuts && !interrupted(); ++done) {
+        // Of its own, for how much is drawn until a cut is up to how fast the machine is.
+        std::seed_seq seeds{seed, uint(done)};
+        std::mt19937 random(seeds);
         const int ms = int(random() % longestMs), level = rig.level;
         expectAsIs(rig, &known);
         work(rig, ms, done, random, &known);

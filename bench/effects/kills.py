@@ -58,10 +58,10 @@ def steps_of(plan, values):
 class Victim:
     """A panel that is taken through production again and again, and killed."""
 
-    def __init__(self, seed, panel):
+    def __init__(self, panel):
         self.kills, self.answered, self.wrong = (collections.Counter() for _ in range(3))
         self.unrecorded = self.passes = 0
-        self._random, self._panel = random.Random(seed), panel
+        self._panel = panel
         self._passes = self._ids = 0
         self._begin()
 
@@ -149,7 +149,8 @@ class Victim:
     def _aim(self, left, end):
         """One request, killed while it is worked on or after its answer."""
         level, draw = boot_level(self._cut.before), self._random
-        which = draw.randrange(10)
+        # First what a seed repeats: how much a choice draws is up to what the panel holds.
+        which, answered, moment = draw.randrange(10), draw.randrange(2), draw.random()
         if which == 0:
             step = Step("KLV-", draw.choice(["ICT", "T1", "BI", "T2", "HMI"]))
         elif which < 4 and level in ("ICT", "T1"):
@@ -162,12 +163,11 @@ class Victim:
             for first in end[:-1]:
                 self._ask(first)
             step = end[-1]
-        if draw.randrange(2):
-            self._kill_in(draw.random() * (TOUCH if step.kind == "calibration"
-                                           else ASK + step.wait))
-            self._ask(step)
+        if answered:
+            self._ask(step, moment * AFTER)
         else:
-            self._ask(step, draw.random() * AFTER)
+            self._kill_in(moment * (TOUCH if step.kind == "calibration" else ASK + step.wait))
+            self._ask(step)
 
     def _work(self, ready):
         """What the level still wants, then its end check."""
@@ -201,8 +201,10 @@ class Victim:
                    for path, text in self._promised.items() if revival.files.get(path) != text]
         return [fault for fault in faults if fault]
 
-    def live(self):
-        """One power-up, and what is wrong afterwards."""
+    def live(self, draws):
+        """One power-up, and what is wrong afterwards. `draws`: its own random numbers, so that
+        nothing of the lives before decides on its moments."""
+        self._random = draws
         # Now and then all items are passed as if by hand, so that end checks come often.
         ready = self._random.randrange(4) == 0
         if ready:
@@ -248,12 +250,12 @@ class Soak:
 
     def _line(self, number):
         with Panel() as panel:
-            victim = Victim(self._seed * 1000 + number, panel)
+            victim = Victim(panel)
             self._victims.append(victim)
             for kill in range(number, self._kills, self._panels):
                 if self._stop:
                     return
-                fault = victim.live()
+                fault = victim.live(random.Random(f"{self._seed} {kill}"))
                 self._done += 1
                 if fault:
                     print(f"\rFAIL  panel {number + 1}, kill {kill // self._panels + 1}: {fault}",
