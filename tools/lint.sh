@@ -13,12 +13,14 @@ fi
 install_packages packages-lint.txt
 [ -n "$fast" ] || [ -f build/dev/compile_commands.json ] || die "nothing is built; run ./test first"
 files=("$@")
-[ $# -gt 0 ] || mapfile -t files < <(git ls-files 'src/*.cpp' 'bench/*.cpp')
+[ $# -gt 0 ] || mapfile -t files < <(find src bench -name '*.cpp')
 
 say "shellcheck"
-git ls-files '*.sh' run test .ci/run cmake/debian | xargs shellcheck -x
+# By find, for git tells nothing of an unpacked archive or another user's checkout.
+find bench examples image tests tools -name '*.sh' -exec shellcheck -x {} +
+find run test .ci cmake/debian -type f -exec shellcheck -x {} +
 say "clang-format"
-git ls-files '*.cpp' '*.h' | xargs clang-format --dry-run --Werror
+find src bench tests '(' -name '*.cpp' -o -name '*.h' ')' -exec clang-format --dry-run --Werror {} +
 say "cppcheck"
 # Qt's slots and QtTest's rows look unused to it, and it knows no Qt headers.
 cppcheck --quiet --error-exitcode=1 --std=c++17 --library=qt --inline-suppr -j "$(nproc)" \
