@@ -22,6 +22,7 @@ if(TARGET bench)
           PATTERN *.cpp EXCLUDE PATTERN *.h EXCLUDE PATTERN CMakeLists.txt EXCLUDE
           REGEX "/bench/(board|window)$" EXCLUDE)
   install(DIRECTORY docs examples DESTINATION share/doc/ict-bench COMPONENT bench)
+  install(DIRECTORY tests/effects DESTINATION share/doc/ict-bench/tests COMPONENT bench)
   install(FILES README.md CHANGELOG.md CONTRIBUTING.md DESTINATION share/doc/ict-bench COMPONENT bench)
 endif()
 

@@ -273,9 +273,10 @@ def main():
         prog="bench effects", formatter_class=argparse.RawDescriptionHelpFormatter,
         description="Prints, in order, what each request makes the agent do to a virtual panel: "
         "ports with\ntheir line settings, bytes, commands, files and syncs, input events, pauses, "
-        "and what\nstays open. docs/panel-contract.md explains the lines.",
+        "and what\nstays open. tests/effects/README.md explains the lines.",
         epilog='Examples: bench effects --level T1 8102 "0601 KLV1234X5W00001205"\n'
-        "          bench effects --compare tests/effects/ict.txt")
+        "          bench effects --compare tests/effects/ict.txt\n"
+        "tests/effects is in the source tree; the package has it in /usr/share/doc/ict-bench.")
     add = parser.add_argument
     add("--level", default="ICT", help="level at which the panel starts (default ICT)")
     add("--boot", action="store_true", help="print what the start does, too")
