@@ -3,19 +3,19 @@
 
     station.py /dev/ttyUSB0
 
-Frames, check digits and waits are those of docs/link-protocol.md. Exit status: 0 if every item
+Frames, check digits and waits are from docs/link-protocol.md. Exit status: 0 if every item
 passed and the panel goes on at T1 with its next power-up, 1 if one did not."""
 import sys
 import time
 
 import serial
 
-# Code, kind of answer, longest time to answer in seconds.
+# Code, kind of answer, longest time to answer in seconds: what the page says, and 2 at least.
 STEPS = [
     ("AB00", "text", 2), ("AA00", "text", 5), ("FF00", "text", 2), ("8000", "frame", 2),
-    ("810A", "frame", 3), ("8500", "frame", 60), ("9502", "frame", 15), ("9202", "frame", 5),
-    ("0602", "id", 2), ("9002", "text", 35), ("8C00", "frame", 3), ("A200", "frame", 10),
-    ("8800", "battery", 3), ("8700", "frame", 60), ("0400", "frame", 3),
+    ("810A", "frame", 2), ("8500", "frame", 20), ("9502", "frame", 20), ("9202", "frame", 3),
+    ("0602", "id", 2), ("9002", "text", 60), ("8C00", "frame", 2), ("A200", "frame", 5),
+    ("8800", "battery", 2), ("8700", "frame", 20), ("0400", "frame", 5),
 ]
 
 
