@@ -2,7 +2,7 @@
 
 #include <QStringList>
 
-// The commands of `bench`, each in its own source here. `args` begins with the command's name, as a
+// The commands of `bench`; their sources are here. `args` begins with the command's name, as a
 // program's arguments do; the result is the exit status. They throw BenchError.
 int runMeasure(const QStringList &args);
 int runPanel(const QStringList &args);
