@@ -91,22 +91,27 @@ QStringList valueProblems(const QString &text, const Values &values, Plan *plan)
     return problems;
 }
 
-QStringList codeProblems(const Step &step, int level)
+QString codeProblem(const Step &step, const Values &values, int level)
 {
     const QString code = step["code"].toString();
     const Command *command = findCommand(code.toLatin1());
     if (!step["raw"].toString().isEmpty())
         return {};
     if (!command)
-        return {QString("no panel knows the code \"%1\"").arg(code)};
+        return QString("no panel knows the code \"%1\"").arg(code);
     if (!command->allowedAt(level) && !step["silence"].toBool())
-        return {QString("the code %1 is not allowed at level %2").arg(code, levelName(level))};
+        return QString("the code %1 is not allowed at level %2").arg(code, levelName(level));
+    try {
+        requestOf(command->code, expand(step["argument"].toString(), values));
+    } catch (const BenchError &wrong) {
+        return wrong.what();
+    }
     return {};
 }
 
 QStringList stepProblems(const Step &step, const Values &values, Plan *plan)
 {
-    QStringList problems = codeProblems(step, plan->level);
+    QStringList problems{codeProblem(step, values, plan->level)};
     for (const char *const when : {"before", "during", "after"}) {
         for (const QString &action : textsOf(step[when]))
             problems << actionFault(action);

@@ -1,5 +1,6 @@
 #include "station/protocol.h"
 
+#include "panel/bencherror.h"
 #include "panel/files.h"
 
 #include <QHash>
@@ -58,7 +59,8 @@ const Command *commandOf(const QByteArray &request)
 // whatever the model. The colour has neither station nor check digits nor line end.
 QByteArray requestOf(const QByteArray &code, const QString &text, int number, const QString &model)
 {
-    static const QByteArray wireLevels[] = {"04", "01", "02", "03"};
+    static const QHash<QString, QByteArray> wireLevels{
+        {"ICT", "04"}, {"T1", "01"}, {"BI", "02"}, {"T2", "03"}, {"HMI", "00"}};
     const QByteArray argument = text.toLatin1();
     if (code == "8D" || code == "8E")
         return clockRequest(code, QDateTime::currentDateTime().addSecs(argument.toInt()));
@@ -67,8 +69,11 @@ QByteArray requestOf(const QByteArray &code, const QString &text, int number, co
     if (code == "9510")
         return ":9510" + argument;
     if (code == "KLV-") {
-        const int level = levelByName(text);
-        return model.toLatin1() + '-' + (level < 0 ? "00" : wireLevels[level]) + "\r\n";
+        const QByteArray level = wireLevels.value(text.toUpper());
+        if (level.isEmpty())
+            throw BenchError(
+                QString("a forced change goes to ict, t1, bi, t2 or hmi, not to \"%1\"").arg(text));
+        return model.toLatin1() + '-' + level + "\r\n";
     }
     return shortRequest(number, code);
 }

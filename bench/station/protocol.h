@@ -38,7 +38,7 @@ const Command *findCommand(const QByteArray &code);
 const Command *commandOf(const QByteArray &request);
 // A request by its code. `argument`: the ID, the colour (six hex digits), the level to go to, or by
 // how many seconds the clock is off. `number`: the panel's station number, 0 for any. `model` is
-// for the forced change only.
+// for the forced change only. Throws BenchError for a forced change to what is no level.
 QByteArray requestOf(const QByteArray &code, const QString &argument = {}, int number = 0,
                      const QString &model = {});
 

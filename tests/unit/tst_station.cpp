@@ -198,6 +198,8 @@ void TestStation::planProblems()
         {"raw bytes need no code", covered + R"({"item": 1, "raw": "x\r\n", "bytes": ""})", ""},
         {"unknown value", covered + R"({"item": 1, "code": "9504", "reply": "${colour}"})",
          "what ${colour} is"},
+        {"forced change to nowhere", covered + R"({"code": "KLV-", "argument": "${to}"})",
+         "to ict, t1, bi, t2 or hmi, not to \"BU\""},
         {"broken JSON", covered + "\n\n{", "p.json:4:"},
     };
     for (const auto &row : rows) {
@@ -206,7 +208,7 @@ void TestStation::planProblems()
         QVERIFY(file.open(QIODevice::WriteOnly));
         file.write("{\"level\": \"BI\",\n\"steps\": [" + row.steps.toUtf8() + "]}");
         file.close();
-        const QString found = loadPlan(file.fileName(), {}).problems.join('\n');
+        const QString found = loadPlan(file.fileName(), {{"to", "BU"}}).problems.join('\n');
         QVERIFY2(row.problem.isEmpty() ? found.isEmpty() : found.contains(row.problem),
                  qPrintable(row.name + (": " + found)));
     }

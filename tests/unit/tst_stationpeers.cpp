@@ -165,6 +165,12 @@ void TestStationPeers::send()
         const QByteArray said = run({"send", "--port", path, "--timeout", "300", "8000"}, &status);
         QVERIFY2(status == 1 && said.contains("damaged"), said);
     }
+    for (const char *level : {"", "T3"}) { // what is no level would release the panel
+        MisbehavingPeer panel([](int, const QByteArray &) { return Pieces{{0, "x"}}; });
+        const QByteArray said =
+            run({"send", "--port", panel.path, "--model", "KLV-100", "KLV-", level}, &status);
+        QVERIFY2(status == 2 && said.contains("t2 or hmi") && !panel.requests, said);
+    }
     const QByteArray said = run({"send", "--port", "no/such", "8000"}, &status);
     QVERIFY2(status == 2 && said.contains("no/such: no such device"), said);
 }
