@@ -60,5 +60,6 @@ int runSend(const QStringList &args)
     say(QString("time     %1 ms").arg(answer.ms, 0, 'f', 1));
     if (!answer.error.isEmpty())
         throw BenchError(answer.error);
-    return reply.kind == Reply::None || reply.kind == Reply::Damaged || isFailure(reply, code);
+    return reply.kind == Reply::None || reply.kind == Reply::Damaged
+        || isFailure(reply, code, parser.isSet("bi") ? Bi : Ict);
 }

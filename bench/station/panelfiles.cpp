@@ -149,12 +149,12 @@ QStringList PanelFiles::differences(const QString &file, int patienceMs)
 }
 
 // '1' or 'F' by the number of the item; those left out may be either.
-static QMap<int, QChar> resultsOf(const QJsonArray &steps)
+static QMap<int, QChar> resultsOf(const QJsonArray &steps, int level)
 {
     QMap<int, QChar> results;
     for (const QJsonValue &step : steps) {
         const Reply reply = decode(unprintable(step["reply"].toString().toLatin1()));
-        const bool failed = isFailure(reply, step["code"].toString().toLatin1());
+        const bool failed = isFailure(reply, step["code"].toString().toLatin1(), level);
         const QJsonArray items = step["items"].toArray();
         for (const QJsonValue &item : items) {
             // A failure of several items may be any one's; a voltage has a limit of its own.
@@ -170,7 +170,7 @@ static QMap<int, QChar> resultsOf(const QJsonArray &steps)
 
 QStringList PanelFiles::itemFaults(int level, const QJsonArray &steps, int patienceMs) const
 {
-    const QMap<int, QChar> wanted = resultsOf(steps);
+    const QMap<int, QChar> wanted = resultsOf(steps, level);
     const QString flags = QString("/usr/local/ict/HMI_%1_TEST_Flag.txt").arg(levelName(level));
     QStringList faults;
     const auto right = [&] {

@@ -106,13 +106,22 @@ QString adviceOf(const QByteArray &payload, const QByteArray &code)
     return advice[QLatin1String(payload)].toString(advice[QLatin1String(code)].toString());
 }
 
-bool isFailure(const Reply &reply, const QByteArray &code)
+bool isFailure(const Reply &reply, const QByteArray &code, int level)
 {
     const Command *command = findCommand(code);
-    const bool frame = command && reply.kind == Reply::Frame;
-    // A good battery at BI has a payload of its own.
-    return reply.payload == "FORCIBLY_GOTO_FAIL"
-        || (frame && reply.payload != command->pass() && reply.payload != "0295");
+    const bool judged =
+        code == "8800"; // at BI, where a low battery sends its value, a good one 0295
+    switch (command ? reply.kind : Reply::None) {
+    case Reply::Frame:
+        return reply.payload != command->pass() && !(judged && reply.payload == "0295");
+    case Reply::Battery:
+        return command->framed || (judged && level == Bi);
+    case Reply::Text: // or noise
+        return command->framed || code.startsWith("88") || code.startsWith("07")
+            || reply.payload == "FORCIBLY_GOTO_FAIL";
+    default:
+        return false;
+    }
 }
 
 QString refusal(const QByteArray &request, int level, int station)

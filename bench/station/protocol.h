@@ -46,8 +46,8 @@ QByteArray requestOf(const QByteArray &code, const QString &argument = {}, int n
 QString meaningOf(const QByteArray &payload, const QByteArray &code);
 // What to look at when the request `code` was answered so; empty where nobody knows.
 QString adviceOf(const QByteArray &payload, const QByteArray &code);
-// Whether the request `code` was answered by a frame or a text that says failure.
-bool isFailure(const Reply &reply, const QByteArray &code);
+// Whether the request `code`, at `level`, was answered by what says failure or is no answer to it.
+bool isFailure(const Reply &reply, const QByteArray &code, int level);
 // Why a panel at `level`, with the number `station`, leaves `request` without an answer; empty when
 // it should answer.
 QString refusal(const QByteArray &request, int level, int station = 0);

@@ -161,6 +161,30 @@ void TestStationPeers::send()
         QVERIFY2(status == 2 && said.contains("plugged in"), said);
     }
     MisbehavingPeer peer([](int, const QByteArray &) { return Pieces{{0, ":00"}}; });
+    const struct {
+        const char *name;
+        QByteArray answer;
+        QStringList words;
+        int status;
+    } rows[] = {
+        {"pass", ":00800080\r\n", {"8000"}, 0},
+        {"failure", ":0080F090\r\n", {"8000"}, 1},
+        {"text for a frame", "U-Boot 2013\n", {"8000"}, 1},
+        {"text for a voltage", "U-Boot 2013\n", {"8800"}, 1},
+        {"text where one is due", "KLV-100\n", {"AB00"}, 0},
+        {"voltage", ":0002807E\r", {"8800"}, 0},
+        {"voltage at BI, where only a low one is sent", ":0002807E\r", {"8800", "--bi"}, 1},
+        {"good battery at BI", ":00029569\r\n", {"8800", "--bi"}, 0},
+        {"no position", ":009FF170\r\n", {"9011"}, 1},
+    };
+    for (const auto &row : rows) {
+        MisbehavingPeer panel([&](int, const QByteArray &) { return Pieces{{0, row.answer}}; });
+        const QByteArray said = run(
+            QStringList{"send", "--port", panel.path, "--timeout", row.status ? "1000" : "20000"}
+                + row.words,
+            &status);
+        QVERIFY2(status == row.status, row.name + QByteArray(": ") + said);
+    }
     for (const QByteArray &path : {peer.path, peer.path.mid(qstrlen("/dev/pts/"))}) {
         const QByteArray said = run({"send", "--port", path, "--timeout", "300", "8000"}, &status);
         QVERIFY2(status == 1 && said.contains("damaged"), said);
