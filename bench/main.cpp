@@ -1,4 +1,5 @@
 #include "commands/commands.h"
+#include "commands/interrupt.h"
 #include "panel/virtualpanel.h"
 
 #include <QGuiApplication>
@@ -94,7 +95,7 @@ int main(int argc, char **argv)
             return command.run(args);
         } catch (const BenchError &error) {
             fprintf(stderr, "bench %s: %s\n", command.name, error.what());
-            return 2;
+            return interrupted() ? 1 : 2;
         }
     }
     fprintf(stderr, "bench: no command \"%s\"\n", qPrintable(args[0]));

@@ -311,7 +311,7 @@ def run(program):
         print(f"bench {pathlib.Path(sys.argv[0]).stem}: {failure}", file=sys.stderr)
         return 2
     except KeyboardInterrupt:
-        return 130
+        return 1
 
 
 if __name__ == "__main__":
