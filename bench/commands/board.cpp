@@ -1,13 +1,14 @@
 #include "commands/boardrig.h"
+#include "commands/commandline.h"
 #include "commands/commands.h"
 #include "commands/interrupt.h"
 #include "fixture/pfvpstand.h"
 #include "station/virtualstand.h"
 
-#include <QCommandLineParser>
 #include <QRegularExpression>
 
 #include <algorithm>
+#include <climits>
 #include <random>
 
 // What only drivers can show, on the whole ARM machine: a look at each.
@@ -267,19 +268,17 @@ int runChecks(const QString &part, bool figures)
 
 int runBoard(const QStringList &args)
 {
-    QCommandLineParser parser;
-    parser.setApplicationDescription(
+    const CommandLine parser(
+        args,
         "Looks at what only drivers can show on the whole ARM machine of tools/board.sh.\n"
-        "Exit status 0 if all of it is as it must be.");
-    parser.addHelpOption();
-    parser.addPositionalArgument("part", "Only the looks with this in their name.", "[part]");
-    parser.addOptions(
+        "Exit status 0 if all of it is as it must be.",
         {{"cuts", "Instead cut the power so many times at random moments of production.", "count"},
          {"figures", "Instead print speed and size of the agent beside an empty window."},
-         {"seed", "Of the moments (default 1).", "number", "1"}});
-    parser.process(args);
+         {"seed", "Of the moments (default 1).", "number", "1"}},
+        {{"part", "Only the looks with this in their name.", "[part]"}});
     quitOnInterrupt();
+    const uint seed = uint(parser.number("seed", 0, INT_MAX));
     return parser.isSet("cuts")
-        ? cutBoardPower(parser.value("cuts").toInt(), parser.value("seed").toUInt())
+        ? cutBoardPower(parser.number("cuts", 1, 1000000), seed)
         : runChecks(parser.positionalArguments().value(0), parser.isSet("figures"));
 }

@@ -1,23 +1,18 @@
+#include "commands/commandline.h"
 #include "commands/commands.h"
 #include "commands/interrupt.h"
 #include "panel/burninbus.h"
 
-#include <QCommandLineParser>
 #include <QCoreApplication>
 
 int runBus(const QStringList &args)
 {
-    QCommandLineParser parser;
-    parser.setApplicationDescription(
+    const CommandLine parser(
+        args,
         "Starts virtual panels at burn-in on one RS-485 bus, with the station numbers 1, 2, ... "
-        "and "
-        "leaves\nthem on until Ctrl-C, for any station software of this machine.");
-    parser.addHelpOption();
-    parser.addOption({"panels", "How many (1 to 32).", "count", "16"});
-    parser.process(args);
-    const int count = parser.value("panels").toInt();
-    if (count < 1 || count > 32)
-        throw BenchError("--panels must be 1 to 32");
+        "and leaves\nthem on until Ctrl-C, for any station software of this machine.",
+        {{"panels", "How many (1 to 32).", "count", "16"}});
+    const int count = parser.number("panels", 1, 32);
     quitOnInterrupt();
     printf("Starting %d panels ...\n", count);
     fflush(stdout);

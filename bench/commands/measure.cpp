@@ -1,3 +1,4 @@
+#include "commands/commandline.h"
 #include "commands/commands.h"
 #include "commands/gauges.h"
 #include "commands/interrupt.h"
@@ -5,7 +6,6 @@
 #include "panel/files.h"
 #include "panel/panelimage.h"
 
-#include <QCommandLineParser>
 #include <QRandomGenerator>
 
 #include <algorithm>
@@ -135,27 +135,25 @@ bool measureBesideEmptyWindow(int starts)
 
 int runMeasure(const QStringList &args)
 {
-    QCommandLineParser parser;
-    parser.setApplicationDescription(
+    const CommandLine parser(
+        args,
         "Measures speed and size of the agent on a virtual panel and prints the figures with "
         "their\n"
-        "limits. The machine should be idle otherwise. Exits 0 if every limit is kept.");
-    parser.addHelpOption();
-    parser.addOptions({
-        {"requests", "Requests for the latency (default 200; 0 leaves it out).", "count", "200"},
-        {"idle", "Seconds to watch the idle agent (default 30; 0 leaves it out).", "seconds", "30"},
-        {"starts", "Starts to time (default 21).", "count", "21"},
-    });
-    parser.process(args);
+        "limits. The machine should be idle otherwise. Exits 0 if every limit is kept.",
+        {{"requests", "Requests for the latency (default 200; 0 leaves it out).", "count", "200"},
+         {"idle", "Seconds to watch the idle agent (default 30; 0 leaves it out).", "seconds",
+          "30"},
+         {"starts", "Starts to time (default 21).", "count", "21"}});
+    const int requests = parser.number("requests", 0, 1000000);
+    const int idle = parser.number("idle", 0, 86400), starts = parser.number("starts", 1, 1000000);
     quitOnInterrupt();
 
     bool good = true;
-    const int requests = parser.value("requests").toInt(), idle = parser.value("idle").toInt();
     if (requests || idle) {
         VirtualPanel panel;
         start(panel);
         good = (!requests || measureLatency(panel, requests)) && good;
         good = (!idle || measureIdle(panel, idle)) && good;
     }
-    return measureBesideEmptyWindow(parser.value("starts").toInt()) && good ? 0 : 1;
+    return measureBesideEmptyWindow(starts) && good ? 0 : 1;
 }

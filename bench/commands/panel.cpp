@@ -1,3 +1,4 @@
+#include "commands/commandline.h"
 #include "commands/commands.h"
 #include "commands/interrupt.h"
 #include "commands/livepanel.h"
@@ -5,7 +6,6 @@
 #include "panel/files.h"
 #include "panel/virtualpanel.h"
 
-#include <QCommandLineParser>
 #include <QDir>
 #include <QFileInfo>
 #include <QProcess>
@@ -48,16 +48,12 @@ void printHowTo(VirtualPanel &panel)
     fflush(stdout);
 }
 
-PanelOptions optionsOf(const QCommandLineParser &parser)
+PanelOptions optionsOf(const CommandLine &parser)
 {
     PanelOptions options;
     options.folder = parser.value("folder");
     options.agent = parser.value("agent");
-    bool number = false;
-    options.vncPort = parser.value("vnc-port").toUShort(&number);
-    if (!number)
-        throw BenchError(
-            QString("--vnc-port %1: a TCP port is 1 to 65535").arg(parser.value("vnc-port")));
+    options.vncPort = quint16(parser.number("vnc-port", 0, 65535));
     return options;
 }
 
@@ -153,34 +149,30 @@ void leaveOn(VirtualPanel &panel, LivePanel &live)
 
 } // namespace
 
-static void readOptions(QCommandLineParser &parser, const QStringList &args)
+static CommandLine commandLine(const QStringList &args)
 {
-    parser.setApplicationDescription(
+    return {
+        args,
         "Starts a virtual panel and leaves it on until Ctrl-C, for any station software, terminal "
-        "or\n"
-        "VNC viewer of this machine. With --folder the panel keeps its files for the next time.");
-    parser.addHelpOption();
-    parser.addOptions({
-        {"folder", "The panel's persistent files (default: a temporary folder).", "path"},
-        {"factory-new", "Empty the folder first."},
-        {"level", "Start at this level: ict, t1, bi, t2, hmi.", "level"},
-        {"vnc-port", "TCP port for viewers (default: a free one).", "port", "0"},
-        {"browser", "Serve its screen to web browsers of this machine, with touch by mouse."},
-        {"agent", "The agent's executable (default: this build's).", "path"},
-        {"agent-args", "Arguments for the agent, for example PFVP_EMS.", "args"},
-        {"fault", "Start with this fault (repeatable; see `bench fault list`).", "name"},
-        {"traffic", "Show what goes over the serial ports, decoded, with times in seconds."},
-        {"record", "Write what goes over the PC link as a plan for `bench station --plan`.",
-         "file"},
-        {"no-fixture", "Leave the other ports free: no probes on them, no media in the slots."},
-    });
-    parser.process(args);
+        "or\nVNC viewer of this machine. With --folder the panel keeps its files for the next "
+        "time.",
+        {{"folder", "The panel's persistent files (default: a temporary folder).", "path"},
+         {"factory-new", "Empty the folder first."},
+         {"level", "Start at this level: ict, t1, bi, t2, hmi.", "level"},
+         {"vnc-port", "TCP port for viewers (default: a free one).", "port", "0"},
+         {"browser", "Serve its screen to web browsers of this machine, with touch by mouse."},
+         {"agent", "The agent's executable (default: this build's).", "path"},
+         {"agent-args", "Arguments for the agent, for example PFVP_EMS.", "args"},
+         {"fault", "Start with this fault (repeatable; see `bench fault list`).", "name"},
+         {"traffic", "Show what goes over the serial ports, decoded, with times in seconds."},
+         {"record", "Write what goes over the PC link as a plan for `bench station --plan`.",
+          "file"},
+         {"no-fixture", "Leave the other ports free: no probes on them, no media in the slots."}}};
 }
 
 int runPanel(const QStringList &args)
 {
-    QCommandLineParser parser;
-    readOptions(parser, args);
+    const CommandLine parser = commandLine(args);
     quitOnInterrupt();
     VirtualPanel panel(optionsOf(parser));
     prepare(panel, parser);

@@ -1,8 +1,8 @@
+#include "commands/commandline.h"
 #include "commands/commands.h"
 #include "commands/interrupt.h"
 #include "fixture/pfvpstand.h"
 
-#include <QCommandLineParser>
 #include <QDir>
 #include <QFileInfo>
 
@@ -152,29 +152,24 @@ PfvpTable tableOf(const QString &name)
 
 int runPfvp(const QStringList &args)
 {
-    QCommandLineParser parser;
-    parser.setApplicationDescription(
+    const CommandLine parser(
+        args,
         "Cables two virtual panels, one of them in slave mode, starts the cycle of a PFVP mode on "
         "the\nother by touch, and compares the counters on its screen with what the cabling "
         "allows.\nA cycle takes 10 to 20 s.\n\nFaults:\n"
-        + PfvpStand::wireFaults()
-        + "  peer           the peer loses power for the third cycle and returns (7 cycles or "
-          "more)\n"
-          "  and those of `bench fault list` that act on the panel, with values beyond an item's "
-          "limits:\n  rail-5v, rail-3v3, battery, rtc, sram, ddr.");
-    parser.addHelpOption();
-    parser.addPositionalArgument("mode", "ems, emi or rd.");
-    parser.addOptions({
-        {"cycles", "Cycles to run.", "number", "3"},
-        {"fault", "Begin with this fault; may be given several times.", "name[:value]"},
-        {"screenshot", "Where the last screen goes.", "file", "out/pfvp-MODE.png"},
-    });
-    parser.process(args);
+            + PfvpStand::wireFaults()
+            + "  peer           the peer loses power for the third cycle and returns (7 cycles or "
+              "more)\n"
+              "  and those of `bench fault list` that act on the panel, with values beyond an "
+              "item's limits:\n  rail-5v, rail-3v3, battery, rtc, sram, ddr.",
+        {{"cycles", "Cycles to run.", "number", "3"},
+         {"fault", "Begin with this fault; may be given several times.", "name[:value]"},
+         {"screenshot", "Where the last screen goes.", "file", "out/pfvp-MODE.png"}},
+        {{"mode", "ems, emi or rd."}});
     const QString name = parser.positionalArguments().value(0);
-    const Order order{tableOf(name), parser.value("cycles").toInt(), parser.values("fault")};
-    if (order.cycles < (order.faults.contains(peerDies) ? peerDiesCycles : 1))
-        throw BenchError(
-            QString("--cycles: at least 1, and %1 with the fault peer").arg(peerDiesCycles));
+    const QStringList faults = parser.values("fault");
+    const int least = faults.contains(peerDies) ? peerDiesCycles : 1;
+    const Order order{tableOf(name), parser.number("cycles", least, 9999), faults};
     quitOnInterrupt();
     PfvpStand stand;
     prepare(stand, order);

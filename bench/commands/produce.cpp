@@ -1,3 +1,4 @@
+#include "commands/commandline.h"
 #include "commands/commands.h"
 #include "commands/interrupt.h"
 #include "commands/reporting.h"
@@ -10,7 +11,6 @@
 #include "station/virtualstand.h"
 #include "store/handin.h"
 
-#include <QCommandLineParser>
 #include <QJsonArray>
 
 namespace {
@@ -160,26 +160,27 @@ bool produce(const QCommandLineParser &parser, const QJsonObject &row, int numbe
 
 int runProduce(const QStringList &args)
 {
-    QCommandLineParser parser;
-    parser.setApplicationDescription(
+    const CommandLine parser(
+        args,
         "Makes a factory-new virtual panel and takes it through ICT, T1, BI and T2, one power "
         "cycle after the other,\nuntil it is released; a second one by the short way from T1; a "
         "third by forced changes. production.json among the plans says which.\n"
         "Exit status 0 only if every reply, every screen and every file on the panels is what it "
-        "must be.");
-    parser.addHelpOption();
-    parser.addOptions(reportOptions("out/produce"));
-    parser.addOptions({
-        {"tour",
-         "Only the last: identity, presence, failing end check and forced change of each level."},
-        {"single", "Only the first panel."},
-        {"fault", "Begin with this fault; may be given several times.", "name[:value]"},
-        {"folder", "Keep the panel's files in this folder; it is emptied first.", "folder"},
-    });
-    parser.process(args);
+        "must be.",
+        reportOptions("out/produce")
+            + QList<QCommandLineOption>{
+                {"tour",
+                 "Only the last: identity, presence, failing end check and forced change of each "
+                 "level."},
+                {"single", "Only the first panel."},
+                {"fault", "Begin with this fault; may be given several times.", "name[:value]"},
+                {"folder", "Keep the panel's files in this folder; it is emptied first.", "folder"},
+            });
     quitOnInterrupt();
-    const QJsonArray rows =
-        readJson(parser.value("plans") + "/production.json")["panels"].toArray();
+    const QString file = parser.value("plans") + "/production.json";
+    const QJsonArray rows = readJson(file)["panels"].toArray();
+    if (rows.isEmpty())
+        throw BenchError(file + ": \"panels\" must be a list with a row for each panel");
     const int first = parser.isSet("tour") ? rows.size() - 1 : 0;
     const int end = parser.isSet("single") ? first + 1 : rows.size();
     QVector<Report> reports;

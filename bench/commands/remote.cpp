@@ -1,9 +1,9 @@
+#include "commands/commandline.h"
 #include "commands/commands.h"
 #include "fixture/faults.h"
 #include "panel/bencherror.h"
 #include "panel/control.h"
 
-#include <QCommandLineParser>
 #include <QFileInfo>
 
 #include <cstdio>
@@ -66,19 +66,14 @@ int runRemote(const QStringList &args)
     const Verb *verb = verbs;
     while (name != verb->name)
         ++verb;
-    QCommandLineParser parser;
-    parser.setApplicationDescription(verb->help);
-    parser.addHelpOption();
-    parser.addOption({"panel",
-                      "Folder of the running panel, as it prints it (default: the only one).",
-                      "folder"});
-    if (name == "fault") {
-        parser.addPositionalArgument("action", verb->argument);
-        parser.addPositionalArgument("fault", "NAME or NAME:VALUE", "[fault...]");
-    } else {
-        parser.addPositionalArgument("what", verb->argument, verb->argument);
-    }
-    parser.process(args);
+    QList<CommandLine::Word> asked{{"what", verb->argument, verb->argument}};
+    if (name == "fault")
+        asked = {{"action", verb->argument}, {"fault", "NAME or NAME:VALUE", "[fault...]"}};
+    const CommandLine parser(
+        args, verb->help,
+        {{"panel", "Folder of the running panel, as it prints it (default: the only one).",
+          "folder"}},
+        asked);
     const QStringList words = parser.positionalArguments();
     const QString folder = parser.value("panel");
     if (name == "fault" && words.value(0, "list") == "list") {

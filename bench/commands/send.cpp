@@ -1,39 +1,34 @@
+#include "commands/commandline.h"
 #include "commands/commands.h"
+#include "commands/interrupt.h"
 #include "panel/bencherror.h"
 #include "station/codec.h"
 #include "station/console.h"
 #include "station/link.h"
 #include "station/protocol.h"
 
-#include <QCommandLineParser>
-
-static void describe(QCommandLineParser &parser)
+static CommandLine commandLine(const QStringList &args)
 {
-    parser.setApplicationDescription(
+    return {
+        args,
         "Sends one request to a panel and decodes the reply.\nCODE is a command code, or 8D and 8E "
-        "(clock; ARGUMENT: seconds "
-        "to be off), 0601 to 0603 (ARGUMENT: the ID),\n9510 (ARGUMENT: RRGGBB), KLV- (forced "
-        "change; ARGUMENT: the level). "
-        "Exit status 0 if a good answer came, 1 if none, a damaged one or a failure did.\nExample: "
-        "bench send "
-        "--port /dev/ttyUSB0 8000");
-    parser.addHelpOption();
-    parser.addOptions({{"port", "Serial device or pty of the PC link.", "path"},
-                       {"station", "Station number, decimal (default 0: any).", "number", "0"},
-                       {"bi", "Line settings of level BI (7E1 instead of 8E1 with RTS/CTS)."},
-                       {"model", "Model for the forced change, for example KLV-100.", "model"},
-                       {"timeout", "Milliseconds to wait for the answer.", "ms", "15000"}});
-    parser.addPositionalArgument("CODE", "What to ask.");
-    parser.addPositionalArgument("ARGUMENT", "Its data.", "[ARGUMENT]");
+        "(clock; ARGUMENT: seconds to be off), 0601 to 0603 (ARGUMENT: the ID),\n"
+        "9510 (ARGUMENT: RRGGBB), KLV- (forced change; ARGUMENT: ict, t1, bi, t2 or hmi).\n"
+        "Exit status 0 if a good answer came, 1 if none, a damaged one or a failure did.\n"
+        "Example: bench send --port /dev/ttyUSB0 8000",
+        {{"port", "Serial device or pty of the PC link.", "path"},
+         {"station", "Station number, decimal (default 0: any).", "number", "0"},
+         {"bi", "Line settings of level BI (7E1 instead of 8E1 with RTS/CTS)."},
+         {"model", "Model for the forced change, for example KLV-100.", "model"},
+         {"timeout", "Milliseconds to wait for the answer.", "ms", "15000"}},
+        {{"CODE", "What to ask."}, {"ARGUMENT", "Its data.", "[ARGUMENT]"}}};
 }
 
 int runSend(const QStringList &args)
 {
     static const char *const kinds[] = {"none",          "frame", "identity",
                                         "battery value", "text",  "damaged"};
-    QCommandLineParser parser;
-    describe(parser);
-    parser.process(args);
+    const CommandLine parser = commandLine(args);
     const QStringList words = parser.positionalArguments();
     if (words.isEmpty() || !parser.isSet("port"))
         throw BenchError("which port and what code? Example: bench send --port /dev/ttyUSB0 8000");
@@ -43,12 +38,14 @@ int runSend(const QStringList &args)
     const Command *command = findCommand(code);
     if (!command)
         fprintf(stderr, "No panel knows the code %s; sent all the same\n", code.constData());
+    quitOnInterrupt();
     Link link;
-    link.open(parser.value("port"), parser.isSet("bi") ? Bi : Ict);
+    const int level = parser.isSet("bi") ? Bi : Ict;
+    link.open(parser.value("port"), level);
     Link::Request request;
     request.bytes =
-        requestOf(code, words.value(1), parser.value("station").toInt(), parser.value("model"));
-    request.timeoutMs = parser.value("timeout").toInt();
+        requestOf(code, words.value(1), parser.number("station", 0, 255), parser.value("model"));
+    request.timeoutMs = parser.number("timeout", 1, 3600000);
     request.framed = command && command->framed;
     const Link::Answer answer = link.exchange(request);
     const Reply reply = decode(answer.bytes);
@@ -61,5 +58,5 @@ int runSend(const QStringList &args)
     if (!answer.error.isEmpty())
         throw BenchError(answer.error);
     return reply.kind == Reply::None || reply.kind == Reply::Damaged
-        || isFailure(reply, code, parser.isSet("bi") ? Bi : Ict);
+        || isFailure(reply, code, level);
 }

@@ -1,10 +1,10 @@
+#include "commands/commandline.h"
 #include "commands/commands.h"
 #include "commands/gauges.h"
 #include "commands/interrupt.h"
 #include "commands/talker.h"
 #include "station/console.h"
 
-#include <QCommandLineParser>
 #include <QDir>
 #include <QTimer>
 
@@ -196,22 +196,12 @@ bool measurePanels(const QVector<int> &counts)
     return answered;
 }
 
-int number(const QString &text, const char *option, int most)
-{
-    bool valid = false;
-    const int value = text.toInt(&valid);
-    if (!valid || value < 1 || value > most)
-        throw BenchError(
-            QString("%1 takes numbers from 1 to %2, not \"%3\"").arg(option).arg(most).arg(text));
-    return value;
-}
-
 } // namespace
 
 int runSoak(const QStringList &args)
 {
-    QCommandLineParser parser;
-    parser.setApplicationDescription(
+    const CommandLine parser(
+        args,
         "Runs virtual panels for long, in one of three ways:\n"
         "--kills      takes them from ICT to HMI again and again; kills each at random moments "
         "and\n"
@@ -221,9 +211,7 @@ int runSoak(const QStringList &args)
         "             the middle and after\n"
         "--panels     with several numbers: what a panel costs as their number grows\n"
         "Exits 0 if nothing was lost, no request was left unanswered and no agent grew by 1 MiB.\n"
-        "Example: bench soak --kills 1000 --panels 8 --seed 7");
-    parser.addHelpOption();
-    parser.addOptions(
+        "Example: bench soak --kills 1000 --panels 8 --seed 7",
         {{"kills", "How many kills.", "count"},
          {"seed",
           "Repeats whether a kill hits a boot, the work or a request, and how late (default 1).",
@@ -232,10 +220,8 @@ int runSoak(const QStringList &args)
          {"level", "At which (T1; at BI a panel logs no traffic and answers faster).", "level",
           "T1"},
          {"panels", "How many side by side (default 4).", "count,...", "4"}});
-    parser.process(args);
-    QVector<int> panels;
-    for (const QString &text : parser.value("panels").split(','))
-        panels << number(text, "--panels", 128);
+    const QVector<int> panels = parser.numbers("panels", 1, 128);
+    const int seed = parser.number("seed", 0, INT_MAX);
     if (parser.isSet("kills") + parser.isSet("exchanges") + (panels.size() > 1) != 1)
         throw BenchError("either --kills, or --exchanges, or --panels with several numbers");
     for (const auto &[option, owner] : {std::pair("seed", "kills"), {"level", "exchanges"}}) {
@@ -243,9 +229,9 @@ int runSoak(const QStringList &args)
             throw BenchError(QString("--%1 goes with --%2 only").arg(option, owner));
     }
     if (parser.isSet("kills")) {
-        const int kills = number(parser.value("kills"), "--kills", 1000000);
+        const int kills = parser.number("kills", 1, 1000000);
         return runEffects(
-            {"kills", QString::number(kills), QString::number(panels[0]), parser.value("seed")});
+            {"kills", QString::number(kills), QString::number(panels[0]), QString::number(seed)});
     }
     const QString level = parser.value("level").toUpper();
     if (!mixtures.contains(level))
@@ -253,8 +239,7 @@ int runSoak(const QStringList &args)
                              .arg(mixtures.keys().join(" or "), parser.value("level")));
     quitOnInterrupt();
     const bool good = parser.isSet("exchanges")
-        ? soakExchanges(number(parser.value("exchanges"), "--exchanges", 1000000000), panels[0],
-                        level)
+        ? soakExchanges(parser.number("exchanges", 1, 1000000000), panels[0], level)
         : measurePanels(panels);
     return good ? 0 : 1;
 }

@@ -1,7 +1,9 @@
+#include "commands/commandline.h"
 #include "commands/commands.h"
 #include "commands/interrupt.h"
 #include "commands/reporting.h"
 #include "panel/bencherror.h"
+#include "panel/files.h"
 #include "panel/wait.h"
 #include "station/protocol.h"
 #include "station/runner.h"
@@ -94,28 +96,42 @@ QStringList load(const QCommandLineParser &parser, Job *job)
     return problems;
 }
 
-std::vector<Job> jobsOf(const QCommandLineParser &parser)
+// The port and the station number of each panel. At burn-in a port is a bus, with a panel of each
+// number; at the other levels it is one panel, and the number what that is given.
+QVector<QPair<QString, int>> panelsOf(const CommandLine &parser)
+{
+    const QString level = parser.isSet("level")
+        ? parser.value("level")
+        : readJson(parser.value("plan"))["level"].toString();
+    const QVector<int> numbers = parser.numbers("station", 0, 255);
+    const QStringList ports = parser.isSet("port") ? parser.values("port") : QStringList("no port");
+    const bool bus = levelByName(level) == Bi;
+    if (!bus && numbers.size() != 1 && numbers.size() != ports.size())
+        throw BenchError("--station: one number, or one for each --port, is needed; only at BI do "
+                         "several panels share a port");
+    QVector<QPair<QString, int>> panels;
+    for (int i = 0; i < ports.size(); ++i) {
+        for (const int number : bus || numbers.size() == 1 ? numbers : numbers.mid(i, 1))
+            panels << qMakePair(ports[i], number);
+    }
+    return panels;
+}
+
+std::vector<Job> jobsOf(const CommandLine &parser)
 {
     std::vector<Job> jobs;
-    const QStringList ports = parser.values("port"), numbers = parser.value("station").split(',');
-    const bool several = ports.size() > 1 || numbers.size() > 1;
-    for (const QString &port : ports.isEmpty() ? QStringList("no port") : ports) {
-        for (const QString &text : numbers) {
-            bool valid = false;
-            const int number = text.toInt(&valid);
-            if (!valid || number < 0 || number > 255)
-                throw BenchError("--station takes numbers from 0 to 255, not " + text);
-            const QString name = number ? QString("%1 station %2").arg(port).arg(number) : port;
-            const QString label = several ? name + ' ' : QString();
-            jobs.push_back({port,
-                            name,
-                            {number, label, false, parser.isSet("verbose")},
-                            {{"station", text}},
-                            {},
-                            {},
-                            {},
-                            false});
-        }
+    const auto panels = panelsOf(parser);
+    for (const auto &[port, number] : panels) {
+        const QString name = number ? QString("%1 station %2").arg(port).arg(number) : port;
+        const QString label = panels.size() > 1 ? name + ' ' : QString();
+        jobs.push_back({port,
+                        name,
+                        {number, label, false, parser.isSet("verbose")},
+                        {{"station", QString::number(number)}},
+                        {},
+                        {},
+                        {},
+                        false});
     }
     for (const QString &set : parser.values("set"))
         setValues(set, &jobs);
@@ -192,35 +208,36 @@ bool report(std::vector<Job> &jobs, const QString &base, const QString &store)
     return written;
 }
 
-void describe(QCommandLineParser &parser)
+CommandLine commandLine(const QStringList &args)
 {
-    parser.setApplicationDescription("Tests panels at their PC link with the plan of a level, "
-                                     "several ports at once, and at BI several panels of one bus "
-                                     "by station number.\nWhat a person must do is asked on the "
-                                     "terminal. Exit status 0 only if every panel passed.\n"
-                                     "Example: bench station --port /dev/ttyUSB0 --level t1 --set "
-                                     "model=KLV-100 --set machineId=20254711T12345678");
-    parser.addHelpOption();
-    parser.addOptions(reportOptions("out/station"));
-    parser.addOptions(
-        {{"port", "Serial device or pty; may be given several times.", "path"},
-         {"level", "ict, t1, bi or t2.", "level"},
-         {"station", "Station number, decimal; at BI several, with commas, on one bus.", "numbers",
-          "0"},
-         {"set", "What a plan's ${NAME} stands for; with commas, one VALUE for each panel.",
-          "NAME=VALUE"},
-         {"plan", "This plan instead, for example a record of `bench panel --record`.", "file"},
-         {"check", "Only check the plan."},
-         {"yes", "Take everything asked of a person as done."}});
+    return {
+        args,
+        "Tests panels at their PC link with the plan of a level, several ports at once, and at BI "
+        "several panels of one bus by station number.\nWhat a person must do is asked on the "
+        "terminal. Exit status 0 only if every panel passed.\n"
+        "Example: bench station --port /dev/ttyUSB0 --level t1 --set model=KLV-100 --set "
+        "machineId=20254711T12345678",
+        reportOptions("out/station")
+            + QList<QCommandLineOption>{
+                {"port", "Serial device or pty; may be given several times.", "path"},
+                {"level", "ict, t1, bi or t2.", "level"},
+                {"station",
+                 "Station number, decimal. With commas at BI all on the bus of each port, at other "
+                 "levels one for each port in their order.",
+                 "numbers", "0"},
+                {"set", "What a plan's ${NAME} stands for; with commas, one VALUE for each panel.",
+                 "NAME=VALUE"},
+                {"plan", "This plan instead, for example a record of `bench panel --record`.",
+                 "file"},
+                {"check", "Only check the plan."},
+                {"yes", "Take everything asked of a person as done."}}};
 }
 
 } // namespace
 
 int runStation(const QStringList &args)
 {
-    QCommandLineParser parser;
-    describe(parser);
-    parser.process(args);
+    const CommandLine parser = commandLine(args);
     const bool which =
         parser.isSet("level") ? levelByName(parser.value("level")) >= 0 : parser.isSet("plan");
     if ((!parser.isSet("port") && !parser.isSet("check")) || !which)

@@ -1,3 +1,4 @@
+#include "commands/commandline.h"
 #include "commands/commands.h"
 #include "panel/bencherror.h"
 #include "panel/files.h"
@@ -6,7 +7,6 @@
 #include "store/handin.h"
 #include "store/store.h"
 
-#include <QCommandLineParser>
 #include <QFile>
 #include <QFileInfo>
 #include <QSet>
@@ -89,12 +89,10 @@ Period periodOf(const QCommandLineParser &parser)
 
 int runUnits(const QStringList &args)
 {
-    QCommandLineParser parser;
-    parser.setApplicationDescription(
+    const CommandLine parser(
+        args,
         "What is known of the units that `bench station` and `bench produce` have tested: without "
-        "more the latest tests,\nwith an ID, or a part of one, a unit's whole history.");
-    parser.addHelpOption();
-    parser.addOptions(
+        "more the latest tests,\nwith an ID, or a part of one, a unit's whole history.",
         {{"report", "Folder of the reports.", "folder", "out/station"},
          storeOption(),
          {"since", "Only tests of this day and later ones.", "day"},
@@ -104,9 +102,8 @@ int runUnits(const QStringList &args)
          {"yield", "Write a page with yield, failing items, measured values and retests.", "file"},
          {"hand-in",
           "Put into the store what waits for it in the folder of the reports, or the "
-          "named report.json files, or all in the named folders."}});
-    parser.addPositionalArgument("id", "Machine or semi-finished ID.", "[ID | FILE...]");
-    parser.process(args);
+          "named report.json files, or all in the named folders."}},
+        {{"id", "Machine or semi-finished ID.", "[ID | FILE...]"}});
     const QString base = parser.value("report"), where = storeOf(parser);
     const QStringList named = parser.positionalArguments();
     const Period period = periodOf(parser);
@@ -128,7 +125,7 @@ int runUnits(const QStringList &args)
     } else if (!named.isEmpty()) {
         return find(store, named.first());
     } else {
-        list(latestTests(store, period, parser.value("count").toInt()));
+        list(latestTests(store, period, parser.number("count", 1, 1000000)));
     }
     return 0;
 }

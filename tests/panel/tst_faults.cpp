@@ -100,7 +100,7 @@ void TstFaults::ofARunningPanel()
                              "-- power off", "-- power on, level ICT", "-- touch press 200 120"})
         QVERIFY2(traffic.contains(line), line);
     QVERIFY(run({"panel", "--folder", folder.path()}).contains("A panel runs in"));
-    QVERIFY(run({"panel", "--vnc-port", "99999"}).startsWith("2 bench panel: --vnc-port 99999"));
+    QVERIFY(run({"panel", "--vnc-port", "99999"}).startsWith("2 bench panel: --vnc-port takes"));
     panel.terminate();
     QVERIFY(panel.waitForFinished());
     QVERIFY(run({"fault", "show"}).startsWith("2 bench fault: No `bench panel` runs in"));

@@ -18,7 +18,7 @@ class TestStationPeers : public QObject {
 private slots:
     void verdictAndReason();
     void send();
-    void check();
+    void slips();
 };
 
 static const QByteArray plan = R"({"level": "T1", "partial": true, "steps": [
@@ -199,28 +199,40 @@ void TestStationPeers::send()
     QVERIFY2(status == 2 && said.contains("no/such: no such device"), said);
 }
 
-// Slips that would otherwise show only when a panel is tested with the wrong thing.
-void TestStationPeers::check()
+// Slips that would otherwise show only when a panel is tested with the wrong thing, or nothing is.
+void TestStationPeers::slips()
 {
     QTemporaryDir folder;
-    QFile file(folder.filePath("plan.json"));
-    QVERIFY(file.open(QIODevice::WriteOnly) && file.write(plan) == plan.size() && file.flush());
+    const auto write = [&](const char *name, const QByteArray &text) {
+        QFile file(folder.filePath(name));
+        return file.open(QIODevice::WriteOnly) && file.write(text) == text.size();
+    };
+    QVERIFY(write("t1.json", plan) && write("production.json", "{\"panel\": [{}]}"));
+    const QStringList check{"station", "--check", "--plans", folder.path(), "--level", "t1"};
+    const QStringList two = check + QStringList{"--port", "a", "--port", "b"};
     const struct {
         QStringList arguments;
         int status;
         QByteArray text;
     } rows[] = {
-        {{"--level", "t1"}, 0, "may run"},
-        {{"--level", "bi"}, 2, "is a plan of level T1, not of BI"},
-        {{"--station", "256"}, 2, "0 to 255"},
-        {{"--station", "1,x"}, 2, "0 to 255"},
-        {{"--set", "modle=KLV-100"}, 2, "no step uses it"},
-        {{"--set", "model=a,b,c"}, 2, "one for each of the 1 panels"},
+        {check, 0, "may run"},
+        {check + QStringList{"--plan", folder.filePath("t1.json"), "--level", "bi"}, 2,
+         "is a plan of level T1, not of BI"},
+        {check + QStringList{"--station", "256"}, 2, "0 to 255"},
+        {check + QStringList{"--station", "1,x"}, 2, "0 to 255"},
+        {check + QStringList{"--set", "modle=KLV-100"}, 2, "no step uses it"},
+        {check + QStringList{"--set", "model=a,b,c"}, 2, "one for each of the 1 panels"},
+        {two + QStringList{"--station", "1,2", "--set", "model=a,b"}, 0, "may run"},
+        {two + QStringList{"--station", "1,2,3"}, 2, "one for each --port"},
+        {{"produce", "--plans", folder.path()}, 2, "production.json: \"panels\""},
+        {{"measure", "--request", "3"}, 2, "see --help"},
+        {{"send", "--port"}, 2, "see --help"},
+        {{"send", "--help-all"}, 0, "Usage: bench send [options] CODE"},
+        {{"board", "--cuts", "fifty"}, 2, "--cuts takes numbers from 1"},
     };
     for (const auto &row : rows) {
         int status = 0;
-        const QByteArray said = run(
-            QStringList{"station", "--check", "--plan", file.fileName()} + row.arguments, &status);
+        const QByteArray said = run(row.arguments, &status);
         QVERIFY2(status == row.status && said.contains(row.text), said);
     }
 }
