@@ -166,7 +166,7 @@ static bool readStation()
     if (g_uiHMI_TEST_LEVEL == LevelBI
         && openOrCreate(StationFilePath, "00", 2, &digits) == BootFile::Unusable)
         return false;
-    if (digits.isEmpty()) // made, but not written: a cut of power or a full medium
+    if (*digits.constData() == '\0') // made, but not written: a cut of power or a full medium
         digits = "00";
     qstrncpy(gc_SN, digits.constData(), sizeof gc_SN);
     g_iSTATION_NUM = int(strtol(gc_SN, nullptr, 16));
