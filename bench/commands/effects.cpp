@@ -43,7 +43,7 @@ public:
 private:
     void powerOn(const QStringList &agentArgs);
     void ask(const QString &request);
-    bool answers(const QByteArray &code);
+    bool answers(const QString &code);
     QByteArray answer(int ms);
 
     VirtualPanel panel_;
@@ -79,7 +79,7 @@ QString DrivenPanel::obey(const QString &verb, const QString &rest)
         {"ask", [&] { ask(rest); }},
         {"answer", [&] { answer = '"' + printable(this->answer(first.toInt())) + '"'; }},
         {"opens", [&] { answer = waitFor(isOpen, bootMs) && panel_.isOn() ? "yes" : "no"; }},
-        {"answers", [&] { answer = answers(first.toLatin1()) ? "yes" : "no"; }},
+        {"answers", [&] { answer = answers(first) ? "yes" : "no"; }},
         {"arrives", [&] { panel_.port(port)->send(unprintable(rest.section(' ', 1).toLatin1())); }},
         {"fault", [&] { fixture_.setFault(rest); }},
         {"mend", [&] { fixture_.clearFault(rest); }},
@@ -135,20 +135,16 @@ QByteArray DrivenPanel::answer(int ms)
     return isComplete(heard_, true) ? heard_ : QByteArray();
 }
 
-// Whether anything comes back on the PC link; asks until it does.
-bool DrivenPanel::answers(const QByteArray &code)
+// Whether a frame or a battery value comes back on the PC link; asks until it does.
+bool DrivenPanel::answers(const QString &code)
 {
-    PtyPort *const link = panel_.port(panel_.link());
-    bool answered = false;
-    QObject context;
-    QObject::connect(link, &PtyPort::fromPanel, &context,
-                     [&](const QByteArray &) { answered = true; });
-    const auto over = [&] { return answered || !panel_.isOn() || interrupted(); };
-    for (int ms = 0; ms < bootMs && !over(); ms += askAgainMs) {
-        link->send(shortRequest(0, code));
-        waitFor(over, askAgainMs);
+    for (int ms = 0; ms < bootMs && panel_.isOn() && !interrupted(); ms += askAgainMs) {
+        ask(code);
+        const Reply::Kind kind = decode(answer(askAgainMs)).kind;
+        if (kind == Reply::Frame || kind == Reply::Battery)
+            return true;
     }
-    return answered;
+    return false;
 }
 
 } // namespace

@@ -8,7 +8,7 @@ import queue
 import sys
 
 from effects import LEVEL_FILE, Panel, Section, Session, run
-from powercut import (ICT, Cut, Model, boot_level, flag_file, passed_items, put_state, revived,
+from powercut import (MACHINE_ID, Cut, Model, boot_level, flag_file, passed_items, put_state, revived,
                       state_of, verdict)
 
 
@@ -71,8 +71,12 @@ ROWS = [
     Row("touch check", at("T2"), section("9001", "during check"), "9001"),
     Row("machine ID", at("T1"), section("0601 KLV1234X5W00001205"), "0601"),
     Row("machine ID, a shorter one",
-        at("T1") + [f"do file {ICT}HMI_MACHINE_ID.txt KLV12345T0000001299999"],
+        at("T1") + [f"do file {MACHINE_ID} KLV12345T0000001299999"],
         section("0601 KLV12345T00000012"), "0601"),
+    # Neither ID is of factory W, whatever a cut leaves of them.
+    Row("machine ID, a longer one",
+        ["do new", "do level T1", f"do file {MACHINE_ID} KLV12345TW0000012", "boot"],
+        section("0601 KLV1234X5T00001205"), "0601"),
     Row("semi-finished machine ID", at("ICT"), section("0602 KLV12345T0000001"), "0602"),
     Row("station number", at("T1"), section("8A00"), "8A00"),
     Row("clock", at("T1"), section("8D 0"), "8D00"),
@@ -91,7 +95,9 @@ class Enumeration:
         self.cuts, self.calls = [], 0
         self._row, self._model, self._seen = row, Model(before), set()
         level = before.get(LEVEL_FILE, "ICT\n")
-        self._cut = Cut(before, before, level if row.target is None else row.target)
+        code, _, argument = row.done.title.partition(" ")
+        self._cut = Cut(before, before, level if row.target is None else row.target,
+                        machine_id=argument if code == "0601" else "")
         self._take()
 
     def add(self, call):

@@ -13,14 +13,14 @@ import threading
 import time
 
 from effects import ITEMS, LEVEL_FILE, Failure, Panel, run
-from powercut import ICT, POINTERCAL, Cut, boot_level, passed_items, revived, state_of, verdict
+from powercut import ICT, MACHINE_ID, POINTERCAL, Cut, boot_level, passed_items, revived, state_of, verdict
 
 # From what to the kill, at most, in seconds: power-on, the open link, a request beside its own
 # wait, its answer, the first touch of a calibration.
 BOOT, WORK, ASK, AFTER, TOUCH = 3, 8, 0.25, 0.06, 9
 LONG_PASS = 60  # kills; a forced change may take a panel past what its next level needs
 NEXT = {"0400": "T1", "0100": "BI", "0200": "T2", "0300": "HMI", "0101": "HMI"}
-STORED = {"0601": ICT + "HMI_MACHINE_ID.txt", "0602": ICT + "HMI_SEMIMACHINE_ID.txt",
+STORED = {"0601": MACHINE_ID, "0602": ICT + "HMI_SEMIMACHINE_ID.txt",
           "8A00": ICT + "HMI_STATION_NUM.txt", "9000": POINTERCAL, "9004": POINTERCAL}
 KINDS = {"": "boot", "KLV-": "forced change", **dict.fromkeys(NEXT, "end check"),
          **dict.fromkeys(STORED, "identity, station"),
@@ -113,7 +113,8 @@ class Victim:
         self._settled -= step.items
         self._pending = self._recorded - step.items
         self._cut = Cut(before, before, f"{level:3}\n" if level else was,
-                        items=self._recorded | step.items)
+                        items=self._recorded | step.items,
+                        machine_id=step.argument if step.code == "0601" else "")
         self._recorded, self._last, self._heard = frozenset(), step, False
         self._promised.pop(STORED.get(step.code), None)
         argument = step.argument or ("0" if step.code in ("8D", "8E") else "")

@@ -8,6 +8,7 @@ from wording import printable
 # The panel's files that a boot takes notice of are the texts of a dictionary, by path: those of
 # /usr/local/ict but scripts and logs, the pointer calibration and the time zone.
 ICT, POINTERCAL, ZONE = "/usr/local/ict/", "/etc/pointercal", "/etc/localtime"
+MACHINE_ID = ICT + "HMI_MACHINE_ID.txt"
 LOG = ICT + "FactoryTestLog.txt"
 SECTOR = 512
 
@@ -112,6 +113,7 @@ class Cut:
     confirmed: bool = False  # the station had its answer
     at_rest: bool = False  # and the panel had done all that belongs to it
     items: frozenset = frozenset()  # which of the level's it may change
+    machine_id: str = ""  # that it stores
     files: dict = dataclasses.field(default_factory=dict)  # what the cut has left
     after: str = "the start"  # the last call
 
@@ -139,9 +141,8 @@ def passed_items(state, level):
             if flags[place:].split("\0")[0].strip().endswith("1")}
 
 
-def granted(state, level):
-    """Items that a boot passes by itself: what the factory of the machine ID is spared."""
-    machine = state.get(ICT + "HMI_MACHINE_ID.txt", "")
+def granted(machine, level):
+    """Items that a boot passes by itself: what the factory of this machine ID is spared."""
     numbered = len(machine) > 9 and machine[9 if len(machine) == 18 else 8] == "W"
     return {14, 16} if level == "T1" and numbered \
         else {5} if level == "BI" and not numbered else set()
@@ -181,7 +182,8 @@ def verdict(cut, revival):
 
 
 def wrong_items(cut, files, level):
-    spared = granted(files, level)
+    old = cut.before.get(MACHINE_ID, "")
+    spared = granted(old, level) | granted(cut.machine_id or old, level)
     passed, was = passed_items(files, level) - spared, passed_items(cut.before, level)
     there = flag_file(level) in cut.now
     if level == boot_level(cut.before) and not cut.at_rest and (not cut.confirmed or there):
