@@ -17,8 +17,17 @@ class TestStationPeers : public QObject {
     Q_OBJECT
 private slots:
     void verdictAndReason();
+    void planAndDiskMeanwhile();
     void send();
     void slips();
+
+private:
+    void writePlan(const QByteArray &text);
+    QByteArray test(const MisbehavingPeer::Answer &answer, bool asked, int *status,
+                    const QByteArray &limit = {});
+
+    QTemporaryDir folder_;
+    const QString plan_ = folder_.filePath("plan.json");
 };
 
 static const QByteArray plan = R"({"level": "T1", "partial": true, "steps": [
@@ -31,6 +40,58 @@ static QByteArray echo(const QByteArray &request)
 {
     return request.mid(request.lastIndexOf(':'));
 }
+
+static Pieces correct(int, const QByteArray &request)
+{
+    return {{0, echo(request)}};
+}
+static Pieces dead(int, const QByteArray &)
+{
+    return {};
+}
+static Pieces dying(int turn, const QByteArray &request)
+{
+    return turn ? Pieces{} : correct(turn, request);
+}
+static Pieces late(int turn, const QByteArray &request)
+{
+    return {{turn ? 0 : 400, echo(request)}};
+}
+static Pieces twofold(int, const QByteArray &request)
+{
+    return {{0, echo(request) + echo(request)}}; // in one write: they arrive together
+}
+static Pieces half(int, const QByteArray &request)
+{
+    return {{0, echo(request).left(5)}};
+}
+static Pieces endlessGarbage(int, const QByteArray &)
+{
+    Pieces pieces;
+    for (int i = 0; i < 200; ++i)
+        pieces << MisbehavingPeer::Piece{5, QByteArray(200, char(i))};
+    return pieces;
+}
+static Pieces pulledOut(int turn, const QByteArray &request)
+{
+    return turn ? Pieces{{-1, {}}} : correct(turn, request);
+}
+
+static const struct {
+    const char *name;
+    Pieces (*answer)(int turn, const QByteArray &request);
+    int status;
+    QByteArray reason; // said; begins with "!" when nobody may be asked
+} peers[] = {
+    {"right", correct, 0, "PASSED"},
+    {"dead", dead, 1, "!nothing was heard"},
+    {"dies", dying, 1, "!stopped answering"},
+    {"late", late, 0, "PASSED"},
+    {"twice", twofold, 0, "PASSED"},
+    {"half", half, 1, "damaged answer: :0080"},
+    {"garbage without end", endlessGarbage, 1, "FAIL"},
+    {"pulled out", pulledOut, 1, "!is the adapter still plugged in"},
+};
 
 static QByteArray run(const QStringList &arguments, int *status, const QByteArray &limit = {})
 {
@@ -46,110 +107,56 @@ static QByteArray run(const QStringList &arguments, int *status, const QByteArra
     return bench.readAll();
 }
 
+void TestStationPeers::writePlan(const QByteArray &text)
+{
+    QFile out(plan_);
+    QVERIFY(out.open(QIODevice::WriteOnly) && out.write(text) == text.size());
+}
+
+QByteArray TestStationPeers::test(const MisbehavingPeer::Answer &answer, bool asked, int *status,
+                                  const QByteArray &limit)
+{
+    writePlan(plan);
+    MisbehavingPeer peer(answer);
+    return run(QStringList{"station", "--port", peer.path, "--plan", plan_, "--report",
+                           folder_.filePath("out")}
+                   + (asked ? QStringList{"--yes"} : QStringList()),
+               status, limit);
+}
+
 void TestStationPeers::verdictAndReason()
 {
-    // Room for the report that is written at the beginning, not for what has come to it.
-    const qint64 page = QFileInfo(QFINDTESTDATA("../../bench/report/page.html")).size();
-    QTemporaryDir folder;
-    const QString file = folder.filePath("plan.json");
-    const auto writePlan = [&](const QByteArray &text) {
-        QFile out(file);
-        if (out.open(QIODevice::WriteOnly))
-            out.write(text);
-    };
-    const struct {
-        const char *name;
-        MisbehavingPeer::Answer answer;
-        int status;
-        QByteArray reason; // said; begins with "!" when nobody may be asked
-        QByteArray limit;
-    } rows[] = {
-        {"right",
-         [](int, const QByteArray &r) {
-             return Pieces{{0, echo(r)}};
-         },
-         0,
-         "PASSED",
-         {}},
-        {"dead", [](int, const QByteArray &) { return Pieces{}; }, 1, "!nothing was heard", {}},
-        {"dies",
-         [](int n, const QByteArray &r) {
-             return n ? Pieces{} : Pieces{{0, echo(r)}};
-         },
-         1,
-         "!stopped answering",
-         {}},
-        {"late",
-         [](int n, const QByteArray &r) {
-             return Pieces{{n ? 0 : 400, echo(r)}};
-         },
-         0,
-         "PASSED",
-         {}},
-        {"twice",
-         [](int, const QByteArray &r) {
-             return Pieces{{0, echo(r) + echo(r)}}; // in one write: they arrive together
-         },
-         0,
-         "PASSED",
-         {}},
-        {"half",
-         [](int, const QByteArray &r) {
-             return Pieces{{0, echo(r).left(5)}};
-         },
-         1,
-         "damaged answer: :0080",
-         {}},
-        {"garbage without end",
-         [](int, const QByteArray &) {
-             Pieces pieces;
-             for (int i = 0; i < 200; ++i)
-                 pieces << MisbehavingPeer::Piece{5, QByteArray(200, char(i))};
-             return pieces;
-         },
-         1,
-         "FAIL",
-         {}},
-        {"pulled out",
-         [](int n, const QByteArray &r) {
-             return n ? Pieces{{-1, {}}} : Pieces{{0, echo(r)}};
-         },
-         1,
-         "!is the adapter still plugged in",
-         {}},
-        {"plan changes",
-         [&](int, const QByteArray &r) {
-             writePlan("{");
-             return Pieces{{0, echo(r)}};
-         },
-         0,
-         "PASSED",
-         {}},
-        {"disk full",
-         [](int, const QByteArray &r) {
-             return Pieces{{0, echo(r)}};
-         },
-         2, "report.html: File too large",
-         QString("trap '' XFSZ; ulimit -f %1;").arg(page / 512 + 3).toLatin1()},
-    };
-    for (const auto &row : rows) {
-        writePlan(plan);
-        MisbehavingPeer peer(row.answer);
+    int status = 0;
+    for (const auto &row : peers) {
         const bool asked = !row.reason.startsWith('!');
-        int status = 0;
-        const QByteArray said = run(QStringList{"station", "--port", peer.path, "--plan", file,
-                                                "--report", folder.filePath("out")}
-                                        + (asked ? QStringList{"--yes"} : QStringList()),
-                                    &status, row.limit);
+        const QByteArray said = test(row.answer, asked, &status);
         QVERIFY2(status == row.status && said.contains(row.reason.mid(!asked)),
                  QByteArray(row.name) + ": " + said);
         QVERIFY2(asked || !said.contains(">>"), said);
         QVERIFY2(said.contains("PASSED") || said.contains("FAILED"), said);
     }
-    int status = 0; // no port, no test: the unit's history has none
-    const QString line = folder.filePath("line");
-    run({"station", "--port", "no/such", "--plan", file, "--report", line, "--yes"}, &status);
+    // No port, no test: the unit's history has none.
+    const QString line = folder_.filePath("line");
+    run({"station", "--port", "no/such", "--plan", plan_, "--report", line, "--yes"}, &status);
     QVERIFY(status == 2 && QFile::exists(line) && !QFile::exists(line + "/units.sqlite"));
+}
+
+void TestStationPeers::planAndDiskMeanwhile()
+{
+    int status = 0;
+    const auto spoil = [this](int turn, const QByteArray &request) {
+        writePlan("{");
+        return correct(turn, request);
+    };
+    QVERIFY(test(spoil, true, &status).contains("PASSED"));
+    QCOMPARE(status, 0);
+    // Room for the report that is written at the beginning, not for what has come to it.
+    const qint64 page = QFileInfo(QFINDTESTDATA("../../bench/report/page.html")).size();
+    const QByteArray said =
+        test(correct, true, &status,
+             QString("trap '' XFSZ; ulimit -f %1;").arg(page / 512 + 3).toLatin1());
+    QVERIFY2(status == 2 && said.contains("report.html: File too large"), said);
+    QVERIFY2(said.contains("PASSED"), said);
 }
 
 void TestStationPeers::send()
