@@ -157,9 +157,11 @@ QString Lane::run(const Row &row)
 {
     const QByteArray request = row.request;
     const bool probed = request.startsWith("81") || request.startsWith("95") || request == "FF01";
-    QString wrong = tryOnce(row);
-    for (int tries = 1; probed && tries < 3 && !wrong.isEmpty(); ++tries)
+    QString wrong;
+    int tries = probed ? 3 : 1;
+    do
         wrong = tryOnce(row);
+    while (!wrong.isEmpty() && --tries > 0);
     return wrong;
 }
 

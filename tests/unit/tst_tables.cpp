@@ -33,7 +33,6 @@ void TablesTest::aFrameFindsAtMostOneHandler()
                 seen.insert(command.code);
             }
         }
-        QVERIFY(seen.size() >= 15);
     }
 }
 
