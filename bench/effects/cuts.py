@@ -7,9 +7,9 @@ import dataclasses
 import queue
 import sys
 
-from effects import LEVEL_FILE, Panel, Section, Session, run
-from powercut import (MACHINE_ID, Cut, Model, boot_level, flag_file, passed_items, put_state, revived,
-                      state_of, verdict)
+from panel import LEVEL_FILE, Panel, Section, Session, run
+from powercut import (MACHINE_ID, Cut, Model, boot_level, flag_file, passed_items, put_state,
+                      revived, state_of, verdict)
 
 
 @dataclasses.dataclass

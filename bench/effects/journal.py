@@ -1,8 +1,5 @@
 """Tells in plain lines what the agent does to the panel, from its calls to the kernel. What the
 lines mean stands in tests/effects/README.md."""
-import sys
-
-import strace
 from wording import (Effect, Step, changed_name, command_text, control_text, event_text, folded,
                      is_port, line_of, open_mode, quoted_bytes, short_name)
 
@@ -210,10 +207,3 @@ class Journal:
 
     def _exit(self, call):
         self._tell(call, f"exit {int(call.args[0]) & 0xff}")
-
-
-if __name__ == "__main__":  # of the trace on standard input
-    journal = Journal()
-    for call in strace.Reader().follow(sys.stdin):
-        journal.add(call)
-    print("\n".join(journal.take()))

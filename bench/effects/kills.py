@@ -12,8 +12,9 @@ import sys
 import threading
 import time
 
-from effects import ITEMS, LEVEL_FILE, Failure, Panel, run
-from powercut import ICT, MACHINE_ID, POINTERCAL, Cut, boot_level, passed_items, revived, state_of, verdict
+from panel import ITEMS, LEVEL_FILE, Failure, Panel, run
+from powercut import (ICT, MACHINE_ID, POINTERCAL, Cut, boot_level, passed_items, revived, state_of,
+                      verdict)
 
 # From what to the kill, at most, in seconds: power-on, the open link, a request beside its own
 # wait, its answer, the first touch of a calibration.

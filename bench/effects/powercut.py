@@ -2,7 +2,7 @@
 import dataclasses
 import re
 
-from effects import LEVEL_FILE
+from panel import LEVEL_FILE
 from wording import printable
 
 # The panel's files that a boot takes notice of are the texts of a dictionary, by path: those of
