@@ -60,7 +60,8 @@ class Page:
 
     def pixel(self, x, y):
         return self.evaluate("(() => { const c = document.querySelector('#panel canvas');"
-                             f"return c && [...c.getContext('2d').getImageData({x}, {y}, 1, 1).data]"
+                             "return c && [...c.getContext('2d')"
+                             f".getImageData({x}, {y}, 1, 1).data]"
                              ".slice(0, 3).join(); })()")
 
     def click(self, x, y):
