@@ -1,7 +1,45 @@
-// A boot with hostile files: level, flags, station number, machine ID, the product application's
-// answer, in this order with a byte 0xff between. A file that is not there any more is absent.
+// A boot with hostile files, and a calibration: level, flags, station number, machine ID, the
+// product application's answer, the last good calibration, the touch driver's values as decimal
+// numbers, in this order with a byte 0xff between. A file that is not there any more is absent.
+#include "MouseCalibration/calibrationmath.h"
+#include "MouseCalibration/pointercal.h"
+#include "MouseCalibration/targets.h"
 #include "fuzz/panel.h"
 #include "state/levels.h"
+
+static void require(bool good)
+{
+    if (!good)
+        abort();
+}
+
+// Whether the pointer calibration is the first bytes of the last good one, up to a zero byte.
+static bool isRestored(const QByteArray &lastGood, int limit)
+{
+    QFile file(PointercalFile);
+    return file.open(QIODevice::ReadOnly)
+        && file.readAll() == QByteArray(lastGood.left(limit).constData()).append('\0');
+}
+
+static void calibrate(const QByteArray &lastGood, const QList<QByteArray> &samples)
+{
+    putFile(PointercalBackup, lastGood);
+    startFromLastGood();
+    require(lastGood.isEmpty() || isRestored(lastGood, 256));
+    restoreLastGood();
+    require(isRestored(lastGood, 512));
+    CalibrationRecord record = {};
+    const auto targets = calibrationTargets({800, 480});
+    for (int i = 0; i < TouchTargets; ++i) {
+        record.raw_x[i] = samples.value(2 * i).toInt();
+        record.raw_y[i] = samples.value(2 * i + 1).toInt();
+        record.screen_x[i] = targets[size_t(i)].x();
+        record.screen_y[i] = targets[size_t(i)].y();
+    }
+    float determinant;
+    require(fitCalibration(record, &determinant) == isFitted(record));
+    require(bootLoaderLine(record).count(' ') == 7);
+}
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***)
 {
@@ -23,7 +61,7 @@ extern "C" int LLVMFuzzerTestOneInput(const quint8 *data, size_t size)
     delete new MainWindow;
     // What cannot be read must not stay: the next boot finds what this one made whole.
     QFile flags(g_HMI_TEST_File);
-    if (!flags.open(QIODevice::ReadOnly) || flags.size() < TEST_ITEM * 64)
-        abort();
+    require(flags.open(QIODevice::ReadOnly) && flags.size() >= TEST_ITEM * 64);
+    calibrate(files.value(5), files.value(6).split(' '));
     return 0;
 }
