@@ -17,6 +17,12 @@ namespace {
 
 constexpr int bootMs = 60000, askAgainMs = 500;
 constexpr char preload[] = "/run/bench/preload.so";
+constexpr char driveHelp[] =
+    "Usage: bench drive [PROGRAM ARGUMENT...]\n"
+    "Acts on a virtual panel as lines on standard input say, and answers each by a line. The\n"
+    "first line is the folder of the panel's files. With PROGRAM, that starts the agent.\n"
+    "A line begins with one of\n  %s\n"
+    "Example: printf 'on\\nopens\\nask 8000\\nanswer 5000\\n' | bench drive\n";
 
 class DrivenPanel {
 public:
@@ -70,7 +76,8 @@ QString DrivenPanel::obey(const QString &verb, const QString &rest)
     const auto isOpen = [&] {
         return panel_.port(panel_.link())->isOpenOnPanel() || !panel_.isOn();
     };
-    const QHash<QString, std::function<void()>> actions{
+    const QMap<QString, std::function<void()>> actions{
+        {"help", [&] { answer = QStringList(actions.keys()).join(' '); }},
         {"on", [&] { powerOn(words); }},
         {"off", [&] { panel_.powerOff(); }},
         {"runs", [&] { answer = panel_.isOn() ? "yes" : "no"; }},
@@ -151,10 +158,15 @@ bool DrivenPanel::answers(const QString &code)
 
 int runDrive(const QStringList &args)
 {
+    const bool help = args.value(1) == "--help" || args.value(1) == "-h";
     PanelOptions options;
-    options.wrapper = args.mid(1);
+    options.wrapper = help ? QStringList() : args.mid(1);
     quitOnInterrupt();
     DrivenPanel panel(options);
+    if (help) {
+        printf(driveHelp, qPrintable(panel.obey("help", {})));
+        return 0;
+    }
     printf("%s\n", qPrintable(panel.folder()));
     fflush(stdout);
     // Not the C library's stdin: at its end the toolkit reads on for ever if a signal came before.
@@ -167,6 +179,7 @@ int runDrive(const QStringList &args)
             return QCoreApplication::quit();
         const QString line = QString::fromUtf8(bytes.chopped(1));
         QString answer;
+        notifier.setEnabled(false); // one line after the other, however many are there
         try {
             answer = panel.obey(line.section(' ', 0, 0), line.section(' ', 1));
         } catch (const BenchError &error) {
@@ -175,6 +188,7 @@ int runDrive(const QStringList &args)
         QCoreApplication::processEvents(); // what was done has reached the panel
         printf("%s\n", answer.isEmpty() ? "ok" : answer.toUtf8().replace('\n', ' ').constData());
         fflush(stdout);
+        notifier.setEnabled(true);
     });
     return QCoreApplication::exec();
 }

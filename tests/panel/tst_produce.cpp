@@ -90,13 +90,14 @@ void TestProduce::driverIsLeft()
 {
     QProcess bench;
     bench.start(QT_TESTCASE_BUILDDIR "/bench", {"drive"});
+    bench.write("on\nruns\n"); // answered one after the other
+    QByteArray said;
     const auto isAnswered = [&] {
         bench.waitForReadyRead(1000);
-        return bench.readAll().endsWith('\n');
+        return (said += bench.readAll()).endsWith("yes\n");
     };
-    QVERIFY(waitFor(isAnswered, DeadlineMs)); // with its folder
-    bench.write("on\n");
-    QVERIFY(waitFor(isAnswered, DeadlineMs));
+    QVERIFY(bench.waitForStarted() && waitFor(isAnswered, DeadlineMs));
+    QVERIFY2(said.endsWith("/root/\nok\nyes\n"), said);
     bench.write("answer 600000\n");
     QVERIFY(bench.waitForBytesWritten());
     QTest::qWait(300); // then it waits
