@@ -34,7 +34,7 @@ QString LivePanel::obey(const QString &verb, const QString &argument)
     else if (verb == "screenshot")
         screenshot(argument);
     else
-        act(verb, argument);
+        return act(verb, argument);
     return {};
 }
 
@@ -63,7 +63,7 @@ void LivePanel::screenshot(const QString &file)
                              .arg(file));
 }
 
-void LivePanel::act(const QString &verb, const QString &argument)
+QString LivePanel::act(const QString &verb, const QString &argument)
 {
     static const QRegularExpression spot("^(\\d{1,3}) (\\d{1,3})$");
     const QRegularExpressionMatch match = spot.match(argument);
@@ -71,9 +71,14 @@ void LivePanel::act(const QString &verb, const QString &argument)
         const QPoint pixel(match.captured(1).toInt(), match.captured(2).toInt());
         if (pixel.x() >= 800 || pixel.y() >= 480)
             throw BenchError("the screen has 800 x 480 pixels");
-        return Finger(panel_).touch(pixel);
+        Finger(panel_).touch(pixel);
+        return {};
     }
     const QString action = verb + ' ' + argument;
-    insist(verb == "fault" ? QString() : actionFault(action));
-    insist(stand_.act(action));
+    if (verb == "fault") {
+        insist(stand_.act(action));
+        return {};
+    }
+    insist(actionFault(action));
+    return stand_.act(action);
 }

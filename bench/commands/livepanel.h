@@ -12,8 +12,8 @@ public:
     LivePanel(VirtualPanel &panel, Fixture *fixture, Traffic *traffic,
               const QStringList &agentArgs);
 
-    // Does what the line says and waits until it is done; the answer, empty for a mere "ok". Throws
-    // BenchError.
+    // Does what the line says and waits until it is done; the answer, empty for a mere "ok": to
+    // "look" and "touch" what is wrong with the panel. Throws BenchError.
     QString obey(const QString &verb, const QString &argument);
     // True while the power is off because somebody wanted it so.
     bool isSwitchedOff() const
@@ -24,7 +24,7 @@ public:
 private:
     void power(const QString &order);
     void screenshot(const QString &file);
-    void act(const QString &verb, const QString &argument);
+    QString act(const QString &verb, const QString &argument);
 
     VirtualPanel &panel_;
     Fixture *const fixture_;

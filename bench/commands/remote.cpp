@@ -20,7 +20,8 @@ const Verb verbs[] = {
      "Touches the screen of a running `bench panel`: a spot for a moment, or what a calibration\n"
      "(with five or three targets in its check) or a check shows, target after target."},
     {"look", "red, green, blue, white, bands, dark or RRGGBB",
-     "Waits until the screen of a running `bench panel` looks so, for 5 s."},
+     "Waits until the screen of a running `bench panel` looks so, for 5 s. Exit status 1 if it "
+     "does not."},
     {"screenshot", "FILE",
      "Writes the screen of a running `bench panel` to a PNG file, once it has come to rest."},
     {"fault", "list, show, set or clear",
@@ -86,7 +87,11 @@ int runRemote(const QStringList &args)
         QString what = words.join(' ');
         if (name == "screenshot")
             what = QFileInfo(what).absoluteFilePath(); // the panel's bench has a folder of its own
-        PanelControl::send(folder, name + ' ' + what);
+        const QString answer = PanelControl::send(folder, name + ' ' + what);
+        if (answer != "ok") {
+            fprintf(stderr, "bench %s: %s\n", verb->name, qPrintable(answer));
+            return 1;
+        }
     }
     return 0;
 }

@@ -72,6 +72,7 @@ void TstFaults::ofARunningPanel()
     QVERIFY(run({"touch", "firmly"}).contains("unknown action"));
     QTRY_VERIFY(ask("9510 FF8000").contains("9510"));
     QCOMPARE(run({"look", "FF8000"}), QString("0 "));
+    QVERIFY(run({"look", "red"}).startsWith("1 bench look: the screen"));
     QCOMPARE(run({"screenshot", folder.filePath("screen.png")}), QString("0 "));
     QCOMPARE(QImage(folder.filePath("screen.png")).pixel(400, 240), 0xffff8000);
     // Of two panels one must be named.
