@@ -11,7 +11,7 @@ CommandLine::CommandLine(const QStringList &args, const QString &help,
     for (const Word &word : words)
         addPositionalArgument(word.name, word.help, word.syntax);
     if (!parse(args))
-        throw BenchError(errorText() + " (see --help)");
+        throw BenchError(errorText() + " See --help");
     process(args); // --help and --help-all
 }
 

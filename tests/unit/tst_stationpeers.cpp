@@ -232,9 +232,10 @@ void TestStationPeers::slips()
         {two + QStringList{"--station", "1,2", "--set", "model=a,b"}, 0, "may run"},
         {two + QStringList{"--station", "1,2,3"}, 2, "one for each --port"},
         {{"produce", "--plans", folder.path()}, 2, "production.json: \"panels\""},
-        {{"measure", "--request", "3"}, 2, "see --help"},
-        {{"send", "--port"}, 2, "see --help"},
+        {{"measure", "--request", "3"}, 2, "See --help"},
+        {{"send", "--port"}, 2, "See --help"},
         {{"send", "--help-all"}, 0, "Usage: bench send [options] CODE"},
+        {{"drive", "--help"}, 0, " calibrate calibrate3 check "},
         {{"board", "--cuts", "fifty"}, 2, "--cuts takes numbers from 1"},
     };
     for (const auto &row : rows) {
