@@ -100,16 +100,16 @@ VirtualPanel::VirtualPanel(const PanelOptions &options, QObject *parent)
         events_ = inThread(io_, new InputEvents(hostPath("/dev/input/event1")));
         gate_ = inThread(io_, new VncGate(options_.vncPort, socket));
         connect(gate_, &VncGate::pointer, this, &VirtualPanel::viewerTouches);
+        screen_ = std::make_unique<VncScreen>(socket);
+        if (options_.board)
+            machine_.reset(board_ = new Board(options_, folder_, ports_));
+        else
+            machine_ = std::make_unique<Sandbox>(options_, folder_);
     } catch (...) {
         io_.quit();
         io_.wait();
         throw;
     }
-    screen_ = std::make_unique<VncScreen>(socket);
-    if (options_.board)
-        machine_.reset(board_ = new Board(options_, folder_, ports_));
-    else
-        machine_ = std::make_unique<Sandbox>(options_, folder_);
     connect(machine_.get(), &Machine::ended, this, [this] {
         screen_->disconnect();
         emit powered(false);

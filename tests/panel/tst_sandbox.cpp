@@ -280,6 +280,10 @@ void TstSandbox::remediesAreNamed()
     };
     QVERIFY2(remedy(noAgent).contains("build it first"), qPrintable(remedy(noAgent)));
     QVERIFY2(remedy(portTaken).contains("--vnc-port"), qPrintable(remedy(portTaken)));
+    PanelOptions machine; // there is none, or it has no such disk
+    machine.board = true;
+    machine.ictDisk = IctDisk::full;
+    QVERIFY2(remedy(machine).contains("ARM machine"), qPrintable(remedy(machine)));
 }
 
 QTEST_GUILESS_MAIN(TstSandbox)
