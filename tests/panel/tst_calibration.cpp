@@ -1,7 +1,6 @@
 #include "fixture/finger.h"
 #include "mainwindow.h"
 #include "panel/agentpanel.h"
-#include "panel/expectedscreen.h"
 
 #include <QApplication>
 #include <QTimer>
@@ -75,44 +74,6 @@ public:
     Finger finger;
 };
 
-// A finger that the touch stack alone sees: the ADC stays as the test has left it.
-void point(Scene &scene, const QPoint &pixel)
-{
-    QThread::msleep(350); // what comes sooner is a bounce
-    for (const char *event : {" PressEvent", "ReleaseEvent"}) {
-        const int before = scene.panel.output().count(event);
-        scene.panel.screen().pointer(pixel, *event == ' ');
-        QTRY_COMPARE(scene.panel.output().count(event), before + 1);
-    }
-}
-
-// What a dialog shows at target `index`: where its corner labels stand is up to its kind.
-enum class Dialog { Calibration, Check, AppCheck };
-
-Expected dialogScreen(Dialog dialog, const QVector<QPoint> &targets, int index,
-                      const QMap<int, QPoint> &marks)
-{
-    Expected screen;
-    const auto label = [&](int i, const QPoint &at, const QString &name, int points, QColor pen) {
-        const int side = dialog == Dialog::Check ? QVector<int>{32, -32, -32, 32, 0}[i] : 0;
-        const bool above = dialog != Dialog::Calibration && (i == 2 || i == 3);
-        screen.text(at.x() + side, at.y() + (above ? -32 : 32),
-                    name + QString("(%1,%2)").arg(at.x()).arg(at.y()), points, pen,
-                    side > 0       ? 0
-                        : side < 0 ? 1
-                                   : .5);
-    };
-    const QColor pen = dialog == Dialog::Calibration ? Qt::black : Qt::blue;
-    screen.text(400, 120, "Ostra HMI Touch PointCheck", 18, Qt::blue, .5)
-        .cross(targets[index], pen);
-    label(index, targets[index], "", 18, pen);
-    for (int i : marks.keys()) {
-        label(i, marks[i], QString("P%1").arg(i + 1), 12, QColor(128, 0, 0));
-        screen.cross(marks[i], QColor(128, 0, 0));
-    }
-    return screen;
-}
-
 // The agent as it is, in an application that watches the calibration dialog's events and ends when
 // it finds /tmp/quit.
 class WatchedApplication : public QApplication {
@@ -159,7 +120,6 @@ private slots:
     void oneAnswerForRepeatedRequests();
     void linkLivesWhileDialogIsUp();
     void hastyAndHeldTouches();
-    void screens();
 };
 
 struct Foil {
@@ -326,83 +286,11 @@ void TstCalibration::hastyAndHeldTouches()
     QTRY_COMPARE(events("ReleaseEvent : (0702, 0100)"), 1);
 }
 
-// Touch after touch, hits up to the tolerance of the level and misses one pixel beyond; then the
-// offsets on the ICT screen, those of targets that were not shown from the calibration.
-void TstCalibration::screens()
-{
-    const QColor red = Qt::red, blue = Qt::blue;
-    const struct {
-        QByteArray level, code, reply; // without a code: the run mode
-        Dialog dialog;
-        int margin, step;
-        QVector<QPoint> offsets; // of the touches; a miss is marked where it was
-        QByteArray hits; // pens of the ICT screen's lines
-    } rows[] = {
-        {"T1",
-         "9004",
-         "90F4",
-         Dialog::Check,
-         50,
-         2,
-         {{10, -10}, {-50, 50}, {3, 11}, {50, -50}, {0, 0}},
-         "brrrb"},
-        {"T2",
-         "9001",
-         "90F1",
-         Dialog::Check,
-         50,
-         1,
-         {{-11, 11}, {12, 0}, {-12, 0}, {0, 12}, {1, -1}},
-         "brrrb"},
-        {"HMI", "", "", Dialog::AppCheck, 100, 2, {{12, 0}, {}, {0, -13}, {}, {}}, "b r b"},
-    };
-    for (const auto &row : rows) {
-        qInfo("%s", row.level.constData());
-        Scene scene(row.level.leftJustified(3) + '\n');
-        const auto shows = [&](const Expected &screen) {
-            return waitFor([&] { return screen.difference(scene.panel) == 0; }, DeadlineMs);
-        };
-        QVERIFY(row.code.isEmpty() || scene.powerCycle());
-        if (row.code.isEmpty())
-            scene.panel.powerOn({"HMIAppCalibation"});
-        else
-            scene.request(row.code);
-        const auto targets = touchTargets(calibrationMargin), check = touchTargets(row.margin);
-        for (int i = 0; i < 5 && row.level != "T2"; ++i) {
-            QVERIFY2(shows(dialogScreen(Dialog::Calibration, targets, i, {})), row.level);
-            point(scene, targets[i]);
-        }
-        QMap<int, QPoint> marks;
-        for (int i = 0; i < 5; i += row.step) {
-            QVERIFY2(shows(dialogScreen(row.dialog, check, i, marks)), row.level);
-            point(scene, check[i] + row.offsets[i]);
-            marks[i] = check[i] + (row.hits[i] == 'b' ? QPoint() : row.offsets[i]);
-        }
-        if (row.code.isEmpty())
-            continue;
-        QCOMPARE(scene.reply(), requestFrame(row.reply));
-        const bool t1 = row.level == "T1";
-        Expected screen;
-        screen
-            .text(40, 30, "      Ostra HMI KLV-100 " + row.level + " Test =====", 18,
-                  t1 ? red : blue)
-            .items(t1 ? t1Items : t2Items, t1 ? "00000000000F0000000" : "0000000000F000000")
-            .corners()
-            .traffic(requestFrame(row.code).chopped(2), requestFrame(row.reply).chopped(2));
-        for (int i = 0; i < 5; ++i)
-            screen.text(300, 320 + 20 * i,
-                        QString::asprintf("Target(%03d, %03d), offset(%+d, %+d)", check[i].x(),
-                                          check[i].y(), row.offsets[i].x(), row.offsets[i].y()),
-                        14, row.hits[i] == 'b' ? blue : red);
-        QVERIFY2(shows(screen), row.level);
-    }
-}
-
 int main(int argc, char *argv[])
 {
     if (argc > 1 && qstrcmp(argv[1], "--watched-agent") == 0)
         return runWatchedAgent(argc, argv);
-    QGuiApplication application(argc, argv); // for its fonts
+    QGuiApplication application(argc, argv);
     TstCalibration test;
     return QTest::qExec(&test, argc, argv);
 }
