@@ -2,7 +2,7 @@
 
 #include "panel/bencherror.h"
 #include "panel/files.h"
-#include "station/runner.h"
+#include "station/console.h"
 #include "store/store.h"
 
 #include <QDir>
