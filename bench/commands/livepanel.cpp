@@ -79,6 +79,6 @@ QString LivePanel::act(const QString &verb, const QString &argument)
         insist(stand_.act(action));
         return {};
     }
-    insist(actionFault(action));
+    insist(actionFault(action, actionsOf()));
     return stand_.act(action);
 }

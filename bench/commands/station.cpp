@@ -48,7 +48,7 @@ bool work(const QVector<Job *> &jobs, bool unattended)
             continue;
         }
         job->tested = true;
-        TerminalStand stand(job->name, unattended);
+        TerminalStand stand(job->name, job->plan.actions, unattended);
         try {
             Runner(link, stand, job->values, job->options).run(job->plan, &job->report);
         } catch (const BenchError &wrong) {

@@ -8,7 +8,6 @@
 
 #include <QCryptographicHash>
 #include <QFileInfo>
-#include <QJsonArray>
 #include <QJsonDocument>
 #include <QRegularExpression>
 
@@ -17,11 +16,19 @@ QString planFolder()
     return dataFolder() + "/bench/plans";
 }
 
+static QJsonObject tableOf(const QString &folder, const QString &file)
+{
+    return readJson((QFile::exists(folder + file) ? folder : planFolder()) + file);
+}
+
 QStringList levelItems(int level, const QString &folder)
 {
-    const QString own = folder + "/items.json";
-    return textsOf(
-        readJson(QFile::exists(own) ? own : planFolder() + "/items.json")[levelName(level)]);
+    return textsOf(tableOf(folder, "/items.json")[levelName(level)]);
+}
+
+QJsonArray actionsOf(const QString &folder)
+{
+    return tableOf(folder, "/actions.json")["actions"].toArray();
 }
 
 static QRegularExpressionMatchIterator placeholders(const QString &text)
@@ -114,7 +121,7 @@ QStringList stepProblems(const Step &step, const Values &values, Plan *plan)
     QStringList problems{codeProblem(step, values, plan->level)};
     for (const char *const when : {"before", "during", "after"}) {
         for (const QString &action : textsOf(step[when]))
-            problems << actionFault(action);
+            problems << actionFault(action, plan->actions);
     }
     for (const QJsonValue &item : step["items"].toArray()) {
         if (item.toInt() < 1 || item.toInt() > plan->items.size())
@@ -191,6 +198,7 @@ Plan loadPlan(const QString &path, const Values &values)
             return plan;
         }
         plan.items = levelItems(plan.level, QFileInfo(path).path());
+        plan.actions = actionsOf(QFileInfo(path).path());
         readSteps(root["steps"].toArray(), values, &plan);
         QSet<QString> covered;
         for (const Step &step : plan.steps) {

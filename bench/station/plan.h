@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QHash>
+#include <QJsonArray>
 #include <QJsonObject>
 #include <QSet>
 #include <QStringList>
@@ -18,14 +19,15 @@ struct Plan {
     QByteArray hash; // SHA-256 of its text, as hex digits
     int level = -1;
     QStringList items; // the level's item lines without their ": 0"
+    QJsonArray actions; // what may be asked of its stand: rows of actions.json
     QVector<Step> steps;
     QSet<QString> uses; // names of the values it needs
     QStringList problems; // "file, step: what is wrong", empty for a plan that may run
 };
 
 // Reads and checks a plan: keys unknown, mistyped or out of range, unknown codes, codes that the
-// level does not allow, unknown actions, values not in `values`, items that no step covers. The
-// items come from items.json beside the plan, else from the bench's own. See Plan::problems.
+// level does not allow, unknown actions, values not in `values`, items that no step covers. See
+// Plan::problems.
 Plan loadPlan(const QString &file, const Values &values);
 // A step from a row of a plan.
 Step stepOf(const QJsonObject &row, const QStringList &items = {});
@@ -35,6 +37,7 @@ void addTo(Values *values, const QJsonObject &more);
 QString expand(const QString &text, const Values &values, bool pattern = false);
 // Where the bench's own plans lie.
 QString planFolder();
-// The item lines of a level, without their ": 0"; from items.json in `folder`, else the bench's
-// own.
+// What items.json and actions.json hold, each from `folder` if it is there, else the bench's own:
+// the item lines of a level, without their ": 0", and the rows of the actions.
 QStringList levelItems(int level, const QString &folder = planFolder());
+QJsonArray actionsOf(const QString &folder = planFolder());

@@ -4,7 +4,6 @@
 #include "panel/files.h"
 #include "station/console.h"
 
-#include <QJsonArray>
 #include <QMutex>
 #include <QRegularExpression>
 #include <QThread>
@@ -14,22 +13,15 @@
 
 namespace {
 
-const QJsonArray &knownActions()
-{
-    static const QJsonArray actions =
-        readJson(dataFolder() + "/bench/plans/actions.json")["actions"].toArray();
-    return actions;
-}
-
 // The row of an action, the text in its form put into the question; empty for none.
-QJsonObject rowOf(const QString &action)
+QJsonObject rowOf(const QString &action, const QJsonArray &known)
 {
-    for (const QJsonValue &known : knownActions()) {
-        const QString form = known["action"].toString();
+    for (const QJsonValue &value : known) {
+        const QString form = value["action"].toString();
         const auto match =
             QRegularExpression(QRegularExpression::anchoredPattern(form)).match(action);
         if (match.hasMatch()) {
-            QJsonObject row = known.toObject();
+            QJsonObject row = value.toObject();
             row["ask"] = row["ask"].toString().replace("%1", match.captured(1));
             return row;
         }
@@ -61,13 +53,13 @@ char answer()
 
 } // namespace
 
-QString actionFault(const QString &action)
+QString actionFault(const QString &action, const QJsonArray &known)
 {
-    QStringList known;
-    for (const QJsonValue &row : knownActions())
-        known << row["action"].toString();
-    return rowOf(action).isEmpty()
-        ? QString("unknown action \"%1\"; known are: %2").arg(action, known.join(", "))
+    QStringList forms;
+    for (const QJsonValue &row : known)
+        forms << row["action"].toString();
+    return rowOf(action, known).isEmpty()
+        ? QString("unknown action \"%1\"; known are: %2").arg(action, forms.join(", "))
         : QString();
 }
 
@@ -105,10 +97,10 @@ QString TerminalStand::act(const QString &action)
         settle(action.section(' ', 1).toInt());
         return {};
     }
-    const QJsonObject row = rowOf(action);
+    const QJsonObject row = rowOf(action, actions_);
     const QString prompt = row["ask"].toString();
     if (prompt.isEmpty())
-        return actionFault(action);
+        return actionFault(action, actions_);
     const QMutexLocker lock(&mutex);
     showStatus({});
     say(QString(">> %1: %2  %3")

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QImage>
+#include <QJsonArray>
 #include <QMap>
 #include <QString>
 
@@ -23,15 +24,16 @@ public:
     QMap<QString, QImage> screens;
 };
 
-// What is wrong with an action's text, empty if nothing.
-QString actionFault(const QString &action);
+// What is wrong with an action's text, empty if nothing; `known` are rows of actions.json.
+QString actionFault(const QString &action, const QJsonArray &known);
 
 // A real panel: a person does what the plan asks and confirms it on the terminal.
 class TerminalStand : public Stand {
 public:
-    // `unattended` takes every confirmation as given.
-    TerminalStand(const QString &port, bool unattended)
+    // `actions`: rows of actions.json. `unattended` takes every confirmation as given.
+    TerminalStand(const QString &port, const QJsonArray &actions, bool unattended)
         : port_(port)
+        , actions_(actions)
         , unattended_(unattended)
     {
     }
@@ -44,5 +46,6 @@ private:
     void settle(int seconds);
 
     QString port_;
+    QJsonArray actions_;
     bool unattended_;
 };

@@ -135,6 +135,11 @@ void TestStationPeers::verdictAndReason()
         QVERIFY2(asked || !said.contains(">>"), said);
         QVERIFY2(said.contains("PASSED") || said.contains("FAILED"), said);
     }
+    QFile own(folder_.filePath("actions.json")); // asked in the line's own words
+    QVERIFY(own.open(QIODevice::WriteOnly));
+    own.write("{\"actions\": [{\"action\": \"look red\", \"ask\": \"Ist er rot?\"}]}");
+    own.close();
+    QVERIFY(test(correct, true, &status).contains("Ist er rot?"));
     // No port, no test: the unit's history has none.
     const QString line = folder_.filePath("line");
     run({"station", "--port", "no/such", "--plan", plan_, "--report", line, "--yes"}, &status);
