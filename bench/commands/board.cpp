@@ -3,6 +3,7 @@
 #include "commands/commands.h"
 #include "commands/interrupt.h"
 #include "fixture/pfvpstand.h"
+#include "panel/gauges.h"
 #include "station/virtualstand.h"
 
 #include <QRegularExpression>
@@ -223,17 +224,16 @@ const Check checks[] = {
 // Not judged: the emulator is as fast as the machine that it runs on.
 void sayFigures(BoardRig &rig)
 {
-    QVector<qint64> times;
+    QVector<double> times;
     for (int i = 0; i < 200 && !interrupted(); ++i) {
         QElapsedTimer clock;
         clock.start();
         rig.ask("8000");
-        times << clock.elapsed();
+        times << double(clock.elapsed());
     }
-    std::sort(times.begin(), times.end());
     say(QString("\"8000\" %1 ms in the median, %2 ms at the latest of %3")
-            .arg(times.value(times.size() / 2))
-            .arg(times.isEmpty() ? 0 : times.last())
+            .arg(median(times))
+            .arg(times.isEmpty() ? 0 : *std::max_element(times.begin(), times.end()))
             .arg(times.size()));
     say(rig.run("/board/figures"));
 }

@@ -42,14 +42,6 @@ Range allowed(const QString &need, int all, const QStringList &faults)
     return {need.isEmpty() ? all : 0, need.isEmpty() ? all : usb ? 1 : 0};
 }
 
-int sumOf(const PfvpCounts &counts, bool withFails)
-{
-    int sum = 0;
-    for (const PfvpCount &count : counts)
-        sum += count.pass + (withFails ? count.fail : 0);
-    return sum;
-}
-
 struct Order {
     PfvpTable table;
     int cycles;
@@ -74,7 +66,7 @@ PfvpCounts await(PfvpStand &stand, PfvpTable table, int tests)
 {
     for (int second = 0; second < 120 && !interrupted(); ++second) {
         const PfvpCounts counts = stand.operatorOfPanel.countsAfter(table, tests, 1000);
-        if (sumOf(counts, true) >= tests)
+        if (sumOf(counts) >= tests)
             return counts;
     }
     throw BenchError(interrupted() ? "interrupted" : "the panel did not finish its cycles");

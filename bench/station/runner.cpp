@@ -2,10 +2,10 @@
 
 #include "panel/bencherror.h"
 #include "panel/files.h"
+#include "panel/gauges.h"
 #include "station/protocol.h"
 
 #include <QTimer>
-#include <algorithm>
 
 Runner::Runner(Link &link, Stand &stand, Values values, Options options)
     : link_(link)
@@ -45,11 +45,7 @@ static double medianOverheadMs(const Plan &plan, const QJsonArray &records)
         if (!step["items"].toArray().isEmpty() && step["during"].toArray().isEmpty())
             overheads << records[i]["ms"].toDouble() - step["wait"].toInt();
     }
-    if (overheads.isEmpty())
-        return 0;
-    const auto middle = overheads.begin() + overheads.size() / 2;
-    std::nth_element(overheads.begin(), middle, overheads.end());
-    return *middle;
+    return overheads.isEmpty() ? 0 : median(overheads);
 }
 
 void Runner::runSteps(const Plan &plan, QJsonObject *level)

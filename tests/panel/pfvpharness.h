@@ -68,11 +68,8 @@ inline QByteArray cycle(PfvpOperator &person, PfvpTable table, int judged, const
                         const QString &stop)
 {
     const PfvpCounts before = person.counts(table);
-    int done = 0;
-    for (const PfvpCount &item : before)
-        done += item.pass + item.fail;
     person.press(start, CycleMs);
-    person.countsAfter(table, done + judged, CycleMs);
+    person.countsAfter(table, sumOf(before) + judged, CycleMs);
     person.press(stop, CycleMs);
     if (!person.sees(start, CycleMs))
         return "does not stop";
