@@ -7,6 +7,7 @@
 #include "store/handin.h"
 #include "store/store.h"
 
+#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QSet>
@@ -85,6 +86,18 @@ Period periodOf(const QCommandLineParser &parser)
     return period;
 }
 
+// Stores that might be meant: in the folders beside that of the reports.
+QString storesBeside(const QString &base)
+{
+    const QDir around = QFileInfo(base).dir();
+    QStringList stores;
+    for (const QString &folder : around.entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        if (around.exists(folder + "/units.sqlite"))
+            stores << "--report " + around.filePath(folder);
+    }
+    return stores.isEmpty() ? "--report or --store" : stores.join(" or ");
+}
+
 } // namespace
 
 int runUnits(const QStringList &args)
@@ -113,7 +126,8 @@ int runUnits(const QStringList &args)
         return 0;
     }
     if (!where.startsWith("postgres") && !QFileInfo::exists(where))
-        throw BenchError("there is no store " + where + ": choose one by --report or --store");
+        throw BenchError(
+            QString("there is no store %1: choose one by %2").arg(where, storesBeside(base)));
     Store store(where);
     if (parser.isSet("yield")) {
         writeYield(store, period, parser.value("yield"), Store::nameOf(where));

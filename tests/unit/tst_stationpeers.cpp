@@ -220,6 +220,7 @@ void TestStationPeers::slips()
         return file.open(QIODevice::WriteOnly) && file.write(text) == text.size();
     };
     QVERIFY(write("t1.json", plan) && write("production.json", "{\"panel\": [{}]}"));
+    QVERIFY(QDir(folder.path()).mkdir("b") && write("b/units.sqlite", "?"));
     const QStringList check{"station", "--check", "--plans", folder.path(), "--level", "t1"};
     const QStringList two = check + QStringList{"--port", "a", "--port", "b"};
     const struct {
@@ -237,6 +238,7 @@ void TestStationPeers::slips()
         {two + QStringList{"--station", "1,2", "--set", "model=a,b"}, 0, "may run"},
         {two + QStringList{"--station", "1,2,3"}, 2, "one for each --port"},
         {{"produce", "--plans", folder.path()}, 2, "production.json: \"panels\""},
+        {{"units", "--report", folder.filePath("a")}, 2, folder.filePath("b").toUtf8()},
         {{"measure", "--request", "3"}, 2, "See --help"},
         {{"send", "--port"}, 2, "See --help"},
         {{"send", "--help-all"}, 0, "Usage: bench send [options] CODE"},
