@@ -1,15 +1,59 @@
 #include "panel/agentpanel.h"
 #include "panel/control.h"
 
+static const QString bench = QT_TESTCASE_BUILDDIR "/bench";
+
 // Faults by name: what is refused, and how they and all else of a running panel are switched from
 // other programs.
 class TstFaults : public QObject {
     Q_OBJECT
 
 private slots:
+    void initTestCase();
     void texts();
-    void ofARunningPanel();
+    void faultsOfARunningPanel();
+    void itsPowerFingerAndScreen();
+    void terminalAndEnd();
+
+private:
+    QString run(QStringList words);
+    QString ask(const QString &request, const QString &ms = "20000");
+    bool tells(const QByteArray &line);
+
+    QTemporaryDir folder_;
+    QProcess panel_;
+    QByteArray said_; // by it
 };
+
+// `bench panel` in one program, `bench fault` in another, the station's own in a third.
+void TstFaults::initTestCase()
+{
+    panel_.start(bench,
+                 {"panel", "--traffic", "--folder", folder_.path(), "--fault", "battery:2900"});
+    QVERIFY(tells("vncviewer"));
+}
+
+QString TstFaults::run(QStringList words)
+{
+    QProcess program;
+    program.setProcessChannelMode(QProcess::MergedChannels);
+    if (words[0] != "send" && words[0] != "panel")
+        words << "--panel" << folder_.path();
+    program.start(bench, words);
+    program.waitForFinished();
+    return QString::number(program.exitCode()) + ' ' + program.readAll();
+}
+
+QString TstFaults::ask(const QString &request, const QString &ms)
+{
+    const QString link = QRegularExpression("/dev/pts/\\d+").match(said_).captured();
+    return run(QStringList{"send", "--port", link, "--timeout", ms} + request.split(' '));
+}
+
+bool TstFaults::tells(const QByteArray &line)
+{
+    return waitFor([&] { return (said_ += panel_.readAll()).contains(line); }, DeadlineMs);
+}
 
 void TstFaults::texts()
 {
@@ -27,30 +71,8 @@ void TstFaults::texts()
     QVERIFY(complaint("script:ls=missing").contains("no program ls"));
 }
 
-// `bench panel` in one program, `bench fault` in another, the station's own in a third.
-void TstFaults::ofARunningPanel()
+void TstFaults::faultsOfARunningPanel()
 {
-    const QString bench = QT_TESTCASE_BUILDDIR "/bench";
-    QTemporaryDir folder;
-    QProcess panel;
-    panel.start(bench,
-                {"panel", "--traffic", "--folder", folder.path(), "--fault", "battery:2900"});
-    QVERIFY(panel.waitForReadyRead(DeadlineMs));
-    QRegularExpressionMatch link;
-    QTRY_VERIFY((link = QRegularExpression("/dev/pts/\\d+").match(panel.peek(1000))).hasMatch());
-    const auto run = [&](QStringList words) {
-        QProcess program;
-        program.setProcessChannelMode(QProcess::MergedChannels);
-        if (words[0] != "send" && words[0] != "panel")
-            words << "--panel" << folder.path();
-        program.start(bench, words);
-        program.waitForFinished();
-        return QString::number(program.exitCode()) + ' ' + program.readAll();
-    };
-    const auto ask = [&](const QString &request, const QString &ms = "20000") {
-        return run(QStringList{"send", "--port", link.captured(), "--timeout", ms}
-                   + request.split(' '));
-    };
     QCOMPARE(run({"fault", "show"}), QString("0 battery:2900\n"));
     QTRY_VERIFY(ask("8800", "3000").contains(":0002906E\\r")); // once it has booted
     QCOMPARE(run({"fault", "set", "battery:3287"}), QString("0 set battery:3287: ok\n"));
@@ -59,7 +81,12 @@ void TstFaults::ofARunningPanel()
     QCOMPARE(run({"fault", "clear"}), QString("0 ok\n"));
     QCOMPARE(run({"fault", "show"}), QString("0 no fault is set\n"));
     QTRY_VERIFY(ask("8800").contains(":000309F4\\r"));
-    // Its power, finger and screen. The touch is seen through the panel's own calibration.
+    QVERIFY(tells("-- fault set battery:2900") && tells("-- fault set battery:3287"));
+}
+
+// The touch is seen through the panel's own calibration.
+void TstFaults::itsPowerFingerAndScreen()
+{
     QCOMPARE(run({"power", "off"}), QString("0 "));
     QVERIFY(run({"touch", "200", "120"}).startsWith("2 bench touch: the panel is off"));
     QCOMPARE(run({"power", "cycle"}), QString("0 "));
@@ -73,14 +100,20 @@ void TstFaults::ofARunningPanel()
     QTRY_VERIFY(ask("9510 FF8000").contains("9510"));
     QCOMPARE(run({"look", "FF8000"}), QString("0 "));
     QVERIFY(run({"look", "red"}).startsWith("1 bench look: the screen"));
-    QCOMPARE(run({"screenshot", folder.filePath("screen.png")}), QString("0 "));
-    QCOMPARE(QImage(folder.filePath("screen.png")).pixel(400, 240), 0xffff8000);
+    QCOMPARE(run({"screenshot", folder_.filePath("screen.png")}), QString("0 "));
+    QCOMPARE(QImage(folder_.filePath("screen.png")).pixel(400, 240), 0xffff8000);
     // Of two panels one must be named.
     const QTemporaryDir second;
     PanelControl other(second.path(), [](const QString &, const QString &) { return QString(); });
     QVERIFY_EXCEPTION_THROWN(PanelControl::send({}, "power on"), BenchError);
-    // A person's terminal, as the panel's own hint has it: Enter ends a request.
-    const auto hint = QRegularExpression("socat (STDIO) (\\S+)").match(panel.peek(2000));
+    QVERIFY(tells("-- power off") && tells("-- power on, level ICT")
+            && tells("-- touch press 200 120"));
+}
+
+// The terminal as the panel's own hint has it: Enter ends a request.
+void TstFaults::terminalAndEnd()
+{
+    const auto hint = QRegularExpression("socat (STDIO) (\\S+)").match(said_);
     QProcess terminal;
     terminal.start("socat", {hint.captured(1), hint.captured(2)});
     QByteArray shown;
@@ -95,15 +128,11 @@ void TstFaults::ofARunningPanel()
     terminal.waitForFinished();
     QVERIFY(QRegularExpression("^1 (?s).*04F0").match(ask("0400")).hasMatch());
     QVERIFY(ask("8000", "300").contains("no answer"));
-    QByteArray traffic;
-    QTRY_VERIFY((traffic += panel.readAll()).contains("refused: deaf"));
-    for (const char *line : {"-- fault set battery:2900", "-- fault set battery:3287",
-                             "-- power off", "-- power on, level ICT", "-- touch press 200 120"})
-        QVERIFY2(traffic.contains(line), line);
-    QVERIFY(run({"panel", "--folder", folder.path()}).contains("A panel runs in"));
+    QVERIFY(tells("refused: deaf"));
+    QVERIFY(run({"panel", "--folder", folder_.path()}).contains("A panel runs in"));
     QVERIFY(run({"panel", "--vnc-port", "99999"}).startsWith("2 bench panel: --vnc-port takes"));
-    panel.terminate();
-    QVERIFY(panel.waitForFinished());
+    panel_.terminate();
+    QVERIFY(panel_.waitForFinished());
     QVERIFY(run({"fault", "show"}).startsWith("2 bench fault: No `bench panel` runs in"));
 }
 

@@ -101,43 +101,44 @@ void TstImageStartup::startedOnceByInit()
     QCOMPARE(printed, QByteArray("3\nrunning\n3\n"));
 }
 
+static const struct {
+    const char *name;
+    QString damage; // shell command on the panel
+    QByteArray row; // of the table, blanks squeezed
+} damages[] = {
+    {"a good panel", ":", ""},
+    {"port", "rm /dev/ttyO3", "/dev/ttyO3 missing"},
+    {"port that another reads", "sleep 60 </dev/ttyO3 >/dev/null 2>&1 &",
+     "/dev/ttyO3 held by sleep"},
+    {"agent of another machine", "echo : >/usr/local/bin/ict-agent",
+     "/usr/local/bin/ict-agent not a program for this machine"},
+    {"file in the port's place", "rm /dev/ttyO1; echo >/dev/ttyO1", "/dev/ttyO1 not a device"},
+    {"attribute without a number", "echo n/a >/sys/class/input/input0/device/ADC_X",
+     "/sys/class/input/input0/device/ADC_X reads \"n/a\""},
+    {"attribute not writable",
+     "cd /sys/class/backlight/backlight; rm brightness; ln -s /proc/version brightness",
+     "/sys/class/backlight/backlight/brightness not writable"},
+    {"script not executable", "cd /usr/local/ict; rm chk_ddr.sh; echo >chk_ddr.sh",
+     "/usr/local/ict/chk_ddr.sh not executable"},
+    {"hwclock that prints ISO 8601",
+     "mkdir -p /run/bench/fault; echo 2025-11-21 14:15:30+00:00 >/run/bench/fault/hwclock",
+     "hwclock prints \"2025-11-21"},
+    {"link to a zone file", "ln -sf /usr/share/zoneinfo/Etc/UTC /etc/localtime",
+     "/etc/localtime a link to /usr/share/zoneinfo/Etc/UTC"},
+    {"command of the boot loader", "rm /usr/local/bin/fw_setenv", "fw_setenv missing"},
+    {"pointer calibration cut short", "echo 1 2 3 4 5 6 >/etc/pointercal",
+     "/etc/pointercal 6 numbers"},
+    {"screen of another size", "echo 1024,600 >/sys/class/graphics/fb0/virtual_size",
+     "/sys/class/graphics/fb0/virtual_size 1024,600"},
+    {"mute input device",
+     "cd /sys/class/input; mkdir -p event1/device/capabilities; echo 0 "
+     ">event1/device/capabilities/snd",
+     "/dev/input/event1 makes no sound"},
+};
+
 void TstImageStartup::checkNamesWhatIsMissing()
 {
-    const struct {
-        const char *name;
-        QString damage; // shell command on the panel
-        QByteArray row; // of the table, blanks squeezed
-    } rows[] = {
-        {"a good panel", ":", ""},
-        {"port", "rm /dev/ttyO3", "/dev/ttyO3 missing"},
-        {"port that another reads", "sleep 60 </dev/ttyO3 >/dev/null 2>&1 &",
-         "/dev/ttyO3 held by sleep"},
-        {"agent of another machine", "echo : >/usr/local/bin/ict-agent",
-         "/usr/local/bin/ict-agent not a program for this machine"},
-        {"file in the port's place", "rm /dev/ttyO1; echo >/dev/ttyO1", "/dev/ttyO1 not a device"},
-        {"attribute without a number", "echo n/a >/sys/class/input/input0/device/ADC_X",
-         "/sys/class/input/input0/device/ADC_X reads \"n/a\""},
-        {"attribute not writable",
-         "cd /sys/class/backlight/backlight; rm brightness; ln -s /proc/version brightness",
-         "/sys/class/backlight/backlight/brightness not writable"},
-        {"script not executable", "cd /usr/local/ict; rm chk_ddr.sh; echo >chk_ddr.sh",
-         "/usr/local/ict/chk_ddr.sh not executable"},
-        {"hwclock that prints ISO 8601",
-         "mkdir -p /run/bench/fault; echo 2025-11-21 14:15:30+00:00 >/run/bench/fault/hwclock",
-         "hwclock prints \"2025-11-21"},
-        {"link to a zone file", "ln -sf /usr/share/zoneinfo/Etc/UTC /etc/localtime",
-         "/etc/localtime a link to /usr/share/zoneinfo/Etc/UTC"},
-        {"command of the boot loader", "rm /usr/local/bin/fw_setenv", "fw_setenv missing"},
-        {"pointer calibration cut short", "echo 1 2 3 4 5 6 >/etc/pointercal",
-         "/etc/pointercal 6 numbers"},
-        {"screen of another size", "echo 1024,600 >/sys/class/graphics/fb0/virtual_size",
-         "/sys/class/graphics/fb0/virtual_size 1024,600"},
-        {"mute input device",
-         "cd /sys/class/input; mkdir -p event1/device/capabilities; echo 0 "
-         ">event1/device/capabilities/snd",
-         "/dev/input/event1 makes no sound"},
-    };
-    for (const auto &row : rows) {
+    for (const auto &row : damages) {
         qInfo("%s", row.name);
         VirtualPanel panel(running("/bin/sh"));
         installAgent(panel, ":");

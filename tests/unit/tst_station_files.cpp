@@ -42,32 +42,33 @@ static void put(const QTemporaryDir &folder, const QString &name, const QByteArr
     file.write(content);
 }
 
+static const struct {
+    const char *name;
+    QString file;
+    int byte; // flipped; -1: none, -2: file removed, -3: a byte too many
+} damages[] = {
+    {"all right", "", -1},
+    {"level", "Level.txt", 2},
+    {"item result", "Flags.txt", 13},
+    {"padding of a record", "Flags.txt", 61},
+    {"line end of a record", "Flags.txt", 62},
+    {"line", "Resume.txt", 9},
+    {"earlier part", "Resume.txt", 1},
+    {"no date", "Resume.txt", 16 + 13},
+    {"zeros in a log", "Resume.txt", 50},
+    {"log without date", "Factory.txt", 104},
+    {"another value than before", "Factory.txt", 128},
+    {"log padding", "Factory.txt", 199},
+    {"log cut", "Factory.txt", -2},
+    {"log record too long", "Factory.txt", -3},
+    {"flags missing", "Flags.txt", -2},
+    {"level file too long", "Level.txt", -3},
+    {"what does not belong there", "Another.txt", -3},
+};
+
 void TestStationFiles::judges()
 {
-    const struct {
-        const char *name;
-        QString file;
-        int byte; // flipped; -1: none, -2: file removed, -3: a byte too many
-    } rows[] = {
-        {"all right", "", -1},
-        {"level", "Level.txt", 2},
-        {"item result", "Flags.txt", 13},
-        {"padding of a record", "Flags.txt", 61},
-        {"line end of a record", "Flags.txt", 62},
-        {"line", "Resume.txt", 9},
-        {"earlier part", "Resume.txt", 1},
-        {"no date", "Resume.txt", 16 + 13},
-        {"zeros in a log", "Resume.txt", 50},
-        {"log without date", "Factory.txt", 104},
-        {"another value than before", "Factory.txt", 128},
-        {"log padding", "Factory.txt", 199},
-        {"log cut", "Factory.txt", -2},
-        {"log record too long", "Factory.txt", -3},
-        {"flags missing", "Flags.txt", -2},
-        {"level file too long", "Level.txt", -3},
-        {"what does not belong there", "Another.txt", -3},
-    };
-    for (const auto &row : rows) {
+    for (const auto &row : damages) {
         QTemporaryDir folder;
         QVERIFY(QDir(folder.path()).mkdir("logs"));
         PanelFiles files(folder.path());
