@@ -5,10 +5,14 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 . tools/common.sh
 
+version=$(sed -n 's/^project(.* VERSION \([^ ]*\) .*/\1/p' CMakeLists.txt)
 here=build/release/packages there=build/arm/packages
 bench=$(echo "$PWD/$here"/ict-bench_*.deb) agent=$(echo "$PWD/$here"/ict-agent_*.deb)
 for deb in "$bench" "$agent" "$there"/ict-bench_*_armhf.deb "$there"/ict-agent_*_armhf.deb; do
     [ -f "$deb" ] || die "there is no $deb: run tools/pack.sh all"
+    packed=$(dpkg-deb -f "$deb" Version)
+    [ "$packed" = "$version" ] \
+        || die "$deb is of version $packed, CMakeLists.txt of $version: run tools/pack.sh all"
 done
 [ "$(id -u)" -eq 0 ] || die "packages are installed into a root of its own: run it as root"
 install_packages packages-arm.txt # mmdebstrap and the emulator
