@@ -2,6 +2,7 @@
 #include "commands/commands.h"
 #include "commands/interrupt.h"
 #include "fixture/pfvpstand.h"
+#include "station/console.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -55,7 +56,7 @@ void prepare(PfvpStand &stand, const Order &order)
         if (fault != peerDies)
             stand.setFault(fault);
     }
-    puts("Two panels boot, one as slave ...");
+    say("Two panels boot, one as slave ...");
     stand.start(order.table);
     if (!stand.operatorOfPanel.press(order.mode.startText))
         throw BenchError("the start button does not come up");
