@@ -13,6 +13,8 @@ CommandLine::CommandLine(const QStringList &args, const QString &help,
     if (!parse(args))
         throw BenchError(errorText() + " See --help");
     process(args); // --help and --help-all
+    if (words.isEmpty() && !positionalArguments().isEmpty())
+        throw BenchError("\"" + positionalArguments()[0] + "\" is no option. See --help");
 }
 
 static int toNumber(const QString &text, const QString &option, int least, int most)

@@ -241,6 +241,7 @@ void TestStationPeers::slips()
         {{"units", "--report", folder.filePath("a")}, 2, folder.filePath("b").toUtf8()},
         {{"measure", "--request", "3"}, 2, "See --help"},
         {{"send", "--port"}, 2, "See --help"},
+        {{"soak", "panels", "8"}, 2, "\"panels\" is no option"},
         {{"send", "--help-all"}, 0, "Usage: bench send [options] CODE"},
         {{"drive", "--help"}, 0, " calibrate calibrate3 check "},
         {{"board", "--cuts", "fifty"}, 2, "--cuts takes numbers from 1"},
