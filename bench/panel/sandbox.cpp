@@ -6,6 +6,8 @@
 #include <QFileInfo>
 
 #include <csignal>
+#include <sys/prctl.h>
+#include <unistd.h>
 
 namespace {
 
@@ -44,6 +46,13 @@ QList<qint64> childrenOf(qint64 pid)
 }
 
 } // namespace
+
+void BoundProcess::setupChildProcess()
+{
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (getppid() != starter_) // it has ended already
+        _exit(1);
+}
 
 Sandbox::Sandbox(const PanelOptions &options, const QString &folder)
     : options_(options)

@@ -3,8 +3,19 @@
 #include "panel/machine.h"
 #include "panel/virtualpanel.h"
 
+#include <QCoreApplication>
 #include <QMap>
 #include <QProcess>
+
+// Ends with the thread that starts it, from its first moment on: bubblewrap, which sees to that as
+// well, is not there yet when it begins.
+class BoundProcess : public QProcess {
+protected:
+    void setupChildProcess() override;
+
+private:
+    const qint64 starter_ = QCoreApplication::applicationPid();
+};
 
 // The agent and all that it starts, in a bubblewrap sandbox whose "/" is `folder`/root.
 class Sandbox : public Machine {
@@ -26,7 +37,7 @@ private:
 
     const PanelOptions options_;
     const QString folder_;
-    QProcess process_;
+    BoundProcess process_;
     int status_ = -1;
     QMap<QString, qint64> begin_; // where this start's part of the logs begins
 };

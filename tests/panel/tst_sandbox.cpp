@@ -250,18 +250,31 @@ void TstSandbox::agentOutlivesNothing()
     panel.powerOff();
     QVERIFY(!alive(agent) && !panel.isOn());
 
-    // A bench that is killed itself takes its panel along.
-    const QTemporaryDir folder;
-    QProcess bench;
-    bench.start(QT_TESTCASE_BUILDDIR "/bench", {"panel", "--folder", folder.path()});
-    QVERIFY(bench.waitForReadyRead(20000)); // it says so when the panel is on
-    QFile list(QString("/proc/%1/task/%1/children").arg(bench.processId()));
-    QVERIFY(list.open(QIODevice::ReadOnly));
-    const qint64 sandbox = list.readAll().simplified().split(' ').first().toLongLong();
-    QVERIFY(sandbox && alive(sandbox));
-    bench.kill();
-    QVERIFY(bench.waitForFinished());
-    QTRY_VERIFY(!alive(sandbox));
+    // A bench that is killed itself takes its panel along, and one that has only begun.
+    const QTemporaryDir programs;
+    QFile slow(programs.filePath("bwrap"));
+    QVERIFY(slow.open(QIODevice::WriteOnly) && slow.setPermissions(QFile::Permissions(0x7755)));
+    slow.write("#!/bin/sh\necho begun; exec sleep 77");
+    slow.close();
+    for (const QByteArray &path : {QByteArray(), QFile::encodeName(programs.path()) + ':'}) {
+        const QTemporaryDir folder;
+        QProcess bench;
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert("PATH", path + qgetenv("PATH"));
+        bench.setProcessEnvironment(environment);
+        bench.start(QT_TESTCASE_BUILDDIR "/bench", {"panel", "--folder", folder.path()});
+        QTRY_VERIFY(
+            QFileInfo(folder.filePath(path.isEmpty() ? "root/run/bench/booted" : "agent.log"))
+                .size()
+            > 0);
+        QFile list(QString("/proc/%1/task/%1/children").arg(bench.processId()));
+        QVERIFY(list.open(QIODevice::ReadOnly));
+        const qint64 sandbox = list.readAll().simplified().split(' ').first().toLongLong();
+        QVERIFY(sandbox && alive(sandbox));
+        bench.kill();
+        QVERIFY(bench.waitForFinished());
+        QTRY_VERIFY(!alive(sandbox));
+    }
 }
 
 void TstSandbox::remediesAreNamed()
