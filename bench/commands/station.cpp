@@ -23,9 +23,9 @@ struct Job {
     QString port, name;
     Runner::Options options;
     Values values;
-    Plan plan;
-    Report report;
-    QString folder; // of the report
+    Plan plan = {};
+    Report report = {};
+    QString folder = {}; // of the report
     bool tested = false; // else the line failed, not the panel
 };
 
@@ -127,11 +127,7 @@ std::vector<Job> jobsOf(const CommandLine &parser)
         jobs.push_back({port,
                         name,
                         {number, label, false, parser.isSet("verbose")},
-                        {{"station", QString::number(number)}},
-                        {},
-                        {},
-                        {},
-                        false});
+                        {{"station", QString::number(number)}}});
     }
     for (const QString &set : parser.values("set"))
         setValues(set, &jobs);
