@@ -16,9 +16,25 @@ private slots:
     void terminalAndEnd();
 
 private:
-    QString run(QStringList words);
-    QString ask(const QString &request, const QString &ms = "20000");
-    bool tells(const QByteArray &line);
+    QString run(QStringList words)
+    {
+        QProcess program;
+        program.setProcessChannelMode(QProcess::MergedChannels);
+        if (words[0] != "send" && words[0] != "panel")
+            words << "--panel" << folder_.path();
+        program.start(bench, words);
+        program.waitForFinished();
+        return QString::number(program.exitCode()) + ' ' + program.readAll();
+    }
+    QString ask(const QString &request, const QString &ms = "20000")
+    {
+        const QString link = QRegularExpression("/dev/pts/\\d+").match(said_).captured();
+        return run(QStringList{"send", "--port", link, "--timeout", ms} + request.split(' '));
+    }
+    bool tells(const QByteArray &line)
+    {
+        return waitFor([&] { return (said_ += panel_.readAll()).contains(line); }, DeadlineMs);
+    }
 
     QTemporaryDir folder_;
     QProcess panel_;
@@ -31,28 +47,6 @@ void TstFaults::initTestCase()
     panel_.start(bench,
                  {"panel", "--traffic", "--folder", folder_.path(), "--fault", "battery:2900"});
     QVERIFY(tells("vncviewer"));
-}
-
-QString TstFaults::run(QStringList words)
-{
-    QProcess program;
-    program.setProcessChannelMode(QProcess::MergedChannels);
-    if (words[0] != "send" && words[0] != "panel")
-        words << "--panel" << folder_.path();
-    program.start(bench, words);
-    program.waitForFinished();
-    return QString::number(program.exitCode()) + ' ' + program.readAll();
-}
-
-QString TstFaults::ask(const QString &request, const QString &ms)
-{
-    const QString link = QRegularExpression("/dev/pts/\\d+").match(said_).captured();
-    return run(QStringList{"send", "--port", link, "--timeout", ms} + request.split(' '));
-}
-
-bool TstFaults::tells(const QByteArray &line)
-{
-    return waitFor([&] { return (said_ += panel_.readAll()).contains(line); }, DeadlineMs);
 }
 
 void TstFaults::texts()
