@@ -25,6 +25,17 @@ static qint64 logSize()
     return stat(FactoryLogPath, &status) == 0 ? qint64(status.st_size) : 0;
 }
 
+// All of it or nothing: a piece, which is what a full medium may take, would shift every record
+// that comes after it.
+static bool appendWhole(File &log, const char *bytes, qint64 length)
+{
+    const qint64 before = sizeOf(log.fd());
+    if (log.write(bytes, length))
+        return true;
+    (void)!ftruncate(log.fd(), before);
+    return false;
+}
+
 int factoryLog(const char *note)
 {
     if ((!note && g_uiHMI_TEST_LEVEL == LevelBI) || logSize() > LogSizeCap)
@@ -40,9 +51,9 @@ int factoryLog(const char *note)
     else
         snprintf(record, sizeof record, "%s%s%s%s%s\n", date.constData(), "---> ",
                  UART_Buffer_ShowInInfo, "<--- ", UART_Buffer_ShowOutInfo);
-    const bool written = log.write(record, sizeof record);
-    if (sizeOf(log.fd()) > LogWarningSize)
-        log.write(SizeWarning, sizeof SizeWarning);
+    const bool written = appendWhole(log, record, sizeof record);
+    if (written && sizeOf(log.fd()) > LogWarningSize)
+        appendWhole(log, SizeWarning, sizeof SizeWarning);
     sync();
     return written ? 0 : -1;
 }

@@ -17,7 +17,8 @@ private:
 namespace {
 
 const QByteArray present = requestFrame("8000"), presentReply = ":00800080\r\n";
-const QByteArray levelFile = "HMI_TEST_LEVEL.txt", flagFile = "HMI_ICT_TEST_Flag.txt";
+const QByteArray levelFile = "HMI_TEST_LEVEL.txt", flagFile = "HMI_ICT_TEST_Flag.txt",
+                 logFile = "FactoryTestLog.txt";
 
 } // namespace
 
@@ -68,6 +69,7 @@ void TstPanelFiles::brokenDisks()
             if (used) {
                 at.panel.writeFile(at.ict(levelFile), "ICT\n");
                 at.panel.writeFile(at.ict(flagFile), QByteArray(16 * 64, '0'));
+                at.panel.writeFile(at.ict(logFile), QByteArray(4000, 'x')); // 96 left of a page
             }
             if (disk == IctDisk::readOnly) {
                 QVERIFY(isMute(at.panel));
@@ -81,6 +83,7 @@ void TstPanelFiles::brokenDisks()
                 QCOMPARE(at.all("KLV-100-01\n"), answer);
                 QTRY_COMPARE(at.panel.readFile(at.ict(levelFile)), used ? "T1 \n" : "");
                 QCOMPARE(at.ask(requestFrame("0400")), QByteArray(":0004F00C\r\n"));
+                QTRY_COMPARE(at.panel.readFile(at.ict(logFile)).size() % 100, 0);
             }
             QVERIFY(at.panel.isOn());
         }
