@@ -65,15 +65,16 @@ void MainWindow::reportRootfsCheck()
 constexpr char UsbPattern[] = "HMI-TestChar\r\n";
 constexpr int UsbPatternSize = int(sizeof UsbPattern - 1);
 
-// Neither file is created: that one is there shows that the medium is.
+// Neither file is created: that one is there shows that the medium is. The bytes of an earlier test
+// still lie at the other end, so the write itself must succeed, down to the medium.
 static bool writeUsbPattern()
 {
     File file("/media/sda/HMI_ICT_Test.txt", O_RDWR);
-    if (!file.isOpen())
-        return false;
-    file.write(UsbPattern, UsbPatternSize);
-    sync();
-    return true;
+    const bool written =
+        file.isOpen() && file.write(UsbPattern, UsbPatternSize) && fsync(file.fd()) == 0;
+    if (file.isOpen())
+        sync();
+    return written;
 }
 
 // The ram disk is the medium's other end, through the fixture. Other bytes leave its file open, on

@@ -12,6 +12,7 @@ private slots:
     void fullMedium();
     void colours();
     void usbPortSwitchesUnanswered();
+    void usbWriteFails();
 
 private:
     AgentPanel &at(const QByteArray &level)
@@ -135,6 +136,25 @@ void TstHandlers::usbPortSwitchesUnanswered()
         QCOMPARE(panel.panel.attribute("/sys/class/usb_role/usb0-role-switch/role"),
                  QByteArray(code[3] == '0' ? "host" : "device"));
     }
+}
+
+// What an earlier test left at the other end does not pass for what could not be written now.
+void TstHandlers::usbWriteFails()
+{
+    PanelOptions options;
+    options.wrapper = QStringList{"strace",
+                                  "-D",
+                                  "-f",
+                                  "-o",
+                                  "/dev/null",
+                                  "-P",
+                                  "/mnt/ramdisk/HMI_ICT_Test.txt",
+                                  "-e",
+                                  "inject=write:error=EIO:when=2+"};
+    AgentPanel at(options);
+    QVERIFY(at.boot("ICT"));
+    QCOMPARE(at.ask(requestFrame("A200")), requestFrame("A200"));
+    QCOMPARE(at.ask(requestFrame("A200")), requestFrame("A2F0"));
 }
 
 QTEST_GUILESS_MAIN(TstHandlers)
