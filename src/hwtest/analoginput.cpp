@@ -18,7 +18,8 @@ static QByteArray rawText(const char *path)
 {
     File attribute(path, O_RDONLY | O_NONBLOCK);
     char text[MaxDigits] = {};
-    return QByteArray(text, attribute.isOpen() ? int(attribute.read(text, MaxDigits)) : 0);
+    const qint64 length = attribute.isOpen() ? attribute.read(text, MaxDigits) : 0;
+    return QByteArray(text, qMax(0, int(length)));
 }
 
 int readAnalogInput(int channel, double *value)

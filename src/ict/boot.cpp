@@ -16,7 +16,6 @@
 #include "system/screensize.h"
 #include "ui_mainwindow.h"
 
-#include <QFileInfo>
 #include <QProcess>
 #include <QTimer>
 #include <cerrno>
@@ -78,18 +77,19 @@ static void readApplicationInfo()
 enum class BootFile { Found, Created, Unusable };
 
 // Opens a file of the boot read-write: its first `length` bytes at most are in `text` then. Or
-// creates it with `initial`, which is in `text` then. Where neither works the boot ends and no
-// station gets an answer, so standard output says why.
+// creates it with `initial`, which is in `text` then. Where neither works, or the medium does not
+// give what the file holds, the boot ends and no station gets an answer: standard output says why.
 static BootFile openOrCreate(const char *path, const QByteArray &initial, int length,
                              QByteArray *text)
 {
     File file(path, O_RDWR);
     if (file.isOpen()) {
         text->fill('\0', length);
-        text->resize(int(file.read(text->data(), length)));
-        return BootFile::Found;
-    }
-    if (errno == ENOENT) {
+        const qint64 there = file.read(text->data(), length);
+        text->resize(qMax(0, int(there)));
+        if (there >= 0)
+            return BootFile::Found;
+    } else if (errno == ENOENT) {
         File created(path, O_RDWR | O_CREAT);
         if (created.isOpen()) {
             created.replaceBy(initial); // on a full medium the panel boots all the same
@@ -137,8 +137,7 @@ static QByteArray completed(const QByteArray &found, const QByteArray &fresh)
         const bool whole = found.size() >= start + FlagRecordSize && found[start] != '\0';
         records += (whole ? found : fresh).mid(start, FlagRecordSize);
     }
-    const qint64 there = qMin<qint64>(QFileInfo(g_HMI_TEST_File).size(), fresh.size());
-    if (records != found && found.size() == there) {
+    if (records != found) {
         File file(g_HMI_TEST_File, O_RDWR);
         file.write(records.constData(), records.size());
         sync();

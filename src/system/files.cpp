@@ -31,7 +31,9 @@ qint64 File::read(char *bytes, qint64 length)
     qint64 total = 0;
     while (total < length) {
         const ssize_t got = ::read(m_fd, bytes + total, size_t(length - total));
-        if (got <= 0)
+        if (got < 0)
+            return -1;
+        if (got == 0)
             break;
         total += got;
     }
@@ -65,6 +67,6 @@ QByteArray readFile(const char *path, int length)
 {
     File file(path, O_RDONLY);
     QByteArray text(length, '\0');
-    text.resize(file.isOpen() ? int(file.read(text.data(), length)) : 0);
+    text.resize(file.isOpen() ? qMax(0, int(file.read(text.data(), length))) : 0);
     return text;
 }

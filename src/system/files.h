@@ -31,7 +31,7 @@ public:
     // leaves the file uncut.
     bool replaceBy(const QByteArray &text);
 
-    // As many bytes as there are, `length` at most; the count, 0 on an error.
+    // As many bytes as there are, `length` at most; the count, -1 on an error.
     qint64 read(char *bytes, qint64 length);
 
 private:

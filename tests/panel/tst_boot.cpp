@@ -14,7 +14,7 @@ private slots:
     void arguments();
     void ramdisk();
     void eachItemCounts();
-    void unreadableResults();
+    void unreadable();
     void talkativeScript();
 };
 
@@ -101,19 +101,30 @@ void TstBoot::eachItemCounts()
     }
 }
 
-// Results that the medium does not give at one boot are there at the next.
-void TstBoot::unreadableResults()
+// A level or results that the medium just does not give are not taken for ICT's or for none.
+void TstBoot::unreadable()
 {
-    const QString flags = AgentPanel::ict("HMI_T2_TEST_Flag.txt");
-    PanelOptions options;
-    options.wrapper = QStringList{
-        "strace", "-D", "-f", "-o", "/dev/null", "-P", flags, "-e", "inject=read:error=EIO:when=1"};
-    AgentPanel at(options);
-    const QByteArray passed = QByteArray("Any Test: 1").leftJustified(62, '\0') + "\r\n";
-    at.panel.writeFile(flags, passed.repeated(17));
-    QVERIFY(at.boot("T2"));
-    QCOMPARE(at.results("T2"), QByteArray(17, '1'));
-    QCOMPARE(at.ask(requestFrame("0300")), requestFrame("03F0"));
+    for (const char *file : {"HMI_TEST_LEVEL.txt", "HMI_T2_TEST_Flag.txt"}) {
+        PanelOptions options;
+        options.wrapper = QStringList{"strace",
+                                      "-D",
+                                      "-f",
+                                      "-o",
+                                      "/dev/null",
+                                      "-P",
+                                      AgentPanel::ict(file),
+                                      "-e",
+                                      "inject=read:error=EIO:when=1"};
+        AgentPanel at(options);
+        const QByteArray passed = QByteArray("Any Test: 1").leftJustified(62, '\0') + "\r\n";
+        at.panel.writeFile(at.ict("HMI_T2_TEST_Flag.txt"), passed.repeated(17));
+        at.panel.setLevel("T2");
+        at.panel.powerOn();
+        QTRY_VERIFY(at.panel.output().contains(QByteArray(file) + ": Input/output error\n"));
+        QVERIFY(at.panel.isOn());
+        QCOMPARE(at.results("T2"), QByteArray(17, '1'));
+        QVERIFY(at.panel.readFile(at.ict("HMI_ICT_TEST_Flag.txt")).isEmpty());
+    }
 }
 
 // A check beside the boot that prints 200 MB behind its verdict, before anyone asks for it.
