@@ -21,8 +21,9 @@ export PATH HOME
 
 chosen() {
     level=
-    # The last line counts without a line end as well.
-    [ -r "$level_file" ] && read -r level <"$level_file"
+    if [ -e "$level_file" ]; then
+        level=$(cat "$level_file") || return
+    fi
     case $level in
     HMI*) echo "$application" ;;
     *) echo "$agent" ;;
@@ -30,10 +31,13 @@ chosen() {
 }
 
 start() {
-    program=$(chosen)
+    # Never the other one instead: the agent takes a released panel for a new one and sets its clock
+    # back.
+    if ! program=$(chosen); then
+        echo "start-panel: $level_file cannot be read; nothing is started" >&2
+        exit 127
+    fi
     if ! [ -x "$program" ]; then
-        # Never the other one instead: the agent takes a released panel for a new one and sets its
-        # clock back.
         echo "start-panel: $program is missing; check with check-panel.sh" >&2
         exit 127
     fi
@@ -44,12 +48,23 @@ start() {
         set +a
     fi
     cd "${program%/*}" || exit 127
-    exec "$program" -platform linuxfb
+    # The agent makes its standard input non-blocking, and with it a terminal that others use.
+    exec "$program" -platform linuxfb </dev/null
+}
+
+# In the middle of a test the agent hears no signal but the last.
+end() {
+    if [ -n "$child" ] && kill "$child"; then
+        (sleep 5 && kill -9 "$child") 2>/dev/null &
+        wait "$child"
+        kill $! 2>/dev/null
+    fi
+    exit 0
 }
 
 forever() {
     child=
-    trap '[ -n "$child" ] && kill "$child" && wait "$child"; exit 0' TERM INT HUP
+    trap end TERM INT HUP
     while :; do
         start &
         child=$!

@@ -57,6 +57,10 @@ void TstImageStartup::levelFileChooses()
         panel.toolMissing("HMIApp");
         QCOMPARE(runInside(panel, script + "; echo $?"), QByteArray("127\n"));
     }
+    VirtualPanel panel(running("/bin/sh"));
+    installAgent(panel, "echo agent");
+    QDir().mkpath(panel.hostPath(levelFile)); // there, but unreadable
+    QCOMPARE(runInside(panel, script + "; echo $?"), QByteArray("127\n"));
 }
 
 void TstImageStartup::startsAgainWithTheLevelOfTheMoment()
@@ -75,7 +79,8 @@ void TstImageStartup::startsAgainWithTheLevelOfTheMoment()
 void TstImageStartup::stopEndsTheProgram()
 {
     VirtualPanel panel(running("/bin/sh"));
-    installAgent(panel, "echo $$ >/tmp/pid; exec sleep 77");
+    installAgent(panel,
+                 "trap '' TERM; echo $$ >/tmp/pid; exec sleep 77"); // in the middle of a test
     const QByteArray printed = runInside(panel,
                                          script
                                              + " --forever & until [ -s /tmp/pid ]; do sleep .1; "
@@ -94,7 +99,8 @@ void TstImageStartup::startedOnceByInit()
     const QByteArray printed = runInside(
         panel,
         "cd /etc; started() { until [ $(wc -l </tmp/starts) -ge $1 ]; do sleep .1; done; }\n"
-        ": >/tmp/starts; ./ict-panel status; echo $?; ./ict-panel start; started 1\n"
+        ": >/tmp/starts; echo 1 >/run/ict-panel.pid; mkdir /var/log/ict-panel.log\n"
+        "./ict-panel status; echo $?; ./ict-panel start; started 1\n"
         "./ict-panel start; ./ict-panel status | cut -d, -f1; ./ict-panel restart; started 2\n"
         "./ict-panel stop; ./ict-panel status; echo $?\n"
         "for pid in $(cat /tmp/starts); do kill -0 $pid 2>/dev/null && echo left; done");
