@@ -9,6 +9,7 @@
 #include <QThread>
 
 #include <poll.h>
+#include <termios.h>
 #include <unistd.h>
 
 namespace {
@@ -33,6 +34,13 @@ void stopIfAsked()
 {
     if (QThread::currentThread()->isInterruptionRequested())
         throw BenchError("interrupted");
+}
+
+// Asks on the terminal. What was typed before the question is no answer to it.
+void ask(const QString &question, bool bad = false)
+{
+    tcflush(STDIN_FILENO, TCIFLUSH);
+    say(question, bad);
 }
 
 // The first character of a line that a person types; "n" when there is no one.
@@ -84,7 +92,7 @@ bool TerminalStand::wantsAgain(const QString &fault)
         return false;
     const QMutexLocker lock(&mutex);
     showStatus({});
-    say(QString(">> %1: %2").arg(port_, fault), true);
+    ask(QString(">> %1: %2").arg(port_, fault), true);
     say("   Try it again?  [r = again, Enter = go on]");
     return toupper(answer()) == 'R';
 }
@@ -103,10 +111,12 @@ QString TerminalStand::act(const QString &action)
         return actionFault(action, actions_);
     const QMutexLocker lock(&mutex);
     showStatus({});
-    say(QString(">> %1: %2  %3")
-            .arg(port_, prompt, unattended_ ? "[taken as done]" : "[Enter = yes, n = no]"));
-    if (unattended_)
+    const QString question = QString(">> %1: %2  ").arg(port_, prompt);
+    if (unattended_) {
+        say(question + "[taken as done]");
         return {};
+    }
+    ask(question + "[Enter = yes, n = no]");
     for (const QString &line : textsOf(row["picture"]))
         say(line);
     return toupper(answer()) == 'N' ? "not confirmed: " + prompt : QString();

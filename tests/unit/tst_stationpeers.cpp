@@ -18,6 +18,7 @@ class TestStationPeers : public QObject {
 private slots:
     void verdictAndReason();
     void planAndDiskMeanwhile();
+    void typedEarly();
     void send();
     void slips();
 
@@ -162,6 +163,33 @@ void TestStationPeers::planAndDiskMeanwhile()
              QString("trap '' XFSZ; ulimit -f %1;").arg(page / 512 + 3).toLatin1());
     QVERIFY2(status == 2 && said.contains("report.html: File too large"), said);
     QVERIFY2(said.contains("PASSED"), said);
+}
+
+// Of a question that nobody has seen yet, no Enter is the answer.
+void TestStationPeers::typedEarly()
+{
+    writePlan(plan);
+    int master, slave;
+    char name[64];
+    QCOMPARE(openpty(&master, &slave, name, nullptr, nullptr), 0);
+    MisbehavingPeer peer(correct);
+    QProcess bench;
+    QByteArray said;
+    const auto answer = [&](const char *question, const QByteArray &typed) {
+        while (!said.contains(question) && bench.waitForReadyRead(60000))
+            said += bench.readAllStandardOutput();
+        return write(master, typed, size_t(typed.size())) == typed.size();
+    };
+    QVERIFY(answer("", "\n"));
+    bench.start("/bin/sh",
+                {"-c", QString("exec \"$0\" \"$@\" <") + name, QT_TESTCASE_BUILDDIR "/bench",
+                 "station", "--port", peer.path, "--plan", plan_, "--report",
+                 folder_.filePath("early")});
+    QVERIFY(answer("Enter = yes", "n\n") && answer("Enter = go on", "\n"));
+    QVERIFY(bench.waitForFinished(60000));
+    QVERIFY2(bench.exitCode() == 1 && said.contains("not confirmed"), said);
+    close(master);
+    close(slave);
 }
 
 void TestStationPeers::send()
