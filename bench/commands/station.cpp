@@ -26,36 +26,40 @@ struct Job {
     Plan plan = {};
     Report report = {};
     QString folder = {}; // of the report
-    bool tested = false; // else the line failed, not the panel
+    bool tested = false; // else there is nothing to say about the panel
 };
 
-// All panels of one port, one after the other; those that it does not get to when told to stop have
-// that as their fault. False if the port cannot be used.
+// All panels of one port, one after the other; those that it does not get to, told to stop or the
+// port having failed, have that as their fault. False if the port cannot be used.
 bool work(const QVector<Job *> &jobs, bool unattended)
 {
     Link link;
-    QString closed; // why
+    QString over; // why no more panels are tested
+    bool usable = true;
     try {
         link.open(jobs.first()->port, jobs.first()->plan.level);
     } catch (const BenchError &error) {
-        closed = error.what();
-        say(closed, true);
+        over = error.what();
+        usable = false;
+        say(over, true);
     }
     for (Job *job : jobs) {
         job->report.begin(levelName(job->plan.level));
-        if (!closed.isEmpty()) {
-            job->report.fault(closed);
+        if (!over.isEmpty()) {
+            job->report.fault(over);
             continue;
         }
-        job->tested = true;
         TerminalStand stand(job->name, job->plan.actions, unattended);
+        Runner runner(link, stand, job->values, job->options);
         try {
-            Runner(link, stand, job->values, job->options).run(job->plan, &job->report);
+            runner.run(job->plan, &job->report);
         } catch (const BenchError &wrong) {
             say(job->name + ": " + wrong.what(), true);
         }
+        job->tested = runner.asked();
+        over = QThread::currentThread()->isInterruptionRequested() ? "interrupted" : link.failure();
     }
-    return closed.isEmpty();
+    return usable;
 }
 
 // "name=value" or "name=value,value,...": one for each panel.

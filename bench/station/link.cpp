@@ -146,7 +146,12 @@ Link::Answer Link::exchange(const Request &request)
     }
     owed_ = answer.tries - 1;
     lastAnswer_ = answer.bytes;
-    if (port_.error() != QSerialPort::NoError)
-        answer.error = QString("%1: %2").arg(path_, remedy(port_));
+    answer.error = failure();
     return answer;
+}
+
+QString Link::failure() const
+{
+    return port_.error() == QSerialPort::NoError ? QString()
+                                                 : QString("%1: %2").arg(path_, remedy(port_));
 }

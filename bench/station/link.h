@@ -27,6 +27,8 @@ public:
     // Throws BenchError when the application was told to quit (Ctrl-C) meanwhile, or the thread by
     // QThread::exit().
     Answer exchange(const Request &request);
+    // Why the port is of no use any more; empty if it is.
+    QString failure() const;
 
 private:
     bool awaitBytes(int ms);

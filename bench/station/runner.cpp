@@ -139,6 +139,7 @@ QJsonObject Runner::attempt(const Step &step, int level)
     const Link::Answer answer = link_.exchange(request);
     const Verdict verdict = judge(step, answer, values_, {level, options_.number, options_.strict});
     faults += verdict.faults;
+    asked_ = asked_ || answer.tries > 0;
     heard_ = heard_ || !answer.bytes.isEmpty();
     if (verdict.unanswered)
         dead_ = whyDead(answer, level);

@@ -24,6 +24,11 @@ public:
     void run(const Plan &plan, Report *report);
     // One step, as often as the stand wants it again; its record.
     QJsonObject runStep(const Step &step, int level);
+    // Whether the panel was asked anything and either answered or let the time pass.
+    bool asked() const
+    {
+        return asked_;
+    }
 
 private:
     QJsonObject attempt(const Step &step, int level);
@@ -38,6 +43,7 @@ private:
     Values values_;
     Options options_;
     QElapsedTimer attempt_; // since the step was begun
+    bool asked_ = false; // see asked()
     bool heard_ = false; // the panel has answered once
     QString dead_; // why nothing more is asked of it
 };

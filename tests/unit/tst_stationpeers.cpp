@@ -19,6 +19,7 @@ private slots:
     void verdictAndReason();
     void planAndDiskMeanwhile();
     void typedEarly();
+    void untestedOnBus();
     void send();
     void slips();
 
@@ -190,6 +191,32 @@ void TestStationPeers::typedEarly()
     QVERIFY2(bench.exitCode() == 1 && said.contains("not confirmed"), said);
     close(master);
     close(slave);
+}
+
+// Panels of a bus that were asked nothing have no test in their history.
+void TestStationPeers::untestedOnBus()
+{
+    writePlan(QByteArray(plan).replace("T1", "BI").replace("8000", "8500").replace("300", "60000"));
+    for (const bool pulled : {true, false}) { // at the second panel's first step
+        const QString out = folder_.filePath(pulled ? "pulled" : "stopped");
+        MisbehavingPeer peer([pulled](int turn, const QByteArray &request) {
+            if (turn < 3)
+                return correct(turn, request);
+            return pulled ? Pieces{{-1, {}}} : Pieces{};
+        });
+        QProcess bench;
+        bench.start(QT_TESTCASE_BUILDDIR "/bench",
+                    {"station", "--port", peer.path, "--plan", plan_, "--station", "1,2,3",
+                     "--report", out, "--yes"});
+        QTRY_COMPARE_WITH_TIMEOUT(peer.requests.load(), 4, 60000);
+        if (!pulled)
+            bench.terminate();
+        QTRY_COMPARE_WITH_TIMEOUT(bench.state(), QProcess::NotRunning, 60000);
+        int status = 0;
+        const QByteArray tests = run({"units", "--csv", "tests", "--report", out}, &status);
+        QVERIFY2(tests.count('\n') == (pulled ? 3 : 2), tests); // titles, and those tested
+        QCOMPARE(peer.requests.load(), 4);
+    }
 }
 
 void TestStationPeers::send()
