@@ -71,6 +71,15 @@ void fillSram(const QString &root)
     put(root + "/dev/OstraHMI_GPMC_RW", QByteArray(sramSize, '\xa5'));
 }
 
+// A folder that no panel was laid out in may be somebody's home.
+void refuseForeign(const QString &root)
+{
+    if (!QDir(root).isEmpty(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot)
+        && !QFileInfo(root + "/run/bench").isDir())
+        throw BenchError(
+            QString("%1 has files in it that are no panel's: name another folder").arg(root));
+}
+
 } // namespace
 
 QString toolPath(const QString &tool)
@@ -84,6 +93,8 @@ QString toolPath(const QString &tool)
 
 void layOutPanel(const QString &root)
 {
+    refuseForeign(root);
+    QDir().mkpath(root + "/run/bench"); // first: from here on it is a panel's
     for (const QStringList &entry : foldersAndLinks()) {
         if (entry.size() > 1)
             link(root + entry[0], entry[1]);
@@ -113,6 +124,7 @@ void layOutPanel(const QString &root)
 
 void clearPanel(const QString &root)
 {
+    refuseForeign(root);
     const QStringList devices{"dev", "sys", "run"};
     for (const QFileInfo &entry : QDir(root).entryInfoList(QDir::AllEntries | QDir::System
                                                            | QDir::Hidden | QDir::NoDotAndDotDot)) {

@@ -3,7 +3,7 @@
 #include <QString>
 
 // What the image's makers put on a panel, and the board's devices, under a folder that becomes the
-// panel's "/". Throws BenchError when a file cannot be written.
+// panel's "/". Throws BenchError when a file cannot be written, or the folder is somebody else's.
 
 // Adds what is missing and refreshes the image's own programs; the panel's records stay.
 void layOutPanel(const QString &root);

@@ -74,9 +74,14 @@ VirtualPanel::VirtualPanel(const PanelOptions &options, QObject *parent)
 {
     if (folder_.isEmpty()) {
         temporary_ = std::make_unique<QTemporaryDir>(QDir::tempPath() + "/ict-panel-XXXXXX");
+        if (!temporary_->isValid())
+            throw BenchError(QString("No folder can be made in %1: let TMPDIR name one of yours")
+                                 .arg(QDir::tempPath()));
         folder_ = temporary_->path();
     }
     folder_ = QFileInfo(folder_).absoluteFilePath();
+    if (QFileInfo(folder_).canonicalFilePath() == "/") // root would be the superuser's home
+        throw BenchError("The machine's own \"/\" is no panel's folder: name another");
     root_ = folder_ + "/root";
     QDir().mkpath(folder_);
     lock_ = lockFolder(folder_);

@@ -22,6 +22,7 @@ private slots:
     void toolsHang();
     void agentOutlivesNothing();
     void remediesAreNamed();
+    void machinesThatLackSomething();
 };
 
 namespace {
@@ -297,6 +298,37 @@ void TstSandbox::remediesAreNamed()
     machine.board = true;
     machine.ictDisk = IctDisk::full;
     QVERIFY2(remedy(machine).contains("ARM machine"), qPrintable(remedy(machine)));
+
+    PanelOptions foreign = running("/bin/sh");
+    const QTemporaryDir home;
+    foreign.folder = home.path();
+    QVERIFY(QDir(home.path()).mkpath("root/letters"));
+    QVERIFY2(remedy(foreign).contains("another folder"), qPrintable(remedy(foreign)));
+    QCOMPARE(QDir(home.path() + "/root").entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
+             QStringList("letters"));
+}
+
+// Each in namespaces of its own, where the machine's files are out of reach.
+void TstSandbox::machinesThatLackSomething()
+{
+    const QString panel = QT_TESTCASE_BUILDDIR "/bench panel";
+    const struct {
+        QStringList space;
+        QString command, remedy;
+    } rows[] = {
+        {{"bwrap", "--unshare-user", "--ro-bind", "/", "/", "--dev", "/dev"},
+         "TMPDIR=/dev/null exec " + panel,
+         "TMPDIR"},
+    };
+    for (const auto &row : rows) {
+        QProcess bench;
+        bench.start(row.space[0],
+                    row.space.mid(1) << "sh"
+                                     << "-c" << row.command);
+        QVERIFY2(bench.waitForFinished(DeadlineMs), qPrintable(row.command));
+        const QByteArray said = bench.readAllStandardError();
+        QVERIFY2(said.contains(row.remedy.toUtf8()), said);
+    }
 }
 
 QTEST_GUILESS_MAIN(TstSandbox)
