@@ -1,5 +1,5 @@
 #include "commands/commands.h"
-#include "commands/interrupt.h"
+#include "panel/interrupt.h"
 #include "panel/virtualpanel.h"
 
 #include <QGuiApplication>

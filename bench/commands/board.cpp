@@ -1,9 +1,9 @@
 #include "commands/boardrig.h"
 #include "commands/commandline.h"
 #include "commands/commands.h"
-#include "commands/interrupt.h"
 #include "fixture/pfvpstand.h"
 #include "panel/gauges.h"
+#include "panel/interrupt.h"
 #include "station/virtualstand.h"
 
 #include <QRegularExpression>

@@ -1,6 +1,6 @@
 #include "commands/boardrig.h"
 
-#include "commands/interrupt.h"
+#include "panel/interrupt.h"
 #include "panel/wait.h"
 
 #include <random>

@@ -1,9 +1,9 @@
 // `bench effects` and `bench cuts` are Python programs, and what they drive a panel with.
 #include "commands/commands.h"
-#include "commands/interrupt.h"
 #include "fixture/finger.h"
 #include "fixture/fixture.h"
 #include "panel/files.h"
+#include "panel/interrupt.h"
 #include "panel/virtualpanel.h"
 #include "station/codec.h"
 #include "station/protocol.h"

@@ -1,9 +1,9 @@
 #include "commands/commandline.h"
 #include "commands/commands.h"
-#include "commands/interrupt.h"
 #include "commands/talker.h"
 #include "panel/files.h"
 #include "panel/gauges.h"
+#include "panel/interrupt.h"
 #include "panel/panelimage.h"
 
 #include <QRandomGenerator>

@@ -1,9 +1,9 @@
 #include "commands/commandline.h"
 #include "commands/commands.h"
-#include "commands/interrupt.h"
 #include "commands/livepanel.h"
 #include "panel/control.h"
 #include "panel/files.h"
+#include "panel/interrupt.h"
 #include "panel/virtualpanel.h"
 
 #include <QDir>

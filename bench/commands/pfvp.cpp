@@ -1,7 +1,7 @@
 #include "commands/commandline.h"
 #include "commands/commands.h"
-#include "commands/interrupt.h"
 #include "fixture/pfvpstand.h"
+#include "panel/interrupt.h"
 #include "station/console.h"
 
 #include <QDir>

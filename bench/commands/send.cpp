@@ -1,7 +1,7 @@
 #include "commands/commandline.h"
 #include "commands/commands.h"
-#include "commands/interrupt.h"
 #include "panel/bencherror.h"
+#include "panel/interrupt.h"
 #include "station/codec.h"
 #include "station/console.h"
 #include "station/link.h"

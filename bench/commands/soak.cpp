@@ -1,8 +1,8 @@
 #include "commands/commandline.h"
 #include "commands/commands.h"
-#include "commands/interrupt.h"
 #include "commands/talker.h"
 #include "panel/gauges.h"
+#include "panel/interrupt.h"
 #include "station/console.h"
 
 #include <QDir>

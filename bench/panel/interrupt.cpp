@@ -1,4 +1,4 @@
-#include "commands/interrupt.h"
+#include "panel/interrupt.h"
 
 #include <QCoreApplication>
 #include <QSocketNotifier>
