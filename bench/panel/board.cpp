@@ -1,6 +1,7 @@
 #include "panel/board.h"
 
 #include "panel/files.h"
+#include "panel/interrupt.h"
 #include "panel/virtualpanel.h"
 
 #include <QDir>
@@ -43,15 +44,19 @@ Board::Board(const PanelOptions &options, const QString &folder,
 
 Board::~Board()
 {
+    end();
+}
+
+void Board::end()
+{
+    monitor_.abort();
     machine_.kill();
     machine_.waitForFinished(5000);
 }
 
 void Board::factoryNew()
 {
-    monitor_.abort();
-    machine_.kill();
-    machine_.waitForFinished(5000);
+    end();
     for (const char *disk : {"/usb.img", "/sd.img", "/ict.img"})
         QFile::remove(folder_ + disk);
     layOut();
@@ -99,7 +104,8 @@ void Board::launch()
     QProcess::execute("stty", {"-F", portPath(Port::ttyO1), "9600"});
     machine_.setProcessChannelMode(QProcess::MergedChannels);
     machine_.setStandardOutputFile(folder_ + "/emulator.log");
-    machine_.start("qemu-system-arm", QStringList("-S") + arguments());
+    // A session of its own: Ctrl-C at the terminal is for the bench.
+    machine_.start("setsid", QStringList{"qemu-system-arm", "-S"} + arguments());
     connectTo(&monitor_, "monitor");
     monitor("qmp_capabilities");
     monitor("blockdev-add",
@@ -132,7 +138,7 @@ QJsonObject Board::monitor(const QString &command, const QJsonObject &arguments)
     monitor_.flush();
     QElapsedTimer clock;
     clock.start();
-    while (clock.elapsed() < monitorMs) {
+    while (monitor_.state() == QLocalSocket::ConnectedState && clock.elapsed() < monitorMs) {
         if (!monitor_.canReadLine() && !monitor_.waitForReadyRead(100))
             continue;
         const QJsonObject answer = QJsonDocument::fromJson(monitor_.readLine()).object();
@@ -142,7 +148,8 @@ QJsonObject Board::monitor(const QString &command, const QJsonObject &arguments)
         if (answer.contains("return")) // else a greeting or an event
             return answer["return"].toObject();
     }
-    throw BenchError("The ARM machine does not answer its monitor's " + command);
+    throw BenchError("The ARM machine does not answer its monitor's " + command + ": see " + folder_
+                     + "/emulator.log");
 }
 
 void Board::start(const QStringList &agentArgs)
@@ -168,6 +175,8 @@ void Board::awaitBoot()
     while (!QFile::exists(root_ + "/run/bench/booted")) {
         if (machine_.state() == QProcess::NotRunning || clock.elapsed() > bootMs)
             throw BenchError("The ARM machine did not boot: see " + folder_ + "/console.log");
+        if (interrupted())
+            throw BenchError("interrupted");
         machine_.waitForFinished(20);
     }
     shell_.abort();
@@ -183,7 +192,11 @@ void Board::stop()
     if (!on_)
         return;
     on_ = false;
-    monitor("stop");
+    try {
+        monitor("stop");
+    } catch (const BenchError &) { // gone, or stuck: off all the same
+        end();
+    }
     emit ended();
 }
 
@@ -209,7 +222,7 @@ QByteArray Board::run(const QString &command, int *status)
     QElapsedTimer clock;
     clock.start();
     while (!answer.endsWith('\2')) {
-        if (clock.elapsed() > answerMs)
+        if (shell_.state() != QLocalSocket::ConnectedState || clock.elapsed() > answerMs)
             throw BenchError("The ARM machine does not answer: " + command + ": " + answer);
         shell_.waitForReadyRead(100);
         answer += shell_.readAll();

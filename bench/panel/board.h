@@ -1,16 +1,13 @@
 #pragma once
 
-#include "panel/machine.h"
+#include "panel/sandbox.h"
 
 #include <QJsonObject>
 #include <QLocalSocket>
-#include <QProcess>
 #include <QSet>
 #include <QStringList>
 
 #include <array>
-
-struct PanelOptions;
 
 // A whole ARM machine in an emulator: kernel, drivers, the package with its init script; made by
 // tools/board.sh. Power off stops it between two instructions, power on resets it, and returns when
@@ -71,6 +68,7 @@ private:
     }
     QStringList arguments() const;
     void launch();
+    void end();
     void awaitBoot();
     void connectTo(QLocalSocket *socket, const QString &name);
     void plugAdapter();
@@ -83,6 +81,6 @@ private:
     QSet<QString> away_; // by setPresent()
     QString adapter_; // what the adapter in the USB host port leads to
     int adapters_ = 0; // plugged in so far
-    QProcess machine_;
+    BoundProcess machine_;
     QLocalSocket monitor_, shell_;
 };
