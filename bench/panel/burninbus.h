@@ -1,5 +1,6 @@
 #pragma once
 
+#include "panel/interrupt.h"
 #include "panel/virtualpanel.h"
 
 #include <memory>
@@ -23,7 +24,10 @@ inline std::vector<std::unique_ptr<VirtualPanel>> burnInBus(int count)
     for (const auto &panel : panels)
         panel->powerOn();
     for (PtyPort *port : ports) {
-        if (!waitFor([&] { return port->isOpenOnPanel(); }, 30000))
+        const bool ready = waitFor([&] { return interrupted() || port->isOpenOnPanel(); }, 30000);
+        if (interrupted())
+            throw BenchError("interrupted");
+        if (!ready)
             throw BenchError("A panel of the bus does not open its port within 30 s");
     }
     return panels;
