@@ -1,5 +1,7 @@
+#include "panel/control.h"
 #include "panel/panelharness.h"
 
+#include <QLocalSocket>
 #include <QTcpSocket>
 
 #include <csignal>
@@ -24,6 +26,7 @@ private slots:
     void remediesAreNamed();
     void machinesThatLackSomething();
 };
+    void clientsGoAsTheyLike();
 
 namespace {
 
@@ -333,3 +336,23 @@ void TstSandbox::machinesThatLackSomething()
 
 QTEST_GUILESS_MAIN(TstSandbox)
 #include "tst_sandbox.moc"
+// While an action of `bench panel` runs, and with it the events.
+void TstSandbox::clientsGoAsTheyLike()
+{
+    const QTemporaryDir folder;
+    QLocalSocket client;
+    int actions = 0;
+    const PanelControl control(folder.path(), [&](const QString &, const QString &) {
+        ++actions;
+        client.abort();
+        waitFor([] { return false; }, 100);
+        return QString();
+    });
+    for (int wanted = 1; wanted <= 2; ++wanted) {
+        client.connectToServer(folder.filePath("control.socket"));
+        client.write("power cycle\n");
+        QTRY_COMPARE(actions, wanted);
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    }
+}
+
