@@ -52,6 +52,10 @@ int DeviceWatch::add(const QString &path, PtyPort *port)
 {
     const QMutexLocker lock(&mutex_);
     const int number = inotify_add_watch(fd_, QFile::encodeName(path), IN_OPEN | IN_CLOSE);
+    if (number < 0)
+        throw BenchError(QString("No watch of %1 to be had (%2): end some programs or raise "
+                                 "fs.inotify.max_user_watches with sysctl")
+                             .arg(path, strerror(errno)));
     ports_[number] = port;
     return number;
 }

@@ -27,6 +27,7 @@ private slots:
     void machinesThatLackSomething();
 };
     void clientsGoAsTheyLike();
+};
 
 namespace {
 
@@ -301,6 +302,21 @@ void TstSandbox::remediesAreNamed()
     machine.board = true;
     machine.ictDisk = IctDisk::full;
     QVERIFY2(remedy(machine).contains("ARM machine"), qPrintable(remedy(machine)));
+
+    rlimit files;
+    getrlimit(RLIMIT_NOFILE, &files);
+    const int next = dup(0);
+    close(next);
+    const rlimit none{rlim_t(next), files.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &none);
+    QString said;
+    try {
+        other.setPlugged(Port::ttyO4, true);
+    } catch (const BenchError &error) {
+        said = error.what();
+    }
+    setrlimit(RLIMIT_NOFILE, &files);
+    QVERIFY2(said.contains("ulimit"), qPrintable(said));
 
     PanelOptions foreign = running("/bin/sh");
     const QTemporaryDir home;
