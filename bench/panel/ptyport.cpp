@@ -11,6 +11,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <fcntl.h>
 #include <glob.h>
 #include <poll.h>
@@ -86,10 +87,15 @@ PtyPort::Pty PtyPort::openPty()
     char path[64];
     if ((pty.master = posix_openpt(flags | O_NONBLOCK)) < 0 || unlockpt(pty.master) != 0
         || ptsname_r(pty.master, path, sizeof path) != 0
-        || (pty.slave = ioctl(pty.master, TIOCGPTPEER, flags)) < 0)
-        throw BenchError(QString("No pseudo terminal to be had (%1): close some terminals or raise "
-                                 "/proc/sys/kernel/pty/max")
-                             .arg(strerror(errno)));
+        || (pty.slave = ioctl(pty.master, TIOCGPTPEER, flags)) < 0) {
+        const int error = errno;
+        ::close(pty.master);
+        const QString remedy = error == EMFILE
+            ? "start fewer panels or raise the limit of open files (ulimit -Hn)"
+            : "close some terminals or raise /proc/sys/kernel/pty/max";
+        throw BenchError(
+            QString("No pseudo terminal to be had (%1): %2").arg(strerror(error), remedy));
+    }
     // Raw from the start: a cooked slave would echo what arrives before its owner has set it up.
     termios raw;
     tcgetattr(pty.slave, &raw);
@@ -126,8 +132,17 @@ PtyPort::~PtyPort()
 void PtyPort::setPlugged(bool plugged)
 {
     if (QThread::currentThread() != thread()) {
-        QMetaObject::invokeMethod(
-            this, [=] { setPlugged(plugged); }, Qt::BlockingQueuedConnection);
+        std::exception_ptr error; // which an event loop does not carry
+        const auto plug = [&] {
+            try {
+                setPlugged(plugged);
+            } catch (...) {
+                error = std::current_exception();
+            }
+        };
+        QMetaObject::invokeMethod(this, plug, Qt::BlockingQueuedConnection);
+        if (error)
+            std::rethrow_exception(error);
         return;
     }
     if (plugged == (panel_.master >= 0))

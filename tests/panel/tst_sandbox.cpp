@@ -5,6 +5,7 @@
 #include <QTcpSocket>
 
 #include <csignal>
+#include <sys/resource.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -25,7 +26,6 @@ private slots:
     void agentOutlivesNothing();
     void remediesAreNamed();
     void machinesThatLackSomething();
-};
     void clientsGoAsTheyLike();
 };
 
@@ -335,9 +335,12 @@ void TstSandbox::machinesThatLackSomething()
         QStringList space;
         QString command, remedy;
     } rows[] = {
-        {{"bwrap", "--unshare-user", "--ro-bind", "/", "/", "--dev", "/dev"},
+        {{"bwrap", "--die-with-parent", "--unshare-user", "--ro-bind", "/", "/", "--dev", "/dev"},
          "TMPDIR=/dev/null exec " + panel,
          "TMPDIR"},
+        {{"unshare", "-r"},
+         "echo 1 >/proc/sys/user/max_inotify_watches; exec " + panel,
+         "fs.inotify.max_user_watches"},
     };
     for (const auto &row : rows) {
         QProcess bench;
@@ -350,8 +353,6 @@ void TstSandbox::machinesThatLackSomething()
     }
 }
 
-QTEST_GUILESS_MAIN(TstSandbox)
-#include "tst_sandbox.moc"
 // While an action of `bench panel` runs, and with it the events.
 void TstSandbox::clientsGoAsTheyLike()
 {
@@ -372,3 +373,5 @@ void TstSandbox::clientsGoAsTheyLike()
     }
 }
 
+QTEST_GUILESS_MAIN(TstSandbox)
+#include "tst_sandbox.moc"
