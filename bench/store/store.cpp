@@ -51,6 +51,8 @@ static QSqlDatabase connectionOf(const QString &where)
     server.setUserName(url.userName(QUrl::FullyDecoded));
     server.setPassword(url.password(QUrl::FullyDecoded));
     QStringList options{"connect_timeout=5", "tcp_user_timeout=10000"}; // s, ms: a line waits
+    if (!QUrlQuery(url).hasQueryItem("options"))
+        options << "options=--lock_timeout=20000"; // ms
     for (const auto &[name, value] : QUrlQuery(url).queryItems(QUrl::FullyDecoded))
         options << name + '=' + value;
     server.setConnectOptions(options.join(';'));
