@@ -61,8 +61,14 @@ static QSqlDatabase connectionOf(const QString &where)
 
 QString Store::nameOf(const QString &where)
 {
-    const QUrl url(where);
-    return url.scheme().startsWith("postgres") ? url.toDisplayString(QUrl::RemovePassword) : where;
+    QUrl url(where);
+    if (!url.scheme().startsWith("postgres"))
+        return where;
+    QUrlQuery options(url);
+    for (const char *const secret : {"password", "sslpassword"})
+        options.removeAllQueryItems(secret);
+    url.setQuery(options);
+    return url.toDisplayString(QUrl::RemovePassword);
 }
 
 QString Store::fault(const QSqlError &error) const
