@@ -85,13 +85,24 @@ Store::Store(const QString &where)
         const char *const remedy = database_.isValid() ? "" : "; install libqt5sql5-psql";
         throw BenchError(QString("the store %1 cannot be opened: %2%3").arg(name_, text, remedy));
     }
-    if (database_.tables().contains("runs"))
+    makeTables();
+}
+
+// Once only: who may write into the tables need not be allowed to make them.
+void Store::makeTables()
+{
+    const auto areThere = [this] { return !database_.record("runs").isEmpty(); };
+    if (areThere())
         return;
     QSqlQuery query(database_);
     database_.transaction();
     for (const QString &statement : sql("schema").split(';')) {
-        if (!query.exec(statement))
-            throw BenchError(fault(query.lastError()));
+        if (query.exec(statement))
+            continue;
+        database_.rollback();
+        if (areThere()) // another station has made them meanwhile
+            return;
+        throw BenchError(fault(query.lastError()));
     }
     database_.commit();
 }

@@ -36,6 +36,7 @@ public:
     static QString nameOf(const QString &where);
 
 private:
+    void makeTables();
     QSqlQuery &run(const QString &name, const QVariantMap &parameters);
     bool add(const QJsonObject &record);
     void addLevel(QVariantMap level, const QString &key, int number);
