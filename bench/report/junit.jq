@@ -1,10 +1,13 @@
 # A record as JUnit XML: a suite a level, a case a step, one more for the faults of the panel as a whole.
 # No errors: a fault of the bench itself leaves no verdict.
-def attributes: to_entries | map(" \(.key)=\"\(.value | tostring | @html)\"") | add;
+# XML cannot hold every character, whatever way it is written.
+def text: tostring | explode | map(if . == 9 or . == 10 or . == 13 or . >= 32 and . < 65534 or . > 65535
+    then . else 65533 end) | implode | @html;
+def attributes: to_entries | map(" \(.key)=\"\(.value | text)\"") | add;
 def seconds: (. | round) / 1000;
 def property: "<property" + ({name: .key, value} | attributes) + "/>";
 def failure: "<failure" + ({type: "failure", message: .faults[0]} | attributes) + ">"
-    + (.faults | join("\n") | @html) + "</failure>";
+    + (.faults | join("\n") | text) + "</failure>";
 def testcase($level): "<testcase" + ({classname: $level, name, time: (.ms | seconds)} | attributes) + ">"
     + (if .faults == [] then "" else failure end) + "</testcase>";
 

@@ -87,17 +87,18 @@ QString meaningOf(const QByteArray &payload, const QByteArray &code)
         return known.toString();
     const Command *command = findCommand(code);
     const QString what = command ? command->meaning : "unknown request";
-    if ((code == "8800" || code == "8801") && payload.size() == 4)
-        return QString("%1: %2.%3 V").arg(what).arg(payload[1]).arg(QString(payload.mid(2)));
+    const QString text = printable(payload.trimmed());
+    if ((code == "8800" || code == "8801") && payload.size() == 4 && text.size() == 4)
+        return QString("%1: %2.%3 V").arg(what, text.mid(1, 1), text.mid(2));
     if (payload.size() > 4 && payload.startsWith(code) && code.startsWith("07"))
-        return what + " " + payload.mid(4).trimmed();
+        return what + " " + text.mid(4).trimmed();
     if (payload.size() != 4 || (command && !command->framed && payload.endsWith('\n')))
-        return what + " " + textOf(payload.trimmed());
+        return what + " " + text;
     if (command && payload == command->pass())
         return what + ": passed";
     if (payload.left(2) == code.left(2) && payload[2] > '9')
         return what + ": failed";
-    return what + ": foreign answer " + payload;
+    return what + ": foreign answer " + text;
 }
 
 QString adviceOf(const QByteArray &payload, const QByteArray &code)

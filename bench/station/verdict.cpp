@@ -31,8 +31,9 @@ static QString volts(const QJsonValue &millivolts)
 // Bytes that a person may want to look up, where they are short enough.
 static QString withCode(const QString &meaning, const QByteArray &payload)
 {
-    const bool shown = payload.size() == 4 && !meaning.contains(payload);
-    return shown ? meaning + " (" + payload + ")" : meaning;
+    const QString text = printable(payload);
+    const bool shown = payload.size() == 4 && !meaning.contains(text);
+    return shown ? meaning + " (" + text + ")" : meaning;
 }
 
 static int millivoltsOf(const Reply &reply)

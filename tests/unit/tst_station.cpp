@@ -90,6 +90,7 @@ void TestStation::refusals()
     QCOMPARE(meaningOf("95EF", "9502"), QString("LCM pattern 17 of 20 failed"));
     QVERIFY(meaningOf("85F0", "8500").contains("failed"));
     QVERIFY(meaningOf("8500", "8000").contains("foreign"));
+    QCOMPARE(meaningOf("\x1b[2J!\n", "AB00"), QString("panel model \\x1b[2J!"));
 }
 
 // Check digits worked out by hand: 00+81+02 = 83 -> 7D; 05+8A+00 = 8F -> 71;
@@ -275,7 +276,7 @@ void TestStation::reports()
     report.begin("T1");
     report.levels[0]["steps"] = QJsonArray{runner.runStep(step, T1)};
     QVERIFY(report.passed());
-    step["after"] = QJsonArray{"ask Is it warm?"};
+    step["after"] = QJsonArray{"ask Is it warm?\x1b"};
     report.levels[0]["steps"] = QJsonArray{runner.runStep(step, T1)};
     QVERIFY(!report.passed());
     stand.again = 1; // and what failed before stays known
