@@ -136,6 +136,8 @@ int runUnits(const QStringList &args)
         if (!out.open(stdout, QIODevice::WriteOnly))
             throw BenchError("standard output: " + out.errorString());
         writeCsv(store, parser.value("csv"), period, named.value(0, "%"), &out);
+        if (!out.flush())
+            throw BenchError("the table cannot be written: " + out.errorString());
     } else if (!named.isEmpty()) {
         return find(store, named.first());
     } else {

@@ -52,7 +52,9 @@ void writeCsv(Store &store, const QString &table, const Period &period, const QS
               [out](const QVariantList &row) {
                   QByteArrayList cells;
                   std::transform(row.begin(), row.end(), std::back_inserter(cells), csvCell);
-                  out->write(cells.join(',') + "\r\n");
+                  const QByteArray line = cells.join(',') + "\r\n";
+                  if (out->write(line) != line.size())
+                      throw BenchError("the table cannot be written: " + out->errorString());
               });
 }
 
