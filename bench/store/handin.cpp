@@ -5,6 +5,7 @@
 #include "station/console.h"
 #include "store/store.h"
 
+#include <QCryptographicHash>
 #include <QDir>
 #include <QDirIterator>
 #include <QFileInfo>
@@ -24,11 +25,17 @@ QString storeOf(const QCommandLineParser &parser)
     return parser.isSet("store") ? parser.value("store") : parser.value("report") + "/units.sqlite";
 }
 
-// Each store has a folder of its own, so that runs are not handed in to another.
+// Each store has a folder of its own, so that runs are not handed in to another: the same from
+// whichever folder a file is named.
 static QString waitingFolder(const QString &where, const QString &base)
 {
-    QString name = Store::nameOf(where);
-    return base + "/waiting/" + name.replace(QRegularExpression("[^\\w.-]+"), "-");
+    const QString whole = where.startsWith("postgres")
+        ? Store::nameOf(where)
+        : QDir::cleanPath(QFileInfo(where).absoluteFilePath());
+    QString name = QFileInfo(whole).fileName().left(40); // for people; the hash tells them apart
+    name.replace(QRegularExpression("[^\\w.-]+"), "-");
+    const auto hash = QCryptographicHash::hash(whole.toUtf8(), QCryptographicHash::Sha256).toHex();
+    return base + "/waiting/" + name + '-' + hash.left(8);
 }
 
 // Files become runs a transaction at a time: neither one each, which is slow, nor all in memory.

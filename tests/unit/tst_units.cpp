@@ -161,10 +161,11 @@ void TestUnits::storeAway()
     const QString base = folder.path(), store = base + "/server/units", other = base + "/other";
     QFile nothing(base + "/server");
     QVERIFY(nothing.open(QIODevice::WriteOnly));
-    storeRuns({{base + "/A/1", runs[1]}}, store, base);
+    QVERIFY(QDir::setCurrent(base));
+    storeRuns({{base + "/A/1", runs[1]}}, "server/units", base); // the same, named otherwise
     QVERIFY_EXCEPTION_THROWN(handInWaiting(store, base), BenchError);
     QCOMPARE(handInWaiting(other, base), 0);
-    const QFileInfoList waiting = QDir(base + "/waiting").entryInfoList({"*server*"});
+    const QFileInfoList waiting = QDir(base + "/waiting").entryInfoList({"units-*"});
     QCOMPARE(waiting.size(), 1);
     QFile broken(waiting[0].filePath() + "/0.json");
     QVERIFY(broken.open(QIODevice::WriteOnly) && broken.write("{\"format\": 1"));
