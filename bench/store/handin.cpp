@@ -55,7 +55,8 @@ static int handIn(const QString &where, const QStringList &files, bool remove)
                 records << record;
                 done << file;
             } catch (const BenchError &wrong) {
-                say(wrong.what(), true);
+                if (!remove || QFile::exists(file)) // else another station has handed it in
+                    say(wrong.what(), true);
             }
         }
         added += store.add(records);
@@ -92,13 +93,18 @@ int handIn(const QString &where, const QStringList &paths)
 void storeRuns(const QMap<QString, QJsonObject> &records, const QString &where, const QString &base)
 {
     const QString folder = waitingFolder(where, base);
-    QDir().mkpath(folder);
+    const auto keep = [&folder](const QJsonObject &record) {
+        QDir().mkpath(folder);
+        return replaceFile(folder + '/' + Store::keyOf(record) + ".json",
+                           QJsonDocument(record).toJson());
+    };
     bool kept = false;
     for (const QString &report : records.keys()) { // first, lest it be lost with this process
         QJsonObject record = records[report];
         record["folder"] = QFileInfo(report).absoluteFilePath();
-        const QString problem = replaceFile(folder + '/' + Store::keyOf(record) + ".json",
-                                            QJsonDocument(record).toJson());
+        QString problem = keep(record);
+        if (!problem.isEmpty()) // another station may have taken away the folder, empty
+            problem = keep(record);
         if (problem.isEmpty())
             kept = true;
         else
