@@ -18,6 +18,13 @@ namespace {
 const QVector<QByteArray> presence{shortRequest(0, "8000")};
 constexpr int answerMs = 1000;
 
+// Figures of a part of what was asked for are none.
+void endIfInterrupted()
+{
+    if (interrupted())
+        throw BenchError("interrupted");
+}
+
 // One line of the table; whether the figure keeps its limit, if it has one. Not a number never
 // does.
 bool report(const char *what, double value, const char *unit, double limit = INFINITY)
@@ -35,7 +42,8 @@ bool report(const char *what, double value, const char *unit, double limit = INF
 double latency(Talker &talker)
 {
     talker.ask(1);
-    waitFor([&] { return !talker.left; }, INT_MAX);
+    waitFor([&] { return !talker.left || interrupted(); }, INT_MAX);
+    endIfInterrupted();
     return talker.latencies().value(0, INFINITY);
 }
 
@@ -69,6 +77,7 @@ bool measureIdle(VirtualPanel &panel, int seconds)
     const qint64 begin = monotonicNs();
     const double before = processorTime(panel.agentPid());
     waitFor(interrupted, seconds * 1000);
+    endIfInterrupted();
     const double used = processorTime(panel.agentPid()) - before;
     return report("idle, of one core", 100 * used / double(monotonicNs() - begin), "%", 0.5);
 }
@@ -118,7 +127,8 @@ bool measureBesideEmptyWindow(int starts)
     window.powerOff();
 
     QVector<double> agentStarts, windowStarts;
-    for (int i = 0; i < starts && !interrupted(); ++i) { // by turns: whatever else runs hits both
+    for (int i = 0; i < starts; ++i) { // by turns: whatever else runs hits both
+        endIfInterrupted();
         agentStarts.append(firstFrame(agent));
         windowStarts.append(firstFrame(window));
     }
