@@ -30,13 +30,15 @@ class Panel:
     def __init__(self, wrapper=()):
         self._bench = subprocess.Popen(
             [os.environ["BENCH"], "drive", *wrapper], text=True, stdin=subprocess.PIPE,
-            stdout=subprocess.PIPE)
+            stdout=subprocess.PIPE, start_new_session=True)  # Ctrl-C is for its user alone
         self._root = self._answer()
 
     def __enter__(self):
         return self
 
-    def __exit__(self, *_):
+    def __exit__(self, failure, *_):
+        if failure:
+            self._bench.terminate()  # it may wait for something, for long
         self._bench.stdin.close()
         self._bench.wait()
 
