@@ -40,7 +40,7 @@ static QRegularExpressionMatchIterator placeholders(const QString &text)
 void addTo(Values *values, const QJsonObject &more)
 {
     for (const QString &name : more.keys())
-        values->insert(name, more[name].toString());
+        values->insert(name, more[name].toVariant().toString());
 }
 
 QString expand(const QString &text, const Values &values, bool pattern)

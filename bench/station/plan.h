@@ -31,7 +31,7 @@ struct Plan {
 Plan loadPlan(const QString &file, const Values &values);
 // A step from a row of a plan.
 Step stepOf(const QJsonObject &row, const QStringList &items = {});
-// Puts the texts of an object into `values`.
+// Puts the texts of an object, and its numbers as such, into `values`.
 void addTo(Values *values, const QJsonObject &more);
 // `text` with every "${name}" replaced; escaped for a regular expression if `pattern`.
 QString expand(const QString &text, const Values &values, bool pattern = false);

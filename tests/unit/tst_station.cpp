@@ -105,6 +105,9 @@ void TestStation::requests()
     QCOMPARE(identityRequest(0, "0602", "AB"), QByteArray(":000602AB55\r\n"));
     QCOMPARE(requestOf("KLV-", "bi", 0, "KLV-100"), QByteArray("KLV-100-02\r\n"));
     QCOMPARE(requestOf("KLV-", "HMI", 0, "KLV-100"), QByteArray("KLV-100-00\r\n"));
+    Values values; // as production.json gives them
+    addTo(&values, {{"station", 5}, {"semiId", "0S"}});
+    QCOMPARE(expand("${station} ${semiId}", values), QString("5 0S"));
 }
 
 void TestStation::badLine()
