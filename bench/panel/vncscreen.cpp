@@ -1,5 +1,7 @@
 #include "panel/vncscreen.h"
 
+#include "panel/interrupt.h"
+
 #include <QElapsedTimer>
 #include <QFile>
 #include <QThread>
@@ -46,7 +48,7 @@ bool VncScreen::connect(int ms)
 {
     QElapsedTimer clock;
     clock.start();
-    while (!client_ && clock.elapsed() < ms) {
+    while (!client_ && clock.elapsed() < ms && !interrupted()) {
         client_ = rfbGetClient(8, 3, 4); // 32 bits a pixel
         free(client_->serverHost);
         client_->serverHost = strdup(QFile::encodeName(socket_).constData());
@@ -115,7 +117,7 @@ QImage VncScreen::waitFor(const std::function<bool(const QImage &)> &predicate, 
         good = !image.isNull() && predicate(image);
         if (!good)
             QThread::msleep(10);
-    } while (!good && clock.elapsed() < ms);
+    } while (!good && clock.elapsed() < ms && !interrupted());
     if (satisfied)
         *satisfied = good;
     return image;
