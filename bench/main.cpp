@@ -6,6 +6,7 @@
 #include <QTemporaryDir>
 
 #include <algorithm>
+#include <clocale>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -86,6 +87,7 @@ int main(int argc, char **argv)
     std::string name = argc > 1 ? std::string("bench ") + argv[1] : "bench";
     argv[0] = name.data();
     const std::unique_ptr<QCoreApplication> app = makeApplication(argc, argv);
+    setlocale(LC_NUMERIC, "C"); // the application has taken the user's
     app->setApplicationName("bench");
     app->setApplicationVersion(BENCH_VERSION);
     QStringList args = app->arguments().mid(1);
