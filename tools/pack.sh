@@ -12,7 +12,7 @@ case "${1-}" in
 '') preset=release bench=dev root='' ;;
 arm) preset=arm bench=bench-arm root=build/arm-root ;;
 all)
-    "$0"
+    tools/pack.sh
     exec tools/arm.sh
     ;;
 *) die "usage: tools/pack.sh [arm | all]" ;;
