@@ -86,7 +86,7 @@ VirtualPanel::VirtualPanel(const PanelOptions &options, QObject *parent)
     QDir().mkpath(folder_);
     lock_ = lockFolder(folder_);
     const QString socket = options_.board ? Board::vncSocket(folder_) : hostPath("/run/bench/vnc");
-    if (socket.size() > 100) // a socket's path has 108 bytes
+    if (QFile::encodeName(socket).size() > 100) // a socket's path has 108 bytes
         throw BenchError(QString("The panel's folder %1 has too long a path: choose a shorter one")
                              .arg(folder_));
 
