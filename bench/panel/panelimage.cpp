@@ -143,6 +143,7 @@ void clearVolatile(const QString &root)
     for (const char *folder : {"/tmp", "/mnt/ramdisk"})
         QDir(root + folder).removeRecursively();
     QDir().mkpath(root + "/tmp");
-    for (const char *file : {"/run/bench/booted", "/run/bench/vnc", "/dev/ttyGS0", "/dev/ttyUSB0"})
+    for (const char *file :
+         {"/run/bench/booted", "/run/bench/vnc", "/run/bench/calls", "/dev/ttyGS0", "/dev/ttyUSB0"})
         QFile::remove(root + file);
 }

@@ -177,7 +177,8 @@ public:
     QByteArray attribute(const QString &panelPath) const; // without the line end
     int backlight() const; // what the panel last wrote, in percent
 
-    // The image's programs. Every call is recorded; a fault stays until restoreTool().
+    // The image's programs. Every call since the power-on is recorded; a fault stays until
+    // restoreTool().
     QVector<ToolCall> calls() const;
     void toolPrints(const QString &tool, const QByteArray &text); // and does nothing; "" is silence
     void toolHangs(const QString &tool);

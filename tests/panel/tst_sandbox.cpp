@@ -243,6 +243,9 @@ void TstSandbox::toolsHang()
     panel.toolHangs("chk_ddr.sh");
     QCOMPARE(runInside(panel, "timeout .3 /usr/local/ict/chk_ddr.sh; echo $?"),
              QByteArray("124\n"));
+    QCOMPARE(panel.calls().size(), 1);
+    runInside(panel, "true");
+    QCOMPARE(panel.calls().size(), 0); // since the power-on
 }
 
 void TstSandbox::agentOutlivesNothing()
