@@ -23,6 +23,10 @@ QString remedy(int status, const QByteArray &errorOutput)
 {
     if (status == somethingMissing)
         return errorOutput;
+    if (errorOutput.contains("execvp") && errorOutput.contains("Permission denied"))
+        return "nothing in the panel's folder can be executed, as on a file system mounted "
+               "noexec: let TMPDIR name a folder elsewhere, or take --folder ("
+            + errorOutput + ')';
     if (errorOutput.contains("namespace") || errorOutput.contains("uid map")
         || errorOutput.contains("Operation not permitted"))
         return "user namespaces are forbidden here: allow them with \"sysctl -w "

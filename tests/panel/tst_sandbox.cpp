@@ -344,6 +344,9 @@ void TstSandbox::machinesThatLackSomething()
         {{"unshare", "-r"},
          "echo 1 >/proc/sys/user/max_inotify_watches; exec " + panel,
          "fs.inotify.max_user_watches"},
+        {{"unshare", "-r", "-m"},
+         "mount -t tmpfs -o noexec none /mnt; TMPDIR=/mnt exec " + panel,
+         "noexec"},
     };
     for (const auto &row : rows) {
         QProcess bench;
