@@ -14,6 +14,7 @@
 #include <QTcpServer>
 
 #include <cstdio>
+#include <csignal>
 #include <memory>
 #include <unistd.h>
 
@@ -129,7 +130,12 @@ void leaveOn(VirtualPanel &panel, LivePanel &live)
     QObject::connect(&enter, &QSocketNotifier::activated, [&] {
         char line[256];
         if (::read(STDIN_FILENO, line, sizeof line) <= 0) {
-            enter.setEnabled(false); // no terminal
+            enter.setEnabled(false); // no terminal, or not ours now
+    // In the background reading fails, and does not stop the bench. A handler, for what is ignored
+    // stays so in every program that is started.
+    struct sigaction background = {};
+    background.sa_handler = [](int) {};
+    sigaction(SIGTTIN, &background, nullptr);
             return;
         }
         try {
