@@ -9,12 +9,13 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QProcess>
+#include <QScopeGuard>
 #include <QSocketNotifier>
 #include <QStandardPaths>
 #include <QTcpServer>
 
-#include <cstdio>
 #include <csignal>
+#include <cstdio>
 #include <memory>
 #include <unistd.h>
 
@@ -86,13 +87,17 @@ std::unique_ptr<Fixture> makeFixture(VirtualPanel &panel, const QCommandLinePars
 }
 
 // The ports' outer ends by name, for scripts: FOLDER/ttyO1 is what FOLDER's panel calls so.
-void linkPorts(VirtualPanel &panel)
+void linkPorts(const VirtualPanel &panel)
 {
-    for (int i = 0; i < portCount; ++i) {
-        const QString file = panel.folder() + '/' + portName(Port(i));
-        QFile::remove(file);
-        QFile::link(panel.linkPath(Port(i)), file);
-    }
+    for (int i = 0; i < portCount; ++i)
+        QFile::link(panel.linkPath(Port(i)), panel.folder() + '/' + portName(Port(i)));
+}
+
+// Without the panel they may be anybody's terminals.
+void unlinkPorts(const VirtualPanel &panel)
+{
+    for (int i = 0; i < portCount; ++i)
+        QFile::remove(panel.folder() + '/' + portName(Port(i)));
 }
 
 // Serves the screen to web browsers of this machine; pages of other hosts are turned away.
@@ -126,16 +131,16 @@ void serveBrowsers(const VirtualPanel &panel, QProcess *server)
 // hand at the switch.
 void leaveOn(VirtualPanel &panel, LivePanel &live)
 {
-    QSocketNotifier enter(STDIN_FILENO, QSocketNotifier::Read);
-    QObject::connect(&enter, &QSocketNotifier::activated, [&] {
-        char line[256];
-        if (::read(STDIN_FILENO, line, sizeof line) <= 0) {
-            enter.setEnabled(false); // no terminal, or not ours now
     // In the background reading fails, and does not stop the bench. A handler, for what is ignored
     // stays so in every program that is started.
     struct sigaction background = {};
     background.sa_handler = [](int) {};
     sigaction(SIGTTIN, &background, nullptr);
+    QSocketNotifier enter(STDIN_FILENO, QSocketNotifier::Read);
+    QObject::connect(&enter, &QSocketNotifier::activated, [&] {
+        char line[256];
+        if (::read(STDIN_FILENO, line, sizeof line) <= 0) {
+            enter.setEnabled(false); // no terminal, or not ours now
             return;
         }
         try {
@@ -181,6 +186,8 @@ int runPanel(const QStringList &args)
     const CommandLine parser = commandLine(args);
     quitOnInterrupt();
     VirtualPanel panel(optionsOf(parser));
+    unlinkPorts(panel); // of a bench that was killed
+    const auto unlink = qScopeGuard([&] { unlinkPorts(panel); });
     prepare(panel, parser);
     const std::unique_ptr<Fixture> fixture = makeFixture(panel, parser);
     std::unique_ptr<Traffic> traffic;

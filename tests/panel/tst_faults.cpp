@@ -47,6 +47,7 @@ void TstFaults::initTestCase()
     panel_.start(bench,
                  {"panel", "--traffic", "--folder", folder_.path(), "--fault", "battery:2900"});
     QVERIFY(tells("vncviewer"));
+    QVERIFY(QFileInfo(folder_.filePath("ttyO1")).isSymLink());
 }
 
 void TstFaults::texts()
@@ -127,6 +128,7 @@ void TstFaults::terminalAndEnd()
     QVERIFY(run({"panel", "--vnc-port", "99999"}).startsWith("2 bench panel: --vnc-port takes"));
     panel_.terminate();
     QVERIFY(panel_.waitForFinished());
+    QVERIFY(QDir(folder_.path()).entryList({"tty*"}, QDir::System).isEmpty());
     QVERIFY(run({"fault", "show"}).startsWith("2 bench fault: No `bench panel` runs in"));
 }
 
