@@ -104,8 +104,7 @@ void Board::launch()
     QProcess::execute("stty", {"-F", portPath(Port::ttyO1), "9600"});
     machine_.setProcessChannelMode(QProcess::MergedChannels);
     machine_.setStandardOutputFile(folder_ + "/emulator.log");
-    // A session of its own: Ctrl-C at the terminal is for the bench.
-    machine_.start("setsid", QStringList{"qemu-system-arm", "-S"} + arguments());
+    machine_.start("qemu-system-arm", QStringList("-S") + arguments());
     connectTo(&monitor_, "monitor");
     monitor("qmp_capabilities");
     monitor("blockdev-add",

@@ -53,6 +53,7 @@ QList<qint64> childrenOf(qint64 pid)
 
 void BoundProcess::setupChildProcess()
 {
+    setsid();
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (getppid() != starter_) // it has ended already
         _exit(1);
