@@ -153,6 +153,7 @@ void TstHandlers::usbWriteFails()
                                   "inject=write:error=EIO:when=2+"};
     AgentPanel at(options);
     QVERIFY(at.boot("ICT"));
+    QTRY_VERIFY(QFile::exists(at.panel.hostPath("/media/sda/HMI_ICT_Test.txt")));
     QCOMPARE(at.ask(requestFrame("A200")), requestFrame("A200"));
     QCOMPARE(at.ask(requestFrame("A200")), requestFrame("A2F0"));
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "panel/urgency.h"
+
 #include <QByteArray>
 #include <QList>
 #include <atomic>
@@ -50,6 +52,7 @@ public:
 private:
     void serve()
     {
+        runBeforeAllElse(); // the station waits for tenths of a second only
         QByteArray received; // of a request that is not complete
         while (!stop_ && master_ >= 0) {
             pollfd fd{master_, POLLIN, 0};

@@ -33,9 +33,9 @@ private:
 };
 
 static const QByteArray plan = R"({"level": "T1", "partial": true, "steps": [
-    {"name": "one", "code": "8000", "timeout": 300},
-    {"name": "two", "code": "8500", "timeout": 300, "after": ["look red"]},
-    {"name": "three", "code": "9003", "timeout": 300}]})";
+    {"name": "one", "code": "8000", "timeout": 600},
+    {"name": "two", "code": "8500", "timeout": 600, "after": ["look red"]},
+    {"name": "three", "code": "9003", "timeout": 600}]})";
 
 // What a right panel answers to the requests of the plan.
 static QByteArray echo(const QByteArray &request)
@@ -57,7 +57,7 @@ static Pieces dying(int turn, const QByteArray &request)
 }
 static Pieces late(int turn, const QByteArray &request)
 {
-    return {{turn ? 0 : 400, echo(request)}};
+    return {{turn ? 0 : 900, echo(request)}};
 }
 static Pieces twofold(int, const QByteArray &request)
 {
@@ -196,7 +196,7 @@ void TestStationPeers::typedEarly()
 // Panels of a bus that were asked nothing have no test in their history.
 void TestStationPeers::untestedOnBus()
 {
-    writePlan(QByteArray(plan).replace("T1", "BI").replace("8000", "8500").replace("300", "60000"));
+    writePlan(QByteArray(plan).replace("T1", "BI").replace("8000", "8500").replace("600", "60000"));
     for (const bool pulled : {true, false}) { // at the second panel's first step
         const QString out = folder_.filePath(pulled ? "pulled" : "stopped");
         MisbehavingPeer peer([pulled](int turn, const QByteArray &request) {
