@@ -127,18 +127,18 @@ void TstBoot::unreadable()
     }
 }
 
-// A check beside the boot that prints 200 MB behind its verdict, before anyone asks for it.
+// A check beside the boot that prints 400 MB behind its verdict, before anyone asks for it.
 void TstBoot::talkativeScript()
 {
     AgentPanel at;
-    at.panel.toolPrints("check_bk_rootfs.sh", QByteArray(200 << 20, '0'));
+    at.panel.toolPrints("check_bk_rootfs.sh", QByteArray(400 << 20, '0'));
     QVERIFY(at.boot("ICT"));
     const QString children = QString("/proc/%1/task/%1/children").arg(at.panel.agentPid());
-    QTRY_VERIFY_WITH_TIMEOUT(readWhole(children).isEmpty(), DeadlineMs);
+    QTRY_VERIFY(readWhole(children).isEmpty());
     QCOMPARE(at.ask(requestFrame("8700")), requestFrame("8700"));
     const QByteArray status = readWhole(QString("/proc/%1/status").arg(at.panel.agentPid()));
     const int peak = status.mid(status.indexOf("VmHWM:") + 6).simplified().split(' ')[0].toInt();
-    QVERIFY2(peak > 0 && peak < 100 << 10, QByteArray::number(peak) + " KiB"); // 28 MiB else
+    QVERIFY2(peak > 0 && peak < 350 << 10, QByteArray::number(peak) + " KiB");
 }
 
 int main(int argc, char *argv[])
