@@ -43,6 +43,15 @@ inline PanelOptions running(const QString &program)
     return options;
 }
 
+// Options of a panel whose medium fails: `injection`, in the words of strace, on the file `path`.
+inline PanelOptions failing(const QString &path, const QString &injection)
+{
+    PanelOptions options;
+    options.wrapper =
+        QString("strace -D -f -o /dev/null -P %1 -e inject=%2").arg(path, injection).split(' ');
+    return options;
+}
+
 // Runs a shell script as the panel's agent until it ends; what it printed.
 inline QByteArray runInside(VirtualPanel &panel, const QString &script, int ms = DeadlineMs)
 {

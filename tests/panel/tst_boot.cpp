@@ -105,17 +105,7 @@ void TstBoot::eachItemCounts()
 void TstBoot::unreadable()
 {
     for (const char *file : {"HMI_TEST_LEVEL.txt", "HMI_T2_TEST_Flag.txt"}) {
-        PanelOptions options;
-        options.wrapper = QStringList{"strace",
-                                      "-D",
-                                      "-f",
-                                      "-o",
-                                      "/dev/null",
-                                      "-P",
-                                      AgentPanel::ict(file),
-                                      "-e",
-                                      "inject=read:error=EIO:when=1"};
-        AgentPanel at(options);
+        AgentPanel at(failing(AgentPanel::ict(file), "read:error=EIO:when=1"));
         const QByteArray passed = QByteArray("Any Test: 1").leftJustified(62, '\0') + "\r\n";
         at.panel.writeFile(at.ict("HMI_T2_TEST_Flag.txt"), passed.repeated(17));
         at.panel.setLevel("T2");

@@ -141,17 +141,7 @@ void TstHandlers::usbPortSwitchesUnanswered()
 // What an earlier test left at the other end does not pass for what could not be written now.
 void TstHandlers::usbWriteFails()
 {
-    PanelOptions options;
-    options.wrapper = QStringList{"strace",
-                                  "-D",
-                                  "-f",
-                                  "-o",
-                                  "/dev/null",
-                                  "-P",
-                                  "/mnt/ramdisk/HMI_ICT_Test.txt",
-                                  "-e",
-                                  "inject=write:error=EIO:when=2+"};
-    AgentPanel at(options);
+    AgentPanel at(failing("/mnt/ramdisk/HMI_ICT_Test.txt", "write:error=EIO:when=2+"));
     QVERIFY(at.boot("ICT"));
     QTRY_VERIFY(QFile::exists(at.panel.hostPath("/media/sda/HMI_ICT_Test.txt")));
     QCOMPARE(at.ask(requestFrame("A200")), requestFrame("A200"));
