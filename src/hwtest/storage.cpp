@@ -70,10 +70,10 @@ constexpr int UsbPatternSize = int(sizeof UsbPattern - 1);
 static bool writeUsbPattern()
 {
     File file("/media/sda/HMI_ICT_Test.txt", O_RDWR);
-    const bool written =
-        file.isOpen() && file.write(UsbPattern, UsbPatternSize) && fsync(file.fd()) == 0;
-    if (file.isOpen())
-        sync();
+    if (!file.isOpen())
+        return false;
+    const bool written = file.write(UsbPattern, UsbPatternSize) && fsync(file.fd()) == 0;
+    sync();
     return written;
 }
 

@@ -86,9 +86,10 @@ static BootFile openOrCreate(const char *path, const QByteArray &initial, int le
     if (file.isOpen()) {
         text->fill('\0', length);
         const qint64 there = file.read(text->data(), length);
-        text->resize(qMax(0, int(there)));
-        if (there >= 0)
+        if (there >= 0) {
+            text->resize(int(there));
             return BootFile::Found;
+        }
     } else if (errno == ENOENT) {
         File created(path, O_RDWR | O_CREAT);
         if (created.isOpen()) {
@@ -128,8 +129,6 @@ static QByteArray newFlagFile()
 
 // A cut of power or a full medium can leave records out, or without their text. Their items would
 // pass and never be recorded, on this and all later boots: they are written anew, as not passed.
-// But what a failing medium just does not give is still there: it counts as not passed this time
-// only.
 static QByteArray completed(const QByteArray &found, const QByteArray &fresh)
 {
     QByteArray records;
