@@ -13,15 +13,6 @@ constexpr int RetryPauseUs = 100;
 constexpr int MaxDigits = 4; // of a 12-bit value
 constexpr int InvalidValue = -1; // all ones
 
-// The text of the attribute, empty when there is none.
-static QByteArray rawText(const char *path)
-{
-    File attribute(path, O_RDONLY | O_NONBLOCK);
-    char text[MaxDigits] = {};
-    const qint64 length = attribute.isOpen() ? attribute.read(text, MaxDigits) : 0;
-    return QByteArray(text, qMax(0, int(length)));
-}
-
 int readAnalogInput(int channel, double *value)
 {
     char path[64];
@@ -29,7 +20,7 @@ int readAnalogInput(int channel, double *value)
     // Without a limit on purpose: the converter's driver may still be loading, and a unit without
     // one must not get past this item. The station sees a panel that does not answer.
     for (;; usleep(RetryPauseUs)) {
-        const QByteArray text = rawText(path);
+        const QByteArray text = readFile(path, MaxDigits, O_NONBLOCK);
         if (text.isEmpty())
             continue;
         const int raw = atoi(text.constData());

@@ -63,9 +63,9 @@ bool writeFile(const char *path, const QByteArray &text)
     return file.isOpen() && file.replaceBy(text);
 }
 
-QByteArray readFile(const char *path, int length)
+QByteArray readFile(const char *path, int length, int flags)
 {
-    File file(path, O_RDONLY);
+    File file(path, O_RDONLY | flags);
     QByteArray text(length, '\0');
     text.resize(file.isOpen() ? qMax(0, int(file.read(text.data(), length))) : 0);
     return text;

@@ -42,5 +42,6 @@ private:
 // never truncated first. False when it cannot be opened or did not take all of it.
 bool writeFile(const char *path, const QByteArray &text);
 
-// The first `length` bytes of the file at most; empty when it cannot be read.
-QByteArray readFile(const char *path, int length);
+// The first `length` bytes of the file at most, opened read-only with `flags`; empty when it cannot
+// be read.
+QByteArray readFile(const char *path, int length, int flags = 0);
