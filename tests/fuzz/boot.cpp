@@ -5,13 +5,8 @@
 #include "MouseCalibration/pointercal.h"
 #include "MouseCalibration/targets.h"
 #include "fuzz/panel.h"
+#include "fuzz/require.h"
 #include "state/levels.h"
-
-static void require(bool good)
-{
-    if (!good)
-        abort();
-}
 
 // Whether the pointer calibration is the first bytes of the last good one, up to a zero byte.
 static bool isRestored(const QByteArray &lastGood, int limit)

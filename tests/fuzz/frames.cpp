@@ -1,18 +1,12 @@
 // What came over the line, as values: frame check, tables, identities, clock, factory.
+#include "fuzz/require.h"
 #include "hwtest/clockcompare.h"
 #include "hwtest/factory.h"
 #include "hwtest/idframe.h"
 #include "ict/commandtables.h"
 #include "link/frame.h"
 
-#include <cstdlib>
 #include <cstring>
-
-static void require(bool good)
-{
-    if (!good)
-        abort();
-}
 
 static void checkIdentity(const QByteArray &text)
 {

@@ -4,6 +4,7 @@
 //   then        the text of both touch value files, to the first byte 0xff
 //   the rest    what comes over the line
 #include "fuzz/panel.h"
+#include "fuzz/require.h"
 #include "hwtest/idframe.h"
 #include "link/frame.h"
 #include "state/levels.h"
@@ -75,8 +76,7 @@ extern "C" int LLVMFuzzerTestOneInput(const quint8 *data, size_t size)
     bytes.remove(0, files + 1);
     if (data[0] & 4)
         putRight(bytes);
-    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, line))
-        abort();
+    require(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, line) == 0);
     selectLevel(level);
     g_uiHMI_TEST_LEVEL = level;
     g_bTestAllow = true;
