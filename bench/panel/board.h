@@ -1,6 +1,7 @@
 #pragma once
 
-#include "panel/sandbox.h"
+#include "panel/boundprocess.h"
+#include "panel/machine.h"
 
 #include <QJsonObject>
 #include <QLocalSocket>
@@ -8,6 +9,8 @@
 #include <QStringList>
 
 #include <array>
+
+struct PanelOptions;
 
 // A whole ARM machine in an emulator: kernel, drivers, the package with its init script; made by
 // tools/board.sh. Power off stops it between two instructions, power on resets it, and returns when

@@ -6,8 +6,6 @@
 #include <QFileInfo>
 
 #include <csignal>
-#include <sys/prctl.h>
-#include <unistd.h>
 
 namespace {
 
@@ -50,14 +48,6 @@ QList<qint64> childrenOf(qint64 pid)
 }
 
 } // namespace
-
-void BoundProcess::setupChildProcess()
-{
-    setsid();
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
-    if (getppid() != starter_) // it has ended already
-        _exit(1);
-}
 
 Sandbox::Sandbox(const PanelOptions &options, const QString &folder)
     : options_(options)
