@@ -18,13 +18,6 @@ namespace {
 const QVector<QByteArray> presence{shortRequest(0, "8000")};
 constexpr int answerMs = 1000;
 
-// Figures of a part of what was asked for are none.
-void endIfInterrupted()
-{
-    if (interrupted())
-        throw BenchError("interrupted");
-}
-
 // One line of the table; whether the figure keeps its limit, if it has one. Not a number never
 // does.
 bool report(const char *what, double value, const char *unit, double limit = INFINITY)

@@ -70,7 +70,8 @@ PfvpCounts await(PfvpStand &stand, PfvpTable table, int tests)
         if (sumOf(counts) >= tests)
             return counts;
     }
-    throw BenchError(interrupted() ? "interrupted" : "the panel did not finish its cycles");
+    endIfInterrupted();
+    throw BenchError("the panel did not finish its cycles");
 }
 
 // Dead for the third cycle.

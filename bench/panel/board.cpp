@@ -174,8 +174,7 @@ void Board::awaitBoot()
     while (!QFile::exists(root_ + "/run/bench/booted")) {
         if (machine_.state() == QProcess::NotRunning || clock.elapsed() > bootMs)
             throw BenchError("The ARM machine did not boot: see " + folder_ + "/console.log");
-        if (interrupted())
-            throw BenchError("interrupted");
+        endIfInterrupted();
         machine_.waitForFinished(20);
     }
     shell_.abort();

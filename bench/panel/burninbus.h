@@ -25,8 +25,7 @@ inline std::vector<std::unique_ptr<VirtualPanel>> burnInBus(int count)
         panel->powerOn();
     for (PtyPort *port : ports) {
         const bool ready = waitFor([&] { return interrupted() || port->isOpenOnPanel(); }, 30000);
-        if (interrupted())
-            throw BenchError("interrupted");
+        endIfInterrupted();
         if (!ready)
             throw BenchError("A panel of the bus does not open its port within 30 s");
     }

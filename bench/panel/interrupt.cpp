@@ -1,5 +1,7 @@
 #include "panel/interrupt.h"
 
+#include "panel/bencherror.h"
+
 #include <QCoreApplication>
 #include <QSocketNotifier>
 
@@ -35,4 +37,10 @@ void quitOnInterrupt()
 bool interrupted()
 {
     return seen;
+}
+
+void endIfInterrupted()
+{
+    if (interrupted())
+        throw BenchError("interrupted");
 }

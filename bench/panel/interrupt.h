@@ -6,3 +6,5 @@
 void quitOnInterrupt();
 // Whether that has happened, for loops that do not run on the event loop.
 bool interrupted();
+// Throws BenchError if it has: what goes on for long is given up, and half a figure is none.
+void endIfInterrupted();
