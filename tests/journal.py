@@ -4,9 +4,8 @@ a shell starts its command before the agent's own call has come back, which had 
 import pathlib
 import sys
 
-sys.path.insert(0, str(pathlib.Path(__file__).parent.parent / "bench" / "effects"))
-import journal
-import strace
+sys.path.insert(0, str(pathlib.Path(__file__).parent.parent / "bench"))
+from effects import journal, strace
 
 TRACE = """\
 2 execve("/agent", ["/agent"], 0x7f /* 16 vars */) = 0

@@ -6,8 +6,9 @@
 // program's arguments do; the result is the exit status. They throw BenchError.
 int runMeasure(const QStringList &args);
 int runPanel(const QStringList &args);
-// `bench effects` and `cuts`; does not return.
-int runEffects(const QStringList &args);
+// The Python program of that name; does not return.
+int runProgram(const QStringList &args);
+int runTraced(const QStringList &args); // one whose agent must be this machine's
 int runDrive(const QStringList &args); // what they start
 // `bench power`, `touch`, `look`, `screenshot` and `fault`.
 int runRemote(const QStringList &args);

@@ -230,7 +230,7 @@ int runSoak(const QStringList &args)
     }
     if (parser.isSet("kills")) {
         const int kills = parser.number("kills", 1, 1000000);
-        return runEffects(
+        return runTraced(
             {"kills", QString::number(kills), QString::number(panels[0]), QString::number(seed)});
     }
     const QString level = parser.value("level").toUpper();

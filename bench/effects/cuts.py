@@ -1,15 +1,16 @@
 """bench cuts: every state in which a cut of power could leave the panel's files, booted and
 judged."""
-import argparse
 import concurrent.futures
 import contextlib
 import dataclasses
 import queue
 import sys
 
-from panel import LEVEL_FILE, Panel, Section, Session, run
-from powercut import (MACHINE_ID, Cut, Model, boot_level, flag_file, passed_items, put_state,
-                      revived, state_of, verdict)
+from common.commandline import CommandLine, number
+from common.panel import LEVEL_FILE, Panel
+from effects.powercut import (MACHINE_ID, Cut, Model, boot_level, flag_file, passed_items,
+                              put_state, revived, state_of, verdict)
+from effects.session import Section, Session
 
 
 @dataclasses.dataclass
@@ -179,20 +180,20 @@ class Cuts:
             self._panels.put(panel)
 
 
-def main():
-    parser = argparse.ArgumentParser(
-        prog="bench cuts", formatter_class=argparse.RawDescriptionHelpFormatter,
-        description="Cuts the power after each call with which the agent and its programs change "
+def main(words):
+    parser = CommandLine(
+        "cuts",
+        "Cuts the power after each call with which the agent and its programs change "
         "the panel's\nfiles, during first boots, items, end checks and the other OPERATIONs "
         "(default: all).\nPuts every state that this could leave, what was not synced being there "
         "or not, on a\nvirtual panel, boots the agent on it and judges. Prints how many calls and "
         "different\nstates each operation has, and every state that is not legal. Exits 0 if all "
         'are.\nExample: bench cuts "end check of T1" clock')
     parser.add_argument("--list", action="store_true", help="only list the operations")
-    parser.add_argument("--panels", type=int, default=2, choices=range(1, 33), metavar="COUNT",
+    parser.add_argument("--panels", type=number(1, 32), default=2, metavar="COUNT",
                         help="panels that boot side by side (default 2)")
     parser.add_argument("operation", nargs="*", metavar="OPERATION", help="what to cut")
-    args = parser.parse_args()
+    args = parser.parse_args(words)
     names = [row.name for row in ROWS]
     unknown = [name for name in args.operation if name not in names]
     if unknown:
@@ -208,7 +209,3 @@ def main():
                       if not args.operation or row.name in args.operation)
     print(f"{cuts.states} states, {illegal} illegal")
     return int(illegal > 0)
-
-
-if __name__ == "__main__":
-    sys.exit(run(main))

@@ -1,13 +1,13 @@
 """bench effects: what requests do to a virtual panel whose agent is traced, and the comparison with
 the texts of tests/effects, whose README.md explains their form."""
-import argparse
 import difflib
 import pathlib
 import re
-import sys
 import textwrap
 
-from panel import Failure, Section, Session, run
+from common.commandline import CommandLine
+from common.failure import Failure
+from effects.session import Section, Session
 
 
 class Texts:
@@ -94,10 +94,10 @@ def compare(files):
     return int(different > 0)
 
 
-def main():
-    parser = argparse.ArgumentParser(
-        prog="bench effects", formatter_class=argparse.RawDescriptionHelpFormatter,
-        description="Prints, in order, what each request makes the agent do to a virtual panel: "
+def main(words):
+    parser = CommandLine(
+        "effects",
+        "Prints, in order, what each request makes the agent do to a virtual panel: "
         "ports with\ntheir line settings, bytes, commands, files and syncs, input events, pauses, "
         "and what\nstays open. tests/effects/README.md explains the lines.",
         epilog='Examples: bench effects --level T1 8102 "0601 KLV1234X5W00001205"\n'
@@ -115,7 +115,7 @@ def main():
         help="the arguments are files of expected texts: run and compare them")
     add("request", nargs="*", metavar="REQUEST",
         help='CODE or "CODE ARGUMENT" as `bench send` takes them, or the bytes between quotes')
-    args = parser.parse_args()
+    args = parser.parse_args(words)
     if args.compare:
         return compare(args.request)
     with Session() as session:
@@ -127,7 +127,3 @@ def main():
         for request in args.request:
             print_effects(request, session.run(Section(request, args.condition + faults)))
     return 0
-
-
-if __name__ == "__main__":
-    sys.exit(run(main))

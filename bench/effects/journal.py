@@ -1,7 +1,7 @@
 """Tells in plain lines what the agent does to the panel, from its calls to the kernel. What the
 lines mean stands in tests/effects/README.md."""
-from wording import (Effect, Step, changed_name, command_text, control_text, event_text, folded,
-                     is_port, line_of, open_mode, quoted_bytes, short_name)
+from effects.wording import (Effect, Step, changed_name, command_text, control_text, event_text,
+                             folded, is_port, line_of, open_mode, quoted_bytes, short_name)
 
 BETWEEN_LOOKS = 20_000_000  # ns of pause between two looks at a silent port
 # The panel's own places; everything else is the toolkit's and the C library's.

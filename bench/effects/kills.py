@@ -1,5 +1,4 @@
 """bench soak --kills: panels in production, killed at random and aimed moments, booted, judged."""
-import argparse
 import collections
 import concurrent.futures
 import dataclasses
@@ -12,9 +11,10 @@ import sys
 import threading
 import time
 
-from panel import ITEMS, LEVEL_FILE, Failure, Panel, run
-from powercut import (ICT, MACHINE_ID, POINTERCAL, Cut, boot_level, passed_items, revived, state_of,
-                      verdict)
+from common.failure import Failure
+from common.panel import LEVEL_FILE, PLANS, Panel
+from effects.powercut import (ICT, MACHINE_ID, POINTERCAL, Cut, boot_level, passed_items, revived,
+                              state_of, verdict)
 
 # From what to the kill, at most, in seconds: power-on, the open link, a request beside its own
 # wait, its answer, the first touch of a calibration.
@@ -45,7 +45,7 @@ class Step:
 
 def steps_of(plan, values):
     steps = []
-    for row in json.loads((ITEMS.parent / plan).read_text())["steps"]:
+    for row in json.loads((PLANS / plan).read_text())["steps"]:
         if row.get("silence"):
             continue
         items = row.get("item", [])
@@ -293,13 +293,6 @@ class Soak:
         return sum(wrong.values())
 
 
-def main():
-    parser = argparse.ArgumentParser(prog="bench soak")
-    for name in ("kills", "panels", "seed"):
-        parser.add_argument(name, type=int)
-    args = parser.parse_args()
-    return Soak(args.kills, args.panels, args.seed).run()
-
-
-if __name__ == "__main__":
-    sys.exit(run(main))
+def main(words):
+    """Started by `bench soak`, which has checked the numbers: kills, panels, seed."""
+    return Soak(*map(int, words)).run()

@@ -2,8 +2,8 @@
 import dataclasses
 import re
 
-from panel import LEVEL_FILE
-from wording import printable
+from common.bytetext import printable
+from common.panel import LEVEL_FILE
 
 # The panel's files that a boot takes notice of are the texts of a dictionary, by path: those of
 # /usr/local/ict but scripts and logs, the pointer calibration and the time zone.

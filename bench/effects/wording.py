@@ -4,6 +4,8 @@ import dataclasses
 import re
 import struct
 
+from common.bytetext import printable, unprintable
+
 MODES = {"O_RDONLY": "read-only", "O_WRONLY": "write-only", "O_RDWR": "read-write",
          "O_CREAT": "create", "O_EXCL": "new", "O_TRUNC": "truncate", "O_APPEND": "append",
          "O_NOCTTY": "noctty", "O_NONBLOCK": "nonblock", "O_DSYNC": "dsync",
@@ -36,17 +38,6 @@ def is_port(path):
 
 def short_name(path):
     return path.removeprefix("/usr/local/ict/")
-
-
-def printable(text):
-    names = {"\\": r"\\", "\r": r"\r", "\n": r"\n"}
-    return re.sub(r"[^ -\[\]-~]", lambda c: names.get(c[0], rf"\x{ord(c[0]):02x}"), text)
-
-
-def unprintable(text):
-    names = {"r": "\r", "n": "\n"}
-    return re.sub(r"\\(?:x(..)|(.))", lambda match: chr(int(match[1], 16)) if match[1]
-                  else names.get(match[2], match[2]), text)
 
 
 def quoted_bytes(data):

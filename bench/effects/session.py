@@ -1,83 +1,16 @@
-"""A virtual panel that a program drives, and the same with its agent traced."""
+"""A virtual panel whose agent is traced."""
 import dataclasses
 import itertools
-import json
-import os
-import pathlib
 import shutil
-import subprocess
-import sys
 import time
 
-import strace
-from journal import Journal
-from wording import unprintable
+from common.failure import Failure
+from common.panel import LEVEL_FILE, Panel
+from effects import strace
+from effects.journal import Journal
 
 DEADLINE = 120  # seconds
 IDLE_TURNS, DEAF_TURNS = 2, 20
-ITEMS = pathlib.Path(__file__).parent.parent / "plans" / "items.json"
-LEVEL_FILE = "/usr/local/ict/HMI_TEST_LEVEL.txt"
-
-
-class Failure(Exception):
-    """The bench itself cannot work; the text says what to do."""
-
-
-class Panel:
-    """A virtual panel on its fixture, off at first, driven through a `bench` of its own. `wrapper`:
-    the program that starts the agent."""
-
-    def __init__(self, wrapper=()):
-        self._bench = subprocess.Popen(
-            [os.environ["BENCH"], "drive", *wrapper], text=True, stdin=subprocess.PIPE,
-            stdout=subprocess.PIPE, start_new_session=True)  # Ctrl-C is for its user alone
-        self._root = self._answer()
-
-    def __enter__(self):
-        return self
-
-    def __exit__(self, failure, *_):
-        if failure:
-            self._bench.terminate()  # it may wait for something, for long
-        self._bench.stdin.close()
-        self._bench.wait()
-
-    def do(self, action):
-        """What DrivenPanel knows, or what is done to its files; the answer."""
-        verb, _, rest = action.partition(" ")
-        path, _, text = rest.partition(" ")
-        if verb == "level":
-            self.write(LEVEL_FILE, f"{rest:3}\n")
-        elif verb == "file":
-            self.write(path, unprintable(text))
-        elif verb == "remove":
-            self.path(path).unlink(missing_ok=True)
-        elif verb == "passed":  # every item but the end check
-            items = json.loads(ITEMS.read_text())[rest]
-            lines = [f"{item}: {int(item != items[-1])}" for item in items]
-            self.write(f"/usr/local/ict/HMI_{rest}_TEST_Flag.txt",
-                       "".join(line.ljust(62, "\0") + "\r\n" for line in lines))
-        else:
-            print(action, file=self._bench.stdin, flush=True)
-            return self._answer()
-        return "ok"
-
-    def _answer(self):
-        answer = self._bench.stdout.readline().rstrip("\n")
-        if not answer or answer.startswith("error: "):
-            raise Failure(answer.removeprefix("error: ") or "its panel cannot be driven any more")
-        return answer
-
-    def path(self, path):  # on this machine
-        return pathlib.Path(self._root + path)
-
-    def read(self, path):  # empty if there is none
-        file = self.path(path)
-        return file.read_bytes().decode("latin-1") if file.is_file() else ""
-
-    def write(self, path, text):
-        self.path(path).parent.mkdir(parents=True, exist_ok=True)
-        self.path(path).write_bytes(text.encode("latin-1"))
 
 
 @dataclasses.dataclass
@@ -179,14 +112,3 @@ class Session(Panel):
                 raise Failure(f'no effect "{until}" came' if until
                               else "the agent does not come to rest")
             time.sleep(0.005)
-
-
-def run(program):
-    """The exit status of a command."""
-    try:
-        return program()
-    except (Failure, OSError) as failure:
-        print(f"bench {pathlib.Path(sys.argv[0]).stem}: {failure}", file=sys.stderr)
-        return 2
-    except KeyboardInterrupt:
-        return 1

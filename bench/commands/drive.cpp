@@ -1,4 +1,4 @@
-// `bench effects` and `bench cuts` are Python programs, and what they drive a panel with.
+// What programs drive a panel with.
 #include "commands/commands.h"
 #include "fixture/finger.h"
 #include "fixture/fixture.h"
@@ -191,23 +191,4 @@ int runDrive(const QStringList &args)
         notifier.setEnabled(true);
     });
     return QCoreApplication::exec();
-}
-
-int runEffects(const QStringList &args)
-{
-    if (boardWanted() || qEnvironmentVariableIsSet("BENCH_AGENT_ROOT"))
-        throw BenchError("only an agent of this machine can be traced, not the ARM one");
-    const QByteArray script = (dataFolder() + "/bench/effects/" + args[0] + ".py").toLocal8Bit();
-    qputenv("BENCH", QCoreApplication::applicationFilePath().toLocal8Bit());
-    qputenv("PYTHONDONTWRITEBYTECODE", "1");
-    std::vector<QByteArray> words{"python3", script};
-    for (const QString &arg : args.mid(1))
-        words.push_back(arg.toLocal8Bit());
-    std::vector<char *> argv;
-    argv.reserve(words.size() + 1);
-    for (QByteArray &word : words)
-        argv.push_back(word.data());
-    argv.push_back(nullptr);
-    execvp(argv[0], argv.data());
-    throw BenchError("python3 is not installed: apt-get install python3");
 }

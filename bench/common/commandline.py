@@ -1,0 +1,35 @@
+"""The options and words of a command."""
+import argparse
+
+from common.failure import Failure
+
+
+class CommandLine(argparse.ArgumentParser):
+    """One command's, "bench NAME". Everything that is wrong raises Failure: what nobody knows, a
+    value left out. --help is answered."""
+
+    def __init__(self, name, description, epilog=None):
+        super().__init__(prog=f"bench {name}", description=description, epilog=epilog,
+                         formatter_class=argparse.RawDescriptionHelpFormatter, allow_abbrev=False)
+
+    def error(self, message):
+        raise Failure(message + ". See --help")
+
+
+def number(least, most):
+    """A type of options: whole numbers between these."""
+    def read(text):
+        try:
+            if least <= int(text) <= most:
+                return int(text)
+        except ValueError:
+            pass
+        raise argparse.ArgumentTypeError(
+            f'it takes numbers from {least} to {most}, not "{text}"')
+    return read
+
+
+def numbers(least, most):
+    """The same for several with commas."""
+    read = number(least, most)
+    return lambda text: [read(part) for part in text.split(",")]

@@ -1,0 +1,44 @@
+"""Files that the bench reads and writes."""
+import json
+import os
+import pathlib
+import tempfile
+
+from common.failure import Failure
+
+
+def read_json(path):
+    """The object in a JSON file. Raises Failure, with file and line, when there is none."""
+    try:
+        value = json.loads(pathlib.Path(path).read_bytes())
+    except OSError as error:
+        raise Failure(f"{path}: {error.strerror}") from None
+    except json.JSONDecodeError as error:
+        raise Failure(f"{path}:{error.lineno}: {error.msg}") from None
+    except ValueError:
+        raise Failure(f"{path}: not in UTF-8") from None
+    if not isinstance(value, dict):
+        raise Failure(f"{path}: no JSON object")
+    return value
+
+
+def replace_file(path, content):
+    """Writes a file that is either whole or as it was before. Raises Failure, with what went wrong
+    and where."""
+    path = pathlib.Path(path)
+    try:
+        file, fresh = tempfile.mkstemp(prefix=path.name + ".", dir=path.parent)
+        try:
+            with open(file, "wb") as out:
+                out.write(content)
+                out.flush()
+                os.fsync(file)
+            mask = os.umask(0)
+            os.umask(mask)
+            os.chmod(fresh, 0o666 & ~mask)
+            os.replace(fresh, path)
+        except OSError:
+            os.unlink(fresh)
+            raise
+    except OSError as error:
+        raise Failure(f"{path}: {error.strerror}") from None

@@ -1,0 +1,68 @@
+"""A virtual panel that a program drives."""
+import json
+import os
+import pathlib
+import subprocess
+
+from common.bytetext import unprintable
+from common.failure import Failure
+
+PLANS = pathlib.Path(__file__).parent.parent / "plans"
+LEVEL_FILE = "/usr/local/ict/HMI_TEST_LEVEL.txt"
+
+
+class Panel:
+    """A virtual panel on its fixture, off at first, driven through a `bench` of its own. `wrapper`:
+    the program that starts the agent."""
+
+    def __init__(self, wrapper=()):
+        self._bench = subprocess.Popen(
+            [os.environ["BENCH"], "drive", *wrapper], text=True, stdin=subprocess.PIPE,
+            stdout=subprocess.PIPE, start_new_session=True)  # Ctrl-C is for its user alone
+        self._root = self._answer()
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, failure, *_):
+        if failure:
+            self._bench.terminate()  # it may wait for something, for long
+        self._bench.stdin.close()
+        self._bench.wait()
+
+    def do(self, action):
+        """What DrivenPanel knows, or what is done to its files; the answer."""
+        verb, _, rest = action.partition(" ")
+        path, _, text = rest.partition(" ")
+        if verb == "level":
+            self.write(LEVEL_FILE, f"{rest:3}\n")
+        elif verb == "file":
+            self.write(path, unprintable(text))
+        elif verb == "remove":
+            self.path(path).unlink(missing_ok=True)
+        elif verb == "passed":  # every item but the end check
+            items = json.loads((PLANS / "items.json").read_text())[rest]
+            lines = [f"{item}: {int(item != items[-1])}" for item in items]
+            self.write(f"/usr/local/ict/HMI_{rest}_TEST_Flag.txt",
+                       "".join(line.ljust(62, "\0") + "\r\n" for line in lines))
+        else:
+            print(action, file=self._bench.stdin, flush=True)
+            return self._answer()
+        return "ok"
+
+    def _answer(self):
+        answer = self._bench.stdout.readline().rstrip("\n")
+        if not answer or answer.startswith("error: "):
+            raise Failure(answer.removeprefix("error: ") or "its panel cannot be driven any more")
+        return answer
+
+    def path(self, path):  # on this machine
+        return pathlib.Path(self._root + path)
+
+    def read(self, path):  # empty if there is none
+        file = self.path(path)
+        return file.read_bytes().decode("latin-1") if file.is_file() else ""
+
+    def write(self, path, text):
+        self.path(path).parent.mkdir(parents=True, exist_ok=True)
+        self.path(path).write_bytes(text.encode("latin-1"))

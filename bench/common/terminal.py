@@ -1,0 +1,39 @@
+"""The terminal of a person who tests. All of it may be used from several threads."""
+import pathlib
+import sys
+import threading
+
+_lock = threading.RLock()
+_status = ""
+_LETTERS = pathlib.Path(__file__).parent.parent / "report"
+
+
+def say(line, bad=False):
+    """One line on standard output, never torn by another thread's; red for bad news where the
+    terminal can."""
+    with _lock:
+        out = sys.stdout
+        if bad and out.isatty():
+            line = f"\033[31m{line}\033[0m"
+        out.write(("\r\033[K" if _status else "") + line + "\n" + _status)
+        out.flush()
+
+
+def show_status(line):
+    """The last line, which changes in place while something goes on; empty takes it away. Nothing
+    where standard output is no terminal."""
+    global _status
+    with _lock:
+        if not sys.stdout.isatty() or line == _status:
+            return
+        _status = line
+        sys.stdout.write("\r\033[K" + line)
+        sys.stdout.flush()
+
+
+def say_verdict(passed):
+    """ "PASS" or "FAIL" in large letters on a terminal, else as a line."""
+    if not sys.stdout.isatty():
+        return say("PASSED" if passed else "FAILED")
+    letters = (_LETTERS / ("pass.txt" if passed else "fail.txt")).read_text()
+    say(f"\n\033[1;{32 if passed else 31}m{letters}\033[0m")
