@@ -7,6 +7,7 @@
 #include "panel/virtualpanel.h"
 #include "station/codec.h"
 #include "station/protocol.h"
+#include "station/virtualstand.h"
 
 #include <QFile>
 #include <QSocketNotifier>
@@ -18,9 +19,10 @@ namespace {
 constexpr int bootMs = 60000, askAgainMs = 500;
 constexpr char preload[] = "/run/bench/preload.so";
 constexpr char driveHelp[] =
-    "Usage: bench drive [PROGRAM ARGUMENT...]\n"
+    "Usage: bench drive [--folder FOLDER] [PROGRAM ARGUMENT...]\n"
     "Acts on a virtual panel as lines on standard input say, and answers each by a line. The\n"
-    "first line is the folder of the panel's files. With PROGRAM, that starts the agent.\n"
+    "first line is the folder of the panel's files, a temporary one or below FOLDER. With\n"
+    "PROGRAM, that starts the agent.\n"
     "A line begins with one of\n  %s\n"
     "Example: printf 'on\\nopens\\nask 8000\\nanswer 5000\\n' | bench drive\n";
 
@@ -29,6 +31,7 @@ public:
     explicit DrivenPanel(const PanelOptions &options)
         : panel_(options)
         , fixture_(panel_)
+        , stand_(panel_, &fixture_)
         , isTraced_(!options.wrapper.isEmpty())
     {
         for (Port id : {Port::ttyO1, Port::ttyO3}) {
@@ -48,18 +51,27 @@ public:
 
 private:
     void powerOn(const QStringList &agentArgs);
+    void saveScreens(const QString &folder);
     void ask(const QString &request);
     bool answers(const QString &code);
     QByteArray answer(int ms);
 
     VirtualPanel panel_;
     Fixture fixture_;
+    VirtualStand stand_;
     const bool isTraced_;
     Port asked_ = Port::ttyO1;
     QByteArray heard_; // there, since it was asked
     QElapsedTimer quiet_;
     QObject context_; // of the connections, which end first
 };
+
+// What an action came to: that a panel is wrong is no failure of the bench. The text is its bytes
+// as printable() shows them, for it may have lines.
+QString outcome(const QString &wrong)
+{
+    return wrong.isEmpty() ? QString() : "wrong: " + printable(wrong.toUtf8());
+}
 
 QString DrivenPanel::obey(const QString &verb, const QString &rest)
 {
@@ -79,6 +91,11 @@ QString DrivenPanel::obey(const QString &verb, const QString &rest)
     const QMap<QString, std::function<void()>> actions{
         {"help", [&] { answer = QStringList(actions.keys()).join(' '); }},
         {"on", [&] { powerOn(words); }},
+        {"boot", [&] { answer = outcome(stand_.powerOn()); }},
+        {"act", [&] { answer = outcome(stand_.act(rest)); }},
+        {"screens", [&] { saveScreens(rest); }},
+        {"link", [&] { answer = stand_.port(levelByName(first)); }},
+        {"glass", [&] { panel_.touchPanel() = TouchPanel::ofPanel(first.toUInt()); }},
         {"off", [&] { panel_.powerOff(); }},
         {"runs", [&] { answer = panel_.isOn() ? "yes" : "no"; }},
         {"new", [&] { panel_.factoryNew(); }},
@@ -120,6 +137,17 @@ void DrivenPanel::powerOn(const QStringList &agentArgs)
     panel_.powerOn(agentArgs);
 }
 
+// Those that actions have kept, as NAME.png; they are kept no longer.
+void DrivenPanel::saveScreens(const QString &folder)
+{
+    for (const QString &name : stand_.screens.keys()) {
+        const QString file = QString("%1/%2.png").arg(folder, name);
+        if (!stand_.screens[name].save(file))
+            throw BenchError(file + " cannot be written");
+    }
+    stand_.screens.clear();
+}
+
 // A request as `bench send` takes it, CODE and ARGUMENT, or its bytes in quotes.
 void DrivenPanel::ask(const QString &request)
 {
@@ -154,21 +182,16 @@ bool DrivenPanel::answers(const QString &code)
     return false;
 }
 
-} // namespace
-
-int runDrive(const QStringList &args)
+void tell(const QString &answer)
 {
-    const bool help = args.value(1) == "--help" || args.value(1) == "-h";
-    PanelOptions options;
-    options.wrapper = help ? QStringList() : args.mid(1);
-    quitOnInterrupt();
-    DrivenPanel panel(options);
-    if (help) {
-        printf(driveHelp, qPrintable(panel.obey("help", {})));
-        return 0;
-    }
-    printf("%s\n", qPrintable(panel.folder()));
+    puts(answer.toUtf8().replace('\n', ' ').constData());
     fflush(stdout);
+}
+
+// Line after line of standard input, until its end.
+int follow(DrivenPanel &panel)
+{
+    tell(panel.folder());
     // Not the C library's stdin: at its end the toolkit reads on for ever if a signal came before.
     QFile in;
     in.open(STDIN_FILENO, QIODevice::ReadOnly | QIODevice::Unbuffered);
@@ -186,9 +209,29 @@ int runDrive(const QStringList &args)
             answer = QString("error: ") + error.what();
         }
         QCoreApplication::processEvents(); // what was done has reached the panel
-        printf("%s\n", answer.isEmpty() ? "ok" : answer.toUtf8().replace('\n', ' ').constData());
-        fflush(stdout);
+        tell(answer.isEmpty() ? "ok" : answer);
         notifier.setEnabled(true);
     });
     return QCoreApplication::exec();
+}
+
+} // namespace
+
+int runDrive(const QStringList &args)
+{
+    const bool help = args.value(1) == "--help" || args.value(1) == "-h";
+    const bool hasFolder = args.value(1) == "--folder";
+    PanelOptions options;
+    options.folder = hasFolder ? args.value(2) : QString();
+    options.wrapper = help ? QStringList() : args.mid(hasFolder ? 3 : 1);
+    quitOnInterrupt();
+    try {
+        DrivenPanel panel(options);
+        if (help)
+            printf(driveHelp, qPrintable(panel.obey("help", {})));
+        return help ? 0 : follow(panel);
+    } catch (const BenchError &error) { // no panel
+        tell(QString("error: ") + error.what());
+        return 2;
+    }
 }

@@ -13,11 +13,12 @@ LEVEL_FILE = "/usr/local/ict/HMI_TEST_LEVEL.txt"
 
 class Panel:
     """A virtual panel on its fixture, off at first, driven through a `bench` of its own. `wrapper`:
-    the program that starts the agent."""
+    the program that starts the agent. `folder`: where its files stay; else they go with it."""
 
-    def __init__(self, wrapper=()):
+    def __init__(self, wrapper=(), folder=""):
+        place = ["--folder", folder] if folder else []
         self._bench = subprocess.Popen(
-            [os.environ["BENCH"], "drive", *wrapper], text=True, stdin=subprocess.PIPE,
+            [os.environ["BENCH"], "drive", *place, *wrapper], text=True, stdin=subprocess.PIPE,
             stdout=subprocess.PIPE, start_new_session=True)  # Ctrl-C is for its user alone
         self._root = self._answer()
 
