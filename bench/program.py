@@ -36,4 +36,4 @@ def main(name, args):
 
 
 if __name__ == "__main__":
-    sys.exit(main(sys.argv[1], sys.argv[2:]))
+    sys.exit(main(sys.argv[1], [os.fsencode(word).decode(errors="replace") for word in sys.argv[2:]]))

@@ -12,6 +12,9 @@ class CommandLine(argparse.ArgumentParser):
         super().__init__(prog=f"bench {name}", description=description, epilog=epilog,
                          formatter_class=argparse.RawDescriptionHelpFormatter, allow_abbrev=False)
 
+    def parse_args(self, words):
+        return self.parse_intermixed_args(words)  # options anywhere between the words
+
     def error(self, message):
         raise Failure(message + ". See --help")
 

@@ -7,10 +7,16 @@ import tempfile
 from common.failure import Failure
 
 
+def _number(text):
+    """A whole number is one however it is written."""
+    value = float(text)
+    return int(value) if value.is_integer() else value
+
+
 def read_json(path):
     """The object in a JSON file. Raises Failure, with file and line, when there is none."""
     try:
-        value = json.loads(pathlib.Path(path).read_bytes())
+        value = json.loads(pathlib.Path(path).read_bytes(), parse_float=_number)
     except OSError as error:
         raise Failure(f"{path}: {error.strerror}") from None
     except json.JSONDecodeError as error:

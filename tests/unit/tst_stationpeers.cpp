@@ -299,7 +299,7 @@ void TestStationPeers::slips()
         {{"measure", "--request", "3"}, 2, "See --help"},
         {{"send", "--port"}, 2, "See --help"},
         {{"soak", "panels", "8"}, 2, "\"panels\" is no option"},
-        {{"send", "--help-all"}, 0, "Usage: bench send [options] CODE"},
+        {{"send", "--help"}, 0, "CODE"},
         {{"drive", "--help"}, 0, " calibrate calibrate3 check "},
         {{"board", "--cuts", "fifty"}, 2, "--cuts takes numbers from 1"},
     };

@@ -1,0 +1,185 @@
+"""Plans: what is asked of a panel, step by step."""
+import dataclasses
+import functools
+import hashlib
+import json
+import pathlib
+import re
+
+from common.failure import Failure
+from common.files import read_json
+from common.panel import PLANS
+from station.requests import LEVELS, command_of, find_command, request_of
+from station.stand import action_fault
+
+
+@dataclasses.dataclass
+class Plan:
+    """`steps`: one exchange each, with what must be done around it: dicts with the keys that
+    docs/plans.md describes, those of keys.json all there that have a value of their own, and
+    "items" (numbers) and "itemNames" as lists. `problems`: "file, step: what is wrong", none for a
+    plan that may run."""
+    file: str  # base name
+    hash: str = ""  # SHA-256 of its text, as hex digits
+    level: str = ""
+    items: list = dataclasses.field(default_factory=list)  # item lines without their ": 0"
+    actions: list = dataclasses.field(default_factory=list)  # rows of actions.json
+    steps: list = dataclasses.field(default_factory=list)
+    uses: set = dataclasses.field(default_factory=set)  # names of the values it needs
+    problems: list = dataclasses.field(default_factory=list)
+
+
+def _table(folder, name):
+    """What it has of its own, else the bench's."""
+    own = pathlib.Path(folder, name)
+    return read_json(own if own.exists() else PLANS / name)
+
+
+def level_items(level, folder=PLANS):
+    """The item lines of a level without their ": 0"."""
+    return _table(folder, "items.json").get(level, [])
+
+
+def actions_of(folder=PLANS):
+    """What may be asked of a stand: rows of actions.json."""
+    return _table(folder, "actions.json").get("actions", [])
+
+
+def add_to(values, more):
+    """Puts the texts of an object, and its numbers as such, into `values`."""
+    values |= {name: str(value) for name, value in more.items()}
+
+
+def expand(text, values, pattern=False):
+    """`text` with every "${name}" replaced; escaped for a regular expression if `pattern`."""
+    put = re.escape if pattern else str
+    return re.sub(r"\$\{(\w+)\}", lambda name: put(values.get(name[1], "")), text)
+
+
+@functools.cache
+def _keys():
+    """What a step may have; the forms of the values as regular expressions."""
+    file = read_json(PLANS / "keys.json")
+    for key in file["step"].values():
+        form = expand(expand(key["form"], file["forms"]), file["forms"])
+        key["form"] = re.compile(rf"\[(?:{form})\]")
+    return file["step"]
+
+
+def _list_of(value):
+    return value if isinstance(value, list) else []
+
+
+def _text_of(value):
+    return value if isinstance(value, str) else ""
+
+
+def _texts_of(value):
+    return [text for text in _list_of(value) if isinstance(text, str)]
+
+
+def _key_problems(row):
+    for key, value in row.items():
+        if key not in _keys():
+            yield f'unknown key "{key}"; known are {", ".join(sorted(_keys()))}'
+            continue
+        compact = json.dumps([value], separators=(",", ":"), ensure_ascii=False)
+        good = _keys()[key]["form"].fullmatch(compact)
+        if not good or key == "battery" and value[0] > value[1]:
+            yield f'"{key}" must be {_keys()[key]["must be"]}'
+
+
+def _value_problems(text, values, plan):
+    for name in re.findall(r"\$\{(\w+)\}", text):
+        plan.uses.add(name)
+        if name not in values:
+            yield f"nobody says what ${{{name}}} is (--set {name}=...)"
+
+
+def _code_problem(step, values, level):
+    code = _text_of(step["code"])
+    command = find_command(code)
+    if step["raw"]:
+        return ""
+    if not command:
+        return f'no panel knows the code "{code}"'
+    if level not in command.levels and not step["silence"]:
+        return f"the code {code} is not allowed at level {level}"
+    try:
+        request_of(code, expand(step["argument"], values))
+    except Failure as wrong:
+        return str(wrong)
+    return ""
+
+
+def _step_problems(step, values, plan):
+    yield _code_problem(step, values, plan.level)
+    for when in ("before", "during", "after"):
+        for action in _texts_of(step[when]):
+            yield action_fault(action, plan.actions)
+    for item in step["items"]:
+        if not 1 <= item <= len(plan.items):
+            yield f"level {plan.level} has no item {item}"
+    texts = [_text_of(step.get(key)) for key in ("text", "reply", "bytes", "argument")]
+    try:
+        re.compile(expand(texts[0], values, pattern=True))
+    except re.error as error:
+        yield f"not a regular expression: {texts[0]} ({error})"
+    change = step["code"] == "KLV-" and not step["raw"]
+    yield from _value_problems("".join(texts) + "${model}" * change, values, plan)
+
+
+def step_of(row, items=()):
+    """A step from a row of a plan."""
+    raw = _text_of(row.get("raw"))
+    command = command_of(raw) if raw else find_command(_text_of(row.get("code")))
+    step = {key: known["else"] for key, known in _keys().items() if "else" in known} | row
+    if command:
+        step["code"] = command.code
+        step.setdefault("reply", command.passed)
+    if step["silence"]:
+        step["wait"] = step["timeout"]  # all of it is prescribed
+    step["argument"] = str(step["argument"])
+    item = row.get("item", [])
+    numbers = item if isinstance(item, list) else [item]
+    step["items"] = [number for number in numbers if isinstance(number, int)]
+    step["itemNames"] = [items[number - 1] if 1 <= number <= len(items) else ""
+                         for number in step["items"]]
+    return step
+
+
+def _read_steps(rows, values, plan):
+    for number, row in enumerate(rows, 1):
+        row = row if isinstance(row, dict) else {}
+        name = _text_of(row.get("name"))
+        step = step_of(row, plan.items)
+        plan.steps.append(step)
+        place = f"{plan.file}, step {number}" + f' "{name}"' * bool(name)
+        problems = [*_key_problems(row), *_step_problems(step, values, plan)]
+        plan.problems += [f"{place}: {problem}" for problem in problems if problem]
+    if not plan.steps:
+        plan.problems.append(plan.file + ': "steps" holds none')
+
+
+def load_plan(path, values):
+    """Reads and checks a plan: keys unknown, mistyped or out of range, unknown codes, codes that
+    the level does not allow, unknown actions, values not in `values`, items that no step covers.
+    See Plan.problems."""
+    path = pathlib.Path(path)
+    plan = Plan(path.name)
+    try:
+        root = read_json(path)
+        plan.hash = hashlib.sha256(path.read_bytes()).hexdigest()
+        level = _text_of(root.get("level")).upper()
+        if level not in LEVELS:
+            plan.problems.append(plan.file + ': "level" must be ICT, T1, BI or T2')
+            return plan
+        plan.level = level
+        plan.items, plan.actions = level_items(level, path.parent), actions_of(path.parent)
+        _read_steps(_list_of(root.get("steps")), values, plan)
+        covered = {name for step in plan.steps for name in step["itemNames"]}
+        plan.problems += [f'{plan.file}: no step covers item "{item}"' for item in plan.items
+                          if item not in covered and root.get("partial") is not True]
+    except Failure as failure:
+        plan.problems.append(str(failure))
+    return plan
