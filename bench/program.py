@@ -36,4 +36,5 @@ def main(name, args):
 
 
 if __name__ == "__main__":
-    sys.exit(main(sys.argv[1], [os.fsencode(word).decode(errors="replace") for word in sys.argv[2:]]))
+    whole = [os.fsencode(word).decode(errors="replace") for word in sys.argv[1:]]
+    sys.exit(main(whole[0], whole[1:]))

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Static checks that are kept clean: shellcheck, clang-format, cppcheck, clang-tidy (.clang-tidy).
+# Static checks that are kept clean: shellcheck, clang-format, pyflakes, pycodestyle,
+# cppcheck, clang-tidy (.clang-tidy).
 #   --fast   without clang-tidy, which takes minutes and wants a built tree
 # Further arguments: files, else all of src/ and bench/.
 set -euo pipefail
@@ -21,6 +22,9 @@ find bench examples image tests tools -name '*.sh' -exec shellcheck -x {} +
 find run test .ci cmake/debian -type f -exec shellcheck -x {} +
 say "clang-format"
 find src bench tests '(' -name '*.cpp' -o -name '*.h' ')' -exec clang-format --dry-run --Werror {} +
+say "pyflakes, pycodestyle"
+pyflakes3 bench examples tests tools
+pycodestyle --max-line-length=100 --ignore=E402,W503,W504 bench examples tests tools
 say "cppcheck"
 # Qt's slots and QtTest's rows look unused to it, and it knows no Qt headers.
 cppcheck --quiet --error-exitcode=1 --std=c++17 --library=qt --inline-suppr -j "$(nproc)" \

@@ -2,7 +2,12 @@
 """Makes records of invented units from a real one, to try `bench units --hand-in FOLDER` on: one
 run a unit and level, 3 lines, 20 working days, about 4 % of the tests failing in a few items that
 go wrong more often than others, failed ones tested again up to three times."""
-import argparse, copy, datetime, json, os, random
+import argparse
+import copy
+import datetime
+import json
+import os
+import random
 
 parser = argparse.ArgumentParser(description=__doc__)
 parser.add_argument("record", type=argparse.FileType(encoding="utf-8"), metavar="REPORT.json",
@@ -45,8 +50,8 @@ def run(number, level, begun, fails):
 
 
 for number in range(count):
-    day = datetime.datetime(2026, 10, 5) + datetime.timedelta(days=number * 20 // count // 5 * 7
-                                                             + number * 20 // count % 5)
+    days = number * 20 // count
+    day = datetime.datetime(2026, 10, 5) + datetime.timedelta(days=days // 5 * 7 + days % 5)
     begun = day + datetime.timedelta(hours=6, seconds=number % 500 * 100)
     for level in record["levels"]:
         for attempt in range(3):

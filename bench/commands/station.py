@@ -49,16 +49,19 @@ class Station:
         ports = {}
         for job in self._jobs:
             ports.setdefault(job.port, []).append(job)
-        threads = [threading.Thread(target=self._work, args=(jobs,)) for jobs in ports.values()]
-        for thread in threads:
-            thread.start()
-        while any(thread.is_alive() for thread in threads):
-            try:
-                for thread in threads:
+        threads = [threading.Thread(target=self._work, args=(jobs,), daemon=True)
+                   for jobs in ports.values()]
+        try:
+            for thread in threads:
+                thread.start()
+            for thread in threads:
+                thread.join()
+        except KeyboardInterrupt:
+            self.interrupted = True
+            self._stop.set()
+            for thread in threads:
+                if thread.ident:  # it was started
                     thread.join()
-            except KeyboardInterrupt:
-                self.interrupted = True
-                self._stop.set()
 
     def _work(self, jobs):
         """All panels of one port, one after the other; those that it does not get to, told to stop

@@ -1,4 +1,5 @@
 """The terminal of a person who tests. All of it may be used from several threads."""
+import os
 import pathlib
 import sys
 import threading
@@ -8,15 +9,21 @@ _status = ""
 _LETTERS = pathlib.Path(__file__).parent.parent / "report"
 
 
+def _write(text):
+    try:
+        sys.stdout.write(text)
+        sys.stdout.flush()
+    except BrokenPipeError:  # nobody reads any more; the test goes on
+        os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
+
+
 def say(line, bad=False):
     """One line on standard output, never torn by another thread's; red for bad news where the
     terminal can."""
     with _lock:
-        out = sys.stdout
-        if bad and out.isatty():
+        if bad and sys.stdout.isatty():
             line = f"\033[31m{line}\033[0m"
-        out.write(("\r\033[K" if _status else "") + line + "\n" + _status)
-        out.flush()
+        _write(("\r\033[K" if _status else "") + line + "\n" + _status)
 
 
 def show_status(line):
@@ -27,8 +34,7 @@ def show_status(line):
         if not sys.stdout.isatty() or line == _status:
             return
         _status = line
-        sys.stdout.write("\r\033[K" + line)
-        sys.stdout.flush()
+        _write("\r\033[K" + line)
 
 
 def say_verdict(passed):

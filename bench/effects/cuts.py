@@ -153,10 +153,10 @@ class Cuts:
         found = traced(row)
         states = {key(cut.files): cut.files for cut in found.cuts}
         new = [state for state in states if state not in self._revived]
-        for number, (state, revival) in enumerate(
+        for count, (state, revival) in enumerate(
                 zip(new, self._pool.map(self._boot, [states[state] for state in new])), 1):
             self._revived[state] = revival
-            print(f"\r{row.name}: state {number} of {len(new)} ", end="", file=sys.stderr)
+            print(f"\r{row.name}: state {count} of {len(new)} ", end="", file=sys.stderr)
         print(f"\r{'':70}\r", end="", file=sys.stderr)
         illegal = 0
         for cut in found.cuts:

@@ -41,8 +41,8 @@ class Runner:
 
     def run(self, plan, report):
         """Fills the report's last level step by step, so that what was done is there when this
-        raises: Failure (Interrupted among them) or KeyboardInterrupt. Ends before the plan does when the panel or the
-        port turns out to be dead: nobody is asked anything about it."""
+        raises: Failure, Interrupted among them, or KeyboardInterrupt. Ends before the plan does
+        when the panel or the port turns out to be dead: nobody is asked anything about it."""
         level = report.levels[-1]
         level |= {"plan": plan.file, "planHash": plan.hash, "items": plan.items}
         say(f"{self._label}{plan.level} ({plan.file}), {len(plan.steps)} steps")

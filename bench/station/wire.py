@@ -43,7 +43,8 @@ def short_request(number, code):
 def clock_request(kind, time):
     """`kind` is "8D" (set) or "8E" (compare); the two columns between month and year are filled
     with the weekday."""
-    body = time.strftime(f"00{kind}%S%M%H%d%m") + f"{time.isoweekday() % 7:02}" + time.strftime("%y")
+    weekday = f"{time.isoweekday() % 7:02}"
+    body = time.strftime(f"00{kind}%S%M%H%d%m{weekday}%y")
     return f":{body}{hex_lrc(body)}\r\n"
 
 
