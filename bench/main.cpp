@@ -28,7 +28,7 @@ const Command commands[] = {
     {"look", "wait until a running panel's screen has a colour", runRemote},
     {"screenshot", "write a running panel's screen to a file", runRemote},
     {"station", "test panels at a serial port with the plan of a level", runProgram},
-    {"units", "find tested units and their history, and the yield of a line", runUnits},
+    {"units", "find tested units and their history, and the yield of a line", runProgram},
     {"bus", "start virtual panels at burn-in on one RS-485 bus", runBus},
     {"send", "send one request and decode the reply", runProgram},
     {"effects", "tell what requests do to a panel", runTraced},

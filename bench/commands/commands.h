@@ -13,7 +13,6 @@ int runDrive(const QStringList &args); // what they start
 // `bench power`, `touch`, `look`, `screenshot` and `fault`.
 int runRemote(const QStringList &args);
 int runProduce(const QStringList &args);
-int runUnits(const QStringList &args);
 int runSoak(const QStringList &args);
 int runBoard(const QStringList &args);
 int runBus(const QStringList &args);

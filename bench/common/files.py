@@ -23,6 +23,8 @@ def read_json(path):
         raise Failure(f"{path}:{error.lineno}: {error.msg}") from None
     except ValueError:
         raise Failure(f"{path}: not in UTF-8") from None
+    except RecursionError:
+        raise Failure(f"{path}: nested too deeply") from None
     if not isinstance(value, dict):
         raise Failure(f"{path}: no JSON object")
     return value
