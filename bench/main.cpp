@@ -20,7 +20,7 @@ struct Command {
     bool draws = false; // texts, to recognise them on a screen
 };
 const Command commands[] = {
-    {"produce", "take a factory-new virtual panel through its test levels", runProduce},
+    {"produce", "take a factory-new virtual panel through its test levels", runProgram},
     {"panel", "start a virtual panel and leave it on", runPanel},
     {"fault", "list the faults, or switch them on a running panel", runRemote},
     {"power", "switch a running panel on or off", runRemote},

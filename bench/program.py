@@ -3,9 +3,9 @@
 The environment names the bench itself (BENCH) and its version (BENCH_VERSION)."""
 import importlib
 import os
-import signal
 import sys
 
+from common import interrupt
 from common.failure import Failure
 
 COMMANDS = {
@@ -14,13 +14,9 @@ COMMANDS = {
     "cuts": "effects.cuts", "kills": "effects.kills"}
 
 
-def end(*_):
-    raise KeyboardInterrupt
-
-
 def main(name, args):
     """The exit status: a command's own, 2 when the bench cannot work, 1 after Ctrl-C."""
-    signal.signal(signal.SIGTERM, end)
+    interrupt.catch()
     sys.stdout.reconfigure(errors="backslashreplace")
     sys.stderr.reconfigure(errors="backslashreplace")
     try:
@@ -30,7 +26,7 @@ def main(name, args):
         return 1
     except (Failure, OSError) as failure:
         print(f"bench {name}: {failure}", file=sys.stderr)
-        return 2
+        return 1 if interrupt.interrupted() else 2
     except KeyboardInterrupt:
         return 1
 

@@ -2,9 +2,9 @@
 #include "commands/commandline.h"
 #include "commands/commands.h"
 #include "fixture/pfvpstand.h"
+#include "fixture/virtualstand.h"
 #include "panel/gauges.h"
 #include "panel/interrupt.h"
-#include "station/virtualstand.h"
 
 #include <QRegularExpression>
 

@@ -1,6 +1,6 @@
 #include "commands/boardrig.h"
 
-#include "station/virtualstand.h"
+#include "fixture/virtualstand.h"
 
 namespace {
 
@@ -33,9 +33,9 @@ void BoardRig::powerOn()
     };
     if (!waitFor(atLevel, readyMs))
         throw BenchError("The panel has no legal level: " + panel.output());
-    if (!waitFor([&] { return panel.isReady(linkPort(level)); }, readyMs))
+    if (!waitFor([&] { return panel.isReady(linkPort(levelName(level))); }, readyMs))
         throw BenchError("The agent does not open its port: " + panel.output());
-    link.open(panel.linkPath(linkPort(level)), level);
+    link.open(panel.linkPath(linkPort(levelName(level))), level);
 }
 
 QByteArray BoardRig::ask(const char *code, const QString &argument, int ms)

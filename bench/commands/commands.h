@@ -12,7 +12,6 @@ int runTraced(const QStringList &args); // one whose agent must be this machine'
 int runDrive(const QStringList &args); // what they start
 // `bench power`, `touch`, `look`, `screenshot` and `fault`.
 int runRemote(const QStringList &args);
-int runProduce(const QStringList &args);
 int runSoak(const QStringList &args);
 int runBoard(const QStringList &args);
 int runBus(const QStringList &args);

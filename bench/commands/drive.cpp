@@ -2,12 +2,12 @@
 #include "commands/commands.h"
 #include "fixture/finger.h"
 #include "fixture/fixture.h"
+#include "fixture/virtualstand.h"
 #include "panel/files.h"
 #include "panel/interrupt.h"
 #include "panel/virtualpanel.h"
 #include "station/codec.h"
 #include "station/protocol.h"
-#include "station/virtualstand.h"
 
 #include <QFile>
 #include <QSocketNotifier>
@@ -94,7 +94,7 @@ QString DrivenPanel::obey(const QString &verb, const QString &rest)
         {"boot", [&] { answer = outcome(stand_.powerOn()); }},
         {"act", [&] { answer = outcome(stand_.act(rest)); }},
         {"screens", [&] { saveScreens(rest); }},
-        {"link", [&] { answer = stand_.port(levelByName(first)); }},
+        {"link", [&] { answer = panel_.linkPath(linkPort(first)); }},
         {"glass", [&] { panel_.touchPanel() = TouchPanel::ofPanel(first.toUInt()); }},
         {"off", [&] { panel_.powerOff(); }},
         {"runs", [&] { answer = panel_.isOn() ? "yes" : "no"; }},
@@ -106,6 +106,7 @@ QString DrivenPanel::obey(const QString &verb, const QString &rest)
         {"answers", [&] { answer = answers(first) ? "yes" : "no"; }},
         {"arrives", [&] { panel_.port(port)->send(unprintable(rest.section(' ', 1).toLatin1())); }},
         {"fault", [&] { fixture_.setFault(rest); }},
+        {"faults", [&] { answer = fixture_.faults().join(' '); }},
         {"mend", [&] { fixture_.clearFault(rest); }},
         {"plug", plug},
         {"unplug", plug},

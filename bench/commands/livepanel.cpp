@@ -1,12 +1,29 @@
 #include "commands/livepanel.h"
 
+#include "panel/files.h"
+
 #include <QFileInfo>
+#include <QJsonArray>
 #include <QRegularExpression>
 
 static void insist(const QString &wrong)
 {
     if (!wrong.isEmpty())
         throw BenchError(wrong);
+}
+
+// What is wrong with the text of an action, empty if nothing.
+static QString actionFault(const QString &action)
+{
+    const QJsonObject file = readJson(sharedFile("bench/plans/actions.json"));
+    QStringList forms;
+    for (const QJsonValue &row : file["actions"].toArray()) {
+        forms << row["action"].toString();
+        const QString form = QRegularExpression::anchoredPattern(forms.last());
+        if (QRegularExpression(form).match(action).hasMatch())
+            return {};
+    }
+    return QString("unknown action \"%1\"; known are: %2").arg(action, forms.join(", "));
 }
 
 LivePanel::LivePanel(VirtualPanel &panel, Fixture *fixture, Traffic *traffic,
@@ -79,6 +96,6 @@ QString LivePanel::act(const QString &verb, const QString &argument)
         insist(stand_.act(action));
         return {};
     }
-    insist(actionFault(action, actionsOf()));
+    insist(actionFault(action));
     return stand_.act(action);
 }

@@ -2,7 +2,7 @@
 
 #include "commands/traffic.h"
 #include "fixture/fixture.h"
-#include "station/virtualstand.h"
+#include "fixture/virtualstand.h"
 
 // A panel that stays on, and what other programs may have done to it: `bench power`, `fault`,
 // `touch`, `look` and `screenshot`. All that it is given must outlive it.

@@ -1,8 +1,8 @@
 #include "commands/traffic.h"
 
+#include "fixture/virtualstand.h"
 #include "station/codec.h"
 #include "station/protocol.h"
-#include "station/virtualstand.h"
 
 #include <QJsonDocument>
 
@@ -91,7 +91,7 @@ void Traffic::finish(Port port)
 
 void Traffic::write(Port port, bool in, const QByteArray &bytes)
 {
-    const bool link = port == linkPort(level_);
+    const bool link = port == linkPort(levelName(level_));
     const QString means = link ? meaning(in, bytes) : QString();
     if (screen_) {
         fprintf(screen_, "%9.3f  %-7s %s %-34s %s\n", double(clock_.elapsed()) / 1000,
