@@ -68,9 +68,9 @@ busybox | busybox-static, net-tools, tzdata")
 set(CPACK_DEBIAN_AGENT_PACKAGE_RECOMMENDS
     "kmod, libubootenv-tool | u-boot-tools, fonts-ubuntu | fonts-dejavu-core, iputils-ping")
 set(CPACK_DEBIAN_BENCH_PACKAGE_DEPENDS "${qtLibraries}, libqt5network5, libqt5serialport5, \
-libqt5sql5, libqt5sql5-sqlite, libqt5sql5-psql, \
+python3, python3-serial, python3-psycopg2, \
 libvncclient1, jq, bubblewrap, libfaketime, libeatmydata1, socat, fonts-dejavu-core, tzdata")
-set(CPACK_DEBIAN_BENCH_PACKAGE_RECOMMENDS "strace, python3") # of bench effects and cuts
+set(CPACK_DEBIAN_BENCH_PACKAGE_RECOMMENDS "strace") # of bench effects and cuts
 
 # Files with the board's settings are the board's from the first installation on.
 file(WRITE ${CMAKE_BINARY_DIR}/conffiles "/etc/default/ict-panel

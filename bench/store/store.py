@@ -134,7 +134,7 @@ def name_of(where):
     user, at, host = authority.rpartition("@")
     shown = "&".join(option for option in options.split("&")
                      if option.partition("=")[0] not in _SECRETS)
-    name = f"{scheme.lower()}{mark}{user}{at}{host.lower()}{slash}{path}{'?' if shown else ''}{shown}"
+    name = f"{scheme.lower()}{mark}{user}{at}{host.lower()}{slash}{path}" + (shown and "?" + shown)
     return name.replace("%20", " ")
 
 
