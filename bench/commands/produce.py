@@ -122,7 +122,8 @@ def _produce(args, row, number, report):
         worked = False
         text = str(end) or str(Interrupted())
         if not any(fault.endswith(text) for fault in report.faults()[-1:]):
-            report.begin("the bench")
+            if not report.levels or not interrupt.interrupted():
+                report.begin("the bench")
             report.fault(text)
         print(f"bench produce: {text}", file=sys.stderr)
     report.ended = now()
@@ -146,7 +147,8 @@ def _arguments(words):
     add_report_options(parser, "out/produce")
     add = parser.add_argument
     add("--tour", action="store_true",
-        help="only the last: identity, presence, failing end check and forced change of each level")
+        help="only the last: identity, presence, failing end check and forced change of each "
+        "level")
     add("--single", action="store_true", help="only the first panel")
     add("--fault", metavar="NAME[:VALUE]", action="append", default=[],
         help="begin with this fault; may be given several times")
