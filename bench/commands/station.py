@@ -2,8 +2,10 @@
 import dataclasses
 import pathlib
 import threading
+import traceback
 
 from commands.reporting import add_report_options, report_of
+from common import interrupt
 from common.commandline import CommandLine, numbers
 from common.failure import Failure, Interrupted
 from common.files import read_json
@@ -43,7 +45,7 @@ class Station:
     def __init__(self, jobs, args):
         self._jobs, self._args = jobs, args
         self._stop = threading.Event()
-        self.interrupted = self.unusable = False  # the latter: one of the ports
+        self.unusable = False  # one of the ports, or the bench
 
     def run(self):
         ports = {}
@@ -52,12 +54,12 @@ class Station:
         threads = [threading.Thread(target=self._work, args=(jobs,), daemon=True)
                    for jobs in ports.values()]
         try:
-            for thread in threads:
-                thread.start()
-            for thread in threads:
-                thread.join()
+            with interrupt.allowed():
+                for thread in threads:
+                    thread.start()
+                for thread in threads:
+                    thread.join()
         except KeyboardInterrupt:
-            self.interrupted = True
             self._stop.set()
             for thread in threads:
                 if thread.ident:  # it was started
@@ -73,7 +75,7 @@ class Station:
                 over = ""  # why no more panels are tested
                 for job in jobs:
                     over = self._test(job, line, over)
-        except Failure as failure:
+        except Exception as failure:  # whatever it is: what nobody has tested has not passed
             self.unusable = True
             say(str(failure), bad=True)
             for job in jobs:
@@ -90,6 +92,9 @@ class Station:
             runner.run(job.plan, job.report)
         except Failure as wrong:
             say(f"{job.name}: {wrong}", bad=True)
+        except Exception:
+            self.unusable = True
+            traceback.print_exc()
         job.tested = runner.asked
         return str(Interrupted()) if self._stop.is_set() else line.failure
 
@@ -206,11 +211,12 @@ def main(words):
     if args.check:
         say("The plan may run")
         return 0
+    interrupt.hold()
     for job in jobs:
         job.folder = begin_report(job.report, args.report)
     station = Station(jobs, args)
     station.run()
     reported = station.write_reports()
-    passed = not station.interrupted and all(job.report.passed for job in jobs)
+    passed = not interrupt.interrupted() and all(job.report.passed for job in jobs)
     say_verdict(passed)
     return 2 if station.unusable or not reported else int(not passed)

@@ -1,9 +1,12 @@
 """The serial line to one panel, or at burn-in to several."""
+import contextlib
 import dataclasses
 import errno
+import fcntl
 import os
 import pathlib
 import select
+import sys
 import termios
 import time
 import typing
@@ -12,6 +15,7 @@ import serial
 
 from common.failure import Failure, Interrupted
 from station import wire
+from station.portlock import PortLock
 
 # Texts without a line end are over when the line has been still for this long: well above the 16 ms
 # that USB adapters hold bytes back, well below a person's patience.
@@ -46,10 +50,10 @@ def _remedy(error):
 
 def _absolute(path):
     """A path as people type it may begin in this folder or in /dev, a pty's be its number."""
-    for folder in ("", "/dev", "/dev/pts"):
-        file = pathlib.Path(folder, path)
-        if file.exists() and not file.is_dir():
-            return str(file.absolute())
+    for folder in ("", "/dev/", "/dev/pts/"):
+        file = folder + path
+        if os.path.exists(file) and not os.path.isdir(file):
+            return str(pathlib.Path(file).absolute())
     raise Failure(f"{path}: no such device (ls /dev/ttyUSB* /dev/ttyS*; is the adapter plugged "
                   "in?)")
 
@@ -65,33 +69,52 @@ def _is_answer(answer, framed):
 
 class Line:
     """Opens a serial device or a pty, with the line settings of a level: 9600 baud 7E1 at burn-in,
-    which is RS-485, else 8E1 with RTS/CTS. Raises Failure with the remedy. When `stop`, an event,
-    is set, an exchange raises Interrupted."""
+    which is RS-485, else 8E1 with RTS/CTS; nobody else gets it meanwhile. Raises Failure with the
+    remedy. When `stop`, an event, is set, an exchange raises Interrupted. `tick`, where one is set,
+    is called again and again while an exchange waits for the panel."""
 
     def __init__(self, path, level, stop=None):
         self._path, self._stop = _absolute(path), stop
         self._owed = 0  # answers that a repeated request may still bring
         self._last_answer = ""
         self.failure = ""  # why the port is of no use any more; empty if it is
-        bus = level == "BI"
-        # A pty has neither parity nor seven bits, and says so by an error.
-        pty = os.path.realpath(self._path).startswith("/dev/pts/")
+        self.tick = None
         try:
-            self._port = serial.Serial(
-                self._path, 9600, serial.SEVENBITS if bus and not pty else serial.EIGHTBITS,
-                serial.PARITY_NONE if pty else serial.PARITY_EVEN, rtscts=not bus, timeout=0,
-                write_timeout=1, exclusive=True)
+            self._lock = PortLock(self._path)
+            try:
+                self._port = self._opened(level == "BI")
+                fcntl.ioctl(self._port, termios.TIOCEXCL)
+            except BaseException:
+                self._lock.release()
+                raise
         except (OSError, ValueError, termios.error) as error:
             if getattr(error, "errno", None):
                 raise Failure(f"{self._path}: {_remedy(error)}") from None
-            raise Failure(f"{self._path}: no serial port, or it refuses 9600 baud "
-                          f"{'7E1' if bus else '8E1 with RTS/CTS'} ({error})") from None
+            raise Failure(f"{self._path}: no serial port ({error})") from None
 
     def __enter__(self):
         return self
 
     def __exit__(self, *_):
+        with contextlib.suppress(OSError):  # pulled out
+            fcntl.ioctl(self._port, termios.TIOCNXCL)
         self._port.close()
+        self._lock.release()
+
+    def _opened(self, bus):
+        """What a port takes of the settings is set all the same."""
+        def port(bits, parity):
+            return serial.Serial(self._path, 9600, bits, parity, rtscts=not bus, timeout=0,
+                                 write_timeout=1, exclusive=True)
+        try:
+            return port(serial.SEVENBITS if bus else serial.EIGHTBITS, serial.PARITY_EVEN)
+        except termios.error:
+            # A pty has neither parity nor seven bits.
+            if not os.path.realpath(self._path).startswith("/dev/pts/"):
+                print(f"{self._path}: the port refuses 9600 baud "
+                      f"{'7E1' if bus else '8E1 with RTS/CTS'}; replies may be garbled",
+                      file=sys.stderr)
+            return port(serial.EIGHTBITS, serial.PARITY_NONE)
 
     def exchange(self, request):
         """The Answer to a Request."""
@@ -142,6 +165,8 @@ class Line:
                 return True
             if left <= LOOK:
                 return False
+            if self.tick:
+                self.tick()
 
     def _await_answer(self, request):
         """Bytes, and seconds until the last of them."""

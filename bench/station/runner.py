@@ -1,11 +1,8 @@
 """Runs plans over a line and tells the terminal."""
-import contextlib
 import statistics
-import sys
-import threading
 import time
 
-from common.bytetext import printable
+from common.bytetext import as_bytes, printable
 from common.failure import Failure, Interrupted
 from common.terminal import say, show_status
 from station.line import Request
@@ -41,19 +38,23 @@ class Runner:
 
     def run(self, plan, report):
         """Fills the report's last level step by step, so that what was done is there when this
-        raises: Failure, Interrupted among them, or KeyboardInterrupt. Ends before the plan does
-        when the panel or the port turns out to be dead: nobody is asked anything about it."""
+        raises, which is a fault whatever it raises: Failure, Interrupted among them, or
+        KeyboardInterrupt. Ends before the plan does when the panel or the port turns out to be
+        dead: nobody is asked anything about it."""
         level = report.levels[-1]
         level |= {"plan": plan.file, "planHash": plan.hash, "items": plan.items}
         say(f"{self._label}{plan.level} ({plan.file}), {len(plan.steps)} steps")
         self._stand.screens.clear()
         try:
-            with self._progress(plan, level["steps"]):
-                self._run_steps(plan, level)
+            self._run_steps(plan, level)
         except (Failure, KeyboardInterrupt) as end:
             report.fault(str(end) or str(Interrupted()))
             raise
+        except Exception as wrong:
+            report.fault(f"the bench has failed: {wrong!r}")
+            raise
         finally:
+            self._line.tick = None
             show_status("")
             report.take(self._stand.screens)
         if self._dead:
@@ -62,6 +63,8 @@ class Runner:
 
     def _run_steps(self, plan, level):
         records = level["steps"]
+        if not self._label:
+            self._line.tick = lambda: show_status(self._status(plan.steps, len(records)))
         for step in plan.steps:
             record = self.run_step(step, plan.level)
             show_status("")
@@ -77,31 +80,11 @@ class Runner:
         while record["faults"] and not self._dead and self._stand.wants_again(
                 f"{step['name']}: {'; '.join(record['faults'])}"):
             earlier += record["faults"]
-            record = self._attempt(step, level) | {"earlier": earlier}
-            record["passed"] = not record["faults"]
+            record = self._attempt(step, level) | {"earlier": list(earlier)}
         return record
 
-    @contextlib.contextmanager
-    def _progress(self, plan, records):
-        """Shows where the run is, and what is left of the waits that the tests prescribe."""
-        over = threading.Event()
-
-        def show():
-            while not over.wait(0.1):
-                if len(records) < len(plan.steps):
-                    show_status(self._status(plan.steps, len(records)))
-        shows = not self._label and sys.stdout.isatty()
-        thread = threading.Thread(target=show, daemon=True)
-        if shows:
-            thread.start()
-        try:
-            yield
-        finally:
-            over.set()
-            if shows:
-                thread.join()
-
     def _status(self, steps, number):
+        """Where the run is, and what is left of the waits that the tests prescribe."""
         due = [step["wait"] + EXCHANGE_MS for step in steps]
         spent = min(due[number], 1000 * (time.monotonic() - self._begun))
         done, whole = sum(due[:number]) + spent, sum(due)
@@ -116,7 +99,7 @@ class Runner:
 
     def _request(self, step):
         if step["raw"]:
-            return step["raw"]
+            return as_bytes(step["raw"])
         number = self._number if step["addressed"] else 0
         return request_of(step["code"], expand(step["argument"], self._values), number,
                           self._values.get("model", ""))
