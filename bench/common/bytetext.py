@@ -2,6 +2,11 @@
 import re
 
 
+def as_bytes(text):
+    """Any text; what is no byte becomes "?"."""
+    return text.encode("latin-1", "replace").decode("latin-1")
+
+
 def printable(text):
     names = {"\\": r"\\", "\r": r"\r", "\n": r"\n"}
     return re.sub(r"[^ -\[\]-~]", lambda c: names.get(c[0], rf"\x{ord(c[0]):02x}"), text)

@@ -6,6 +6,7 @@ import json
 import os
 import pathlib
 import re
+import shutil
 import socket
 import subprocess
 import tempfile
@@ -113,9 +114,10 @@ def record_of(report):
 def page_of(name, data):
     """A page of bench/report with its data in it: between script tags nothing is escaped but
     "<"."""
-    text = json.dumps(data, separators=(",", ":"), ensure_ascii=False).replace("<", "\\u003c")
-    page = (PAGES / name).read_text().replace("@COMMON@", (PAGES / "common.js").read_text())
-    return page.replace("@DATA@", text)  # last, for it may hold anything
+    text = json.dumps(data, separators=(",", ":"), sort_keys=True, ensure_ascii=False)
+    page, common = ((PAGES / file).read_text("utf-8") for file in (name, "common.js"))
+    # The data last, which may hold anything.
+    return page.replace("@COMMON@", common).replace("@DATA@", text.replace("<", "\\u003c"))
 
 
 def _page_with(reports):
@@ -137,10 +139,15 @@ def _junit(record):
     return jq.stdout
 
 
-def _write(report, folder):
-    record = json.dumps(record_of(report), indent=4, sort_keys=True, ensure_ascii=False).encode()
-    files = report.screens | {"report.html": _page_with([report]).encode(),
-                              "report.json": record + b"\n", "junit.xml": _junit(record)}
+def _files_of(report):
+    """Contents by name. Half a surrogate pair, which a plan may have, becomes "?"."""
+    record = json.dumps(record_of(report), indent=4, sort_keys=True, ensure_ascii=False)
+    record = record.encode(errors="replace") + b"\n"
+    return report.screens | {"report.html": _page_with([report]).encode(errors="replace"),
+                             "report.json": record, "junit.xml": _junit(record)}
+
+
+def _write(files, folder):
     try:
         folder.mkdir(parents=True, exist_ok=True)
     except OSError:
@@ -163,7 +170,7 @@ def begin_report(report, base):
     Failure when that cannot be done."""
     unit = _unit_folder(report, base)
     wanted = folder = unit / report.begun.strftime("%Y%m%d-%H%M%S")
-    more = 1
+    files, more = _files_of(report), 1
     while True:
         try:
             folder.mkdir(parents=True)
@@ -176,7 +183,7 @@ def begin_report(report, base):
         except OSError:
             break  # which writing will say
     try:
-        _write(report, folder)
+        _write(files, folder)
     except Failure as failure:
         raise Failure(f"{failure}; choose another folder with --report") from None
     return folder
@@ -206,16 +213,18 @@ def write_report(report, base, folder):
     begin_report(). Returns where they are: there, or below `base` where the unit's ID has come to
     be known, or when it cannot be written, which is said, in a new folder for temporary files.
     Raises Failure when that fails too."""
-    place = _known_place(report, base, pathlib.Path(folder))
+    place, files = _known_place(report, base, pathlib.Path(folder)), _files_of(report)
     try:
-        _write(report, place)
+        _write(files, place)
         return place
     except Failure as failure:
         problem = failure
-    last = pathlib.Path(tempfile.mkdtemp(prefix="bench-report-"))
+    last = None
     try:
-        _write(report, last)
-    except Failure as worse:
+        last = pathlib.Path(tempfile.mkdtemp(prefix="bench-report-"))
+        _write(files, last)
+    except (Failure, OSError) as worse:
+        shutil.rmtree(last or "", ignore_errors=True)
         raise Failure(f"{problem}; {worse}") from None
     say(f"{problem}; the report is in {last} instead", bad=True)
     return last
@@ -225,7 +234,7 @@ def write_page(reports, file):
     """Writes one page with all the reports, its first part an index; over that of an earlier run.
     Empty, or what went wrong."""
     try:
-        replace_file(file, _page_with(reports).encode())
+        replace_file(file, _page_with(reports).encode(errors="replace"))
     except Failure as failure:
         return str(failure)
     return ""

@@ -4,8 +4,9 @@ import dataclasses
 import datetime
 import functools
 import json
+import time
 
-from common.bytetext import printable
+from common.bytetext import as_bytes, printable
 from common.failure import Failure
 from common.panel import PLANS
 from station import wire
@@ -58,28 +59,25 @@ def request_of(code, argument="", number=0, model=""):
     """A request by its code. `argument`: the ID, the colour (six hex digits), the level to go to,
     or by how many seconds the clock is off. `number`: the panel's station number, 0 for any.
     `model` is for the forced change only. Raises Failure for a forced change to what is no level,
-    and for a code that cannot be sent."""
+    and for a clock that is off by what is no number."""
     if code in ("8D", "8E"):
         try:
-            off = datetime.timedelta(seconds=int(argument or 0))
-        except ValueError:
+            moment = datetime.datetime.fromtimestamp(time.time() + int(argument or 0))
+        except (ValueError, OverflowError, OSError):
             raise Failure(f'the clock is off by a number of seconds, not by "{argument}"') from None
-        return wire.clock_request(code, datetime.datetime.now() + off)
+        return wire.clock_request(code, moment)
     if code.startswith("060"):
-        return wire.identity_request(code, argument)
+        return wire.identity_request(code, as_bytes(argument))
     if code == "9510":  # without station, check digits and line end
-        return ":9510" + argument
+        return ":9510" + as_bytes(argument)
     if code == "KLV-":
         # A bare line. Its line end makes it the 11 bytes that the panel reads at least, whatever
         # the model.
         level = WIRE_LEVELS.get(argument.upper())
         if not level:
             raise Failure(f'a forced change goes to ict, t1, bi, t2 or hmi, not to "{argument}"')
-        return f"{model}-{level}\r\n"
-    try:
-        return wire.short_request(number, code)
-    except ValueError:
-        raise Failure(f'a code is pairs of hex digits, not "{code}"') from None
+        return f"{as_bytes(model)}-{level}\r\n"
+    return wire.short_request(number, as_bytes(code))
 
 
 def meaning_of(payload, code):
@@ -95,7 +93,7 @@ def meaning_of(payload, code):
     if code in ("8800", "8801") and len(payload) == len(text) == 4:
         return f"{what}: {text[1]}.{text[2:]} V"
     if len(payload) > 4 and payload.startswith(code) and code.startswith("07"):
-        return f"{what} {payload[4:].strip()}"
+        return f"{what} {text[4:].strip()}"
     if len(payload) != 4 or (command and not command.framed and payload.endswith("\n")):
         return f"{what} {text}"
     if command and payload == command.passed:
@@ -125,30 +123,3 @@ def is_failure(reply, code, level):
     if reply.kind == wire.TEXT:  # or noise
         return command.framed or code[:2] in ("88", "07") or reply.payload == "FORCIBLY_GOTO_FAIL"
     return False
-
-
-def refusal(request, level, station=0):
-    """Why a panel at `level`, with the number `station`, leaves `request` without an answer; empty
-    when it should answer."""
-    command = command_of(request)
-    if not command:
-        return "no panel knows this request"
-    if level not in command.levels:
-        return f"not at level {level}"
-    # The clock's check digits are not looked at; the colour and the forced change have none.
-    if len(command.code) != 4 or command.code in ("9510", "KLV-"):
-        return ""
-    if not request.endswith("\r\n"):
-        return "no line end"
-    body, check = request[1:-4], request[-4:-2]
-    try:
-        wanted = wire.character_lrc(body) if body[2:4] == "06" else wire.hex_lrc(body)
-        asked = int(body[:2], 16)
-    except ValueError:
-        return "not in hex digits"
-    if check != wanted:
-        return f"check digits should be {wanted}"
-    own = station if level == "BI" else 0
-    if asked in (0, own) or command.code == "8A00":
-        return ""
-    return f"for station {asked}, here is {own}"

@@ -2,7 +2,6 @@
 import os
 import re
 import select
-import sys
 import termios
 import threading
 
@@ -31,10 +30,10 @@ class Stand:
 def _row_of(action, known):
     """The row of an action, the text in its form put into the question; None for none."""
     for row in known:
-        match = re.fullmatch(row["action"], action)
+        match = re.fullmatch(row["action"], action, re.ASCII)
         if match:
-            part = match[1] if match.re.groups else ""
-            return row | {"ask": row.get("ask", "").replace("%1", part)}
+            part = match.groups("")[0] if match.re.groups else ""
+            return row | {"ask": str(row.get("ask", "")).replace("%1", part)}
     return None
 
 
@@ -78,7 +77,7 @@ class TerminalStand(Stand):
 
     def wants_again(self, fault):
         """Asks only a person who sits at a terminal."""
-        if self._unattended or not sys.stdin.isatty():
+        if self._unattended or not os.isatty(0):
             return False
         with _one_question:
             show_status("")
@@ -97,7 +96,7 @@ class TerminalStand(Stand):
     def _ask(self, question, bad=False):
         """What was typed before the question is no answer to it."""
         try:
-            termios.tcflush(sys.stdin, termios.TCIFLUSH)
+            termios.tcflush(0, termios.TCIFLUSH)
         except termios.error:
             pass  # no terminal
         say(question, bad)

@@ -2,13 +2,14 @@
 import dataclasses
 import re
 
-from common.bytetext import printable
+from common.bytetext import as_bytes, printable
 from station import wire
-from station.plan import expand
+from station.plan import PLACEHOLDER, expand
 from station.requests import advice_of, find_command, meaning_of
 
-# Pixels of the five targets of the touch check, in their order.
-TARGETS = ((50, 50), (750, 50), (750, 430), (50, 430), (400, 240))
+# Pixels of the five targets of the touch check.
+TARGETS = {"9021": (50, 50), "9022": (750, 50), "9023": (750, 430), "9024": (50, 430),
+           "9025": (400, 240)}
 
 
 @dataclasses.dataclass
@@ -31,7 +32,7 @@ def _wanted_text(step, values):
     if "expected" in step:
         return expand(step["expected"], values)
     literal = re.sub(r"(\\[rn])+$", "", step["text"])
-    plain = not re.search(r"[][\\()*+?|^$.]", re.sub(r"\$\{\w+\}", "", literal))
+    plain = not re.search(r"[][\\()*+?|^$.]", PLACEHOLDER.sub("", literal))
     return expand(literal, values) if plain else "another form"
 
 
@@ -46,8 +47,9 @@ def _with_code(meaning, payload):
 
 
 def _millivolts(reply):
-    digits = reply.kind == wire.BATTERY and reply.payload.isdecimal()
-    return int(reply.payload) * 10 if digits else -1
+    if reply.kind != wire.BATTERY:
+        return -1
+    return int(reply.payload) * 10 if re.fullmatch("[0-9]{4}", reply.payload) else 0
 
 
 def _mismatch(step, answer, verdict, values):
@@ -57,7 +59,7 @@ def _mismatch(step, answer, verdict, values):
         good = re.fullmatch(expand(step["text"], values, pattern=True), answer, re.ASCII)
         return "" if good else f"{meaning}, expected {_wanted_text(step, values)}"
     if "bytes" in step:
-        due = expand(step["bytes"], values)
+        due = as_bytes(expand(step["bytes"], values))
         return "" if answer == due else f"{printable(answer)}, expected {printable(due)}"
     if "battery" in step:
         least, most = step["battery"]
@@ -67,7 +69,7 @@ def _mismatch(step, answer, verdict, values):
         return "answered where no answer is due: " + meaning
     if reply.kind == wire.DAMAGED:
         return meaning
-    due = expand(step.get("reply", ""), values)
+    due = as_bytes(expand(step.get("reply", ""), values))
     if reply.kind != wire.TEXT and reply.payload == due:
         return ""
     command = find_command(step["code"])
@@ -88,7 +90,7 @@ def _measured(step, reply, level):
     """What was measured, with its limits where there are some."""
     if reply.kind == wire.BATTERY:
         return [_battery(step, reply)]
-    match = re.match(r"\( *(\d+), *(\d+)\)", reply.payload, re.ASCII)
+    match = re.match(r"\( *(\d{1,9}), *(\d{1,9})\)", reply.payload, re.ASCII)
     if reply.kind != wire.TEXT or not match:
         return []
     code, command = step["code"], find_command(step["code"])
@@ -98,11 +100,10 @@ def _measured(step, reply, level):
     if not code.startswith("902"):
         return [{"name": f"{name} {axis}", "unit": "px", "value": value}
                 for axis, value in seen.items()]
-    number, tolerance = int(code[3], 16) - 1, 11 if level == "T2" else 10
-    target = TARGETS[number] if 0 <= number < len(TARGETS) else (0, 0)
+    tolerance = 11 if level == "T2" else 10
     return [{"name": f"{name}, {axis} off", "unit": "px", "value": value - aim,
              "min": -tolerance, "max": tolerance}
-            for (axis, value), aim in zip(seen.items(), target)]
+            for (axis, value), aim in zip(seen.items(), TARGETS.get(code, (0, 0)))]
 
 
 def _unanswered(step, answer, verdict):

@@ -29,9 +29,10 @@ def character_lrc(body):
 
 
 def hex_lrc(body):
-    """The same over the bytes that the pairs of hex digits stand for. Raises ValueError for what
-    is none."""
-    return character_lrc(bytes.fromhex(body).decode("latin-1"))
+    """The same over the bytes that the pairs of hex digits stand for; what is no hex digit does not
+    count."""
+    digits = re.sub(r"[^0-9A-Fa-f]", "", body)
+    return character_lrc(bytes.fromhex("0" * (len(digits) % 2) + digits).decode("latin-1"))
 
 
 def short_request(number, code):
