@@ -5,6 +5,7 @@ import re
 from common.failure import Failure
 from store.rows import text_of
 
+_SPECIAL = re.compile('[",\r\n]')
 EVER = {"since": "0000", "until": "9999"}
 
 
@@ -45,7 +46,7 @@ def _csv_cell(value):
     text = text_of(value)
     if isinstance(value, str) and text.startswith(("-", "=", "+", "@", "\t", "\r")):
         text = "'" + text  # what a panel sent is no formula of anyone's spreadsheet
-    return '"' + text.replace('"', '""') + '"' if re.search('[",\r\n]', text) else text
+    return '"' + text.replace('"', '""') + '"' if _SPECIAL.search(text) else text
 
 
 def yield_of(store, period):

@@ -23,6 +23,8 @@ def key_of(record):
 def text_of(value):
     """A value of a record or of a store as people read it: whole numbers have no fraction, what is
     unknown is empty."""
+    if isinstance(value, str):
+        return value
     if value is None or isinstance(value, (dict, list)):
         return ""
     if isinstance(value, bool):

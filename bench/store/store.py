@@ -76,7 +76,8 @@ class Store:
             with contextlib.suppress(self._error):
                 self._connection.rollback()
             if isinstance(error, self._error):
-                raise Failure(f"{self._name}: {str(error).strip()}") from None
+                text = str(error).partition("\nLINE ")[0]  # without what was said to it
+                raise Failure(f"{self._name}: {text.strip()}") from None
             raise
 
     def _make_tables(self):
