@@ -38,10 +38,10 @@ class Production:
             panel.do(f"fault {fault}")
         self._levels = {}
         for path in row.get("plans", []):
-            plan = load_plan(pathlib.Path(args.plans, path), self._values)
+            plan = load_plan(pathlib.Path(args.plans, str(path)), self._values)
             if plan.problems:
                 raise Failure("\n".join(plan.problems))
-            plan.file = path
+            plan.file = str(path)
             self._levels[plan.level] = plan
 
     def run(self, report):
@@ -139,9 +139,9 @@ def _produce(args, row, number, report):
 def _arguments(words):
     parser = CommandLine(
         "produce",
-        "Makes a factory-new virtual panel and takes it through ICT, T1, BI and T2, one power cycle "
-        "after the other,\nuntil it is released; a second one by the short way from T1; a third by "
-        "forced changes. production.json among the plans says which.\n"
+        "Makes a factory-new virtual panel and takes it through ICT, T1, BI and T2, one power "
+        "cycle after the other,\nuntil it is released; a second one by the short way from T1; a "
+        "third by forced changes. production.json among the plans says which.\n"
         "Exit status 0 only if every reply, every screen and every file on the panels is what it "
         "must be.")
     add_report_options(parser, "out/produce")
@@ -157,11 +157,17 @@ def _arguments(words):
     return parser.parse_args(words)
 
 
+def _is_row(row):
+    return isinstance(row, dict) and all(
+        isinstance(row.get(key, form()), form)
+        for key, form in (("title", str), ("plans", list), ("values", dict)))
+
+
 def _rows(args):
     """The panels that are to be produced, with their numbers."""
     file = f"{args.plans}/production.json"
     rows = read_json(file).get("panels")
-    if not isinstance(rows, list) or not rows or not all(isinstance(row, dict) for row in rows):
+    if not isinstance(rows, list) or not rows or not all(_is_row(row) for row in rows):
         raise Failure(f'{file}: "panels" must be a list with a row for each panel')
     first = len(rows) - 1 if args.tour else 0
     return list(enumerate(rows))[first:first + 1 if args.single else None]
