@@ -13,16 +13,23 @@ def _number(text):
     return int(value) if value.is_integer() else value
 
 
+def _no_number(text):
+    raise ValueError(f"{text} is no number")
+
+
 def read_json(path):
     """The object in a JSON file. Raises Failure, with file and line, when there is none."""
     try:
-        value = json.loads(pathlib.Path(path).read_bytes(), parse_float=_number)
+        value = json.loads(pathlib.Path(path).read_bytes(), parse_float=_number,
+                           parse_constant=_no_number)
     except OSError as error:
         raise Failure(f"{path}: {error.strerror}") from None
     except json.JSONDecodeError as error:
         raise Failure(f"{path}:{error.lineno}: {error.msg}") from None
-    except ValueError:
+    except UnicodeDecodeError:
         raise Failure(f"{path}: not in UTF-8") from None
+    except ValueError as error:
+        raise Failure(f"{path}: {error}") from None
     except RecursionError:
         raise Failure(f"{path}: nested too deeply") from None
     if not isinstance(value, dict):
