@@ -14,8 +14,17 @@ COMMANDS = {
     "cuts": "effects.cuts", "kills": "effects.kills"}
 
 
+def _open_standard_files():
+    """A file that takes the place of a closed one would be read from and written to."""
+    for number, name in enumerate(("stdin", "stdout", "stderr")):
+        if getattr(sys, name) is None:
+            os.open(os.devnull, os.O_RDWR)  # the lowest number that is free
+            setattr(sys, name, open(number, "w" if number else "r", encoding="utf-8"))
+
+
 def main(name, args):
     """The exit status: a command's own, 2 when the bench cannot work, 1 after Ctrl-C."""
+    _open_standard_files()
     interrupt.catch()
     sys.stdout.reconfigure(errors="backslashreplace")
     sys.stderr.reconfigure(errors="backslashreplace")

@@ -53,17 +53,13 @@ class Station:
             ports.setdefault(job.port, []).append(job)
         threads = [threading.Thread(target=self._work, args=(jobs,), daemon=True)
                    for jobs in ports.values()]
-        try:
-            with interrupt.allowed():
-                for thread in threads:
-                    thread.start()
-                for thread in threads:
-                    thread.join()
-        except KeyboardInterrupt:
-            self._stop.set()
-            for thread in threads:
-                if thread.ident:  # it was started
-                    thread.join()
+        for thread in threads:
+            thread.start()
+        for thread in threads:
+            while thread.is_alive():
+                thread.join(0.1)  # which an exception would make forget that the thread lives
+                if interrupt.interrupted():
+                    self._stop.set()
 
     def _work(self, jobs):
         """All panels of one port, one after the other; those that it does not get to, told to stop

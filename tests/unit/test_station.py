@@ -4,9 +4,11 @@ import contextlib
 import datetime
 import io
 import json
+import os
 import pathlib
 import subprocess
 import tempfile
+import time
 import unittest
 
 from common.failure import Failure
@@ -221,6 +223,22 @@ class Station(unittest.TestCase):
         for one in last.iterdir():
             one.unlink()
         last.rmdir()
+
+    def test_what_breaks_off_has_not_passed(self):
+        plan = self.folder / "p.json"
+        plan.write_text('{"level": "T1", "partial": true, "steps": [{"code": "8000"}, '
+                        '{"code": "8500", "timeout": 60000}]}')
+        with Peer(lambda number, request: ((0, request),) * (number == 0)) as peer, \
+                subprocess.Popen([os.environ["BENCH"], "station", "--port", peer.path, "--plan",
+                                  plan, "--report", self.folder / "out"],
+                                 stdout=subprocess.DEVNULL) as bench:
+            while peer.requests < 2 and bench.poll() is None:
+                time.sleep(0.01)
+            bench.terminate()
+            self.assertEqual(1, bench.wait(60))
+        record = json.loads(next(self.folder.glob("out/*/*/report.json")).read_text())
+        self.assertEqual(["T1: interrupted"], record["faults"])
+        self.assertEqual("failed", record["verdict"])
 
 
 if __name__ == "__main__":
