@@ -21,7 +21,7 @@ def read_json(path):
     """The object in a JSON file. Raises Failure, with file and line, when there is none."""
     try:
         value = json.loads(pathlib.Path(path).read_bytes(), parse_float=_number,
-                           parse_constant=_no_number)
+                           parse_constant=_no_number, strict=False)
     except OSError as error:
         raise Failure(f"{path}: {error.strerror}") from None
     except json.JSONDecodeError as error:

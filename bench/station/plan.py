@@ -5,6 +5,7 @@ import hashlib
 import json
 import pathlib
 import re
+import warnings
 
 from common.failure import Failure
 from common.files import read_json
@@ -50,9 +51,13 @@ def actions_of(folder=PLANS):
 
 
 def _is_pattern(text):
+    """Whether it is a regular expression, and means the same to everybody: "[[:digit:]]" does
+    not."""
     try:
-        return isinstance(text, str) and bool(re.compile(text))
-    except (re.error, OverflowError, RecursionError):
+        with warnings.catch_warnings():
+            warnings.simplefilter("error")
+            return isinstance(text, str) and bool(re.compile(text))
+    except (re.error, OverflowError, RecursionError, FutureWarning):
         return False
 
 
