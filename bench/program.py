@@ -11,6 +11,7 @@ from common.failure import Failure
 COMMANDS = {
     "station": "commands.station", "produce": "commands.produce", "send": "commands.send",
     "units": "commands.units", "board": "commands.board", "effects": "effects.effects",
+    "traffic": "commands.traffic",
     "cuts": "effects.cuts", "kills": "effects.kills"}
 
 

@@ -6,7 +6,9 @@
 // program's arguments do; the result is the exit status. They throw BenchError.
 int runMeasure(const QStringList &args);
 int runPanel(const QStringList &args);
-// The Python program of that name; does not return.
+// How the Python program of that name is started: the interpreter, then its arguments.
+QStringList programOf(const QStringList &args);
+// Becomes it; does not return.
 int runProgram(const QStringList &args);
 int runTraced(const QStringList &args); // one whose agent must be this machine's
 int runDrive(const QStringList &args); // what they start

@@ -184,6 +184,7 @@ static CommandLine commandLine(const QStringList &args)
 int runPanel(const QStringList &args)
 {
     const CommandLine parser = commandLine(args);
+    setvbuf(stdout, nullptr, _IOFBF, BUFSIZ); // nothing comes between the lines of one text
     quitOnInterrupt();
     VirtualPanel panel(optionsOf(parser));
     unlinkPorts(panel); // of a bench that was killed
@@ -192,8 +193,7 @@ int runPanel(const QStringList &args)
     const std::unique_ptr<Fixture> fixture = makeFixture(panel, parser);
     std::unique_ptr<Traffic> traffic;
     if (parser.isSet("traffic") || parser.isSet("record"))
-        traffic = std::make_unique<Traffic>(panel, parser.isSet("traffic") ? stdout : nullptr,
-                                            parser.value("record"));
+        traffic = std::make_unique<Traffic>(panel, parser.isSet("traffic"), parser.value("record"));
     const QStringList agentArgs = parser.value("agent-args").split(' ', Qt::SkipEmptyParts);
     if (traffic && fixture) {
         for (const QString &fault : fixture->faults())
@@ -210,6 +210,7 @@ int runPanel(const QStringList &args)
     if (parser.isSet("browser"))
         serveBrowsers(panel, &browsers);
     leaveOn(panel, live);
+    traffic.reset(); // all of it is there before what is said below
     browsers.terminate();
     browsers.waitForFinished();
     if (interrupted())

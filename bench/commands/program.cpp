@@ -7,23 +7,26 @@
 
 #include <unistd.h>
 
+QStringList programOf(const QStringList &args)
+{
+    // Debian's own, which has Debian's modules; it leaves nothing beside the sources.
+    return QStringList{"/usr/bin/python3", "-B", sharedFile("bench/program.py")} + args;
+}
+
 int runProgram(const QStringList &args)
 {
-    // Debian's own, which has Debian's modules.
-    const QByteArray python = "/usr/bin/python3";
     qputenv("BENCH", QCoreApplication::applicationFilePath().toLocal8Bit());
     qputenv("BENCH_VERSION", QCoreApplication::applicationVersion().toLocal8Bit());
-    qputenv("PYTHONDONTWRITEBYTECODE", "1");
-    std::vector<QByteArray> words{python, sharedFile("bench/program.py").toLocal8Bit()};
-    for (const QString &arg : args)
-        words.push_back(arg.toLocal8Bit());
+    std::vector<QByteArray> words;
+    for (const QString &word : programOf(args))
+        words.push_back(word.toLocal8Bit());
     std::vector<char *> argv;
     argv.reserve(words.size() + 1);
     for (QByteArray &word : words)
         argv.push_back(word.data());
     argv.push_back(nullptr);
-    execv(python, argv.data());
-    throw BenchError(python + " is not installed: apt-get install python3");
+    execv(argv[0], argv.data());
+    throw BenchError(words[0] + " is not installed: apt-get install python3");
 }
 
 int runTraced(const QStringList &args)

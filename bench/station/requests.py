@@ -4,6 +4,7 @@ import dataclasses
 import datetime
 import functools
 import json
+import re
 import time
 
 from common.bytetext import as_bytes, printable
@@ -123,3 +124,27 @@ def is_failure(reply, code, level):
     if reply.kind == wire.TEXT:  # or noise
         return command.framed or code[:2] in ("88", "07") or reply.payload == "FORCIBLY_GOTO_FAIL"
     return False
+
+
+def refusal(request, level, station=0):
+    """Why a panel at `level`, with the number `station`, leaves `request` without an answer; empty
+    when it should answer."""
+    command = command_of(request)
+    if not command:
+        return "no panel knows this request"
+    if level not in command.levels:
+        return f"not at level {level}"
+    # The clock's check digits are not looked at; the colour and the forced change have none.
+    if len(command.code) != 4 or command.code in ("9510", "KLV-"):
+        return ""
+    if not request.endswith("\r\n"):
+        return "no line end"
+    body, check = request[1:-4], request[-4:-2]
+    wanted = wire.character_lrc(body) if body[2:4] == "06" else wire.hex_lrc(body)
+    if check != wanted:
+        return f"check digits should be {wanted}"
+    asked = int(body[:2], 16) if re.match("[0-9A-Fa-f]{2}", body) else 0
+    own = station if level == "BI" else 0
+    if asked in (0, own) or command.code == "8A00":
+        return ""
+    return f"for station {asked}, here is {own}"
