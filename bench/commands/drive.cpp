@@ -7,9 +7,9 @@
 #include "panel/interrupt.h"
 #include "panel/virtualpanel.h"
 #include "station/codec.h"
-#include "station/protocol.h"
 
 #include <QFile>
+#include <QRegularExpression>
 #include <QSocketNotifier>
 
 #include <unistd.h>
@@ -24,6 +24,7 @@ constexpr char driveHelp[] =
     "first line is the folder of the panel's files, a temporary one or below FOLDER. With\n"
     "PROGRAM, that starts the agent.\n"
     "A line begins with one of\n  %s\n"
+    "`ask` takes the four digits of a request, or the bytes of any between quotes.\n"
     "Example: printf 'on\\nopens\\nask 8000\\nanswer 5000\\n' | bench drive\n";
 
 class DrivenPanel {
@@ -149,12 +150,15 @@ void DrivenPanel::saveScreens(const QString &folder)
     stand_.screens.clear();
 }
 
-// A request as `bench send` takes it, CODE and ARGUMENT, or its bytes in quotes.
 void DrivenPanel::ask(const QString &request)
 {
-    const QByteArray bytes = request.startsWith('"')
-        ? unprintable(request.mid(1, request.lastIndexOf('"') - 1).toLatin1())
-        : requestOf(request.section(' ', 0, 0).toLatin1(), request.section(' ', 1), 0, "KLV-100");
+    static const QRegularExpression code("^[0-9A-F]{4}$"), quoted("^\".*\"$");
+    if (!code.match(request).hasMatch() && !quoted.match(request).hasMatch())
+        throw BenchError("neither the four digits of a request nor bytes between quotes: "
+                         + request);
+    const QByteArray text = request.toLatin1();
+    const QByteArray bytes =
+        text[0] == '"' ? unprintable(text.mid(1, text.size() - 2)) : shortRequest(0, text);
     heard_.clear();
     asked_ = panel_.link();
     panel_.port(asked_)->send(bytes);

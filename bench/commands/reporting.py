@@ -1,5 +1,5 @@
 """What the commands that test panels have in common."""
-from common.panel import PLANS
+from common.files import PLANS
 from station.report import Report
 from store.handin import add_store_option
 

@@ -6,6 +6,8 @@ import tempfile
 
 from common.failure import Failure
 
+PLANS = pathlib.Path(__file__).parent.parent / "plans"
+
 
 def _number(text):
     """A whole number is one however it is written."""

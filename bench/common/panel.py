@@ -5,10 +5,11 @@ import os
 import pathlib
 import subprocess
 
-from common.bytetext import unprintable
+from common.bytetext import printable, unprintable
 from common.failure import Failure
+from common.files import PLANS
+from station.requests import request_of
 
-PLANS = pathlib.Path(__file__).parent.parent / "plans"
 LEVEL_FILE = "/usr/local/ict/HMI_TEST_LEVEL.txt"
 
 
@@ -49,6 +50,8 @@ class Panel:
             self.write(f"/usr/local/ict/HMI_{rest}_TEST_Flag.txt",
                        "".join(line.ljust(62, "\0") + "\r\n" for line in lines))
         else:
+            if verb == "ask" and not rest.startswith('"'):  # as `bench send` takes it
+                action = f'ask "{printable(request_of(path, text, model="KLV-100"))}"'
             with contextlib.suppress(BrokenPipeError):  # then there is no answer
                 print(action, file=self._bench.stdin, flush=True)
             return self._answer()

@@ -12,7 +12,8 @@ import threading
 import time
 
 from common.failure import Failure
-from common.panel import LEVEL_FILE, PLANS, Panel
+from common.files import PLANS
+from common.panel import LEVEL_FILE, Panel
 from effects.powercut import (ICT, MACHINE_ID, POINTERCAL, Cut, boot_level, passed_items, revived,
                               state_of, verdict)
 

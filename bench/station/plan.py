@@ -8,8 +8,7 @@ import re
 import warnings
 
 from common.failure import Failure
-from common.files import read_json
-from common.panel import PLANS
+from common.files import PLANS, read_json
 from station.requests import LEVELS, command_of, find_command, request_of
 from station.stand import action_fault
 

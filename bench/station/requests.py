@@ -9,7 +9,7 @@ import time
 
 from common.bytetext import as_bytes, printable
 from common.failure import Failure
-from common.panel import PLANS
+from common.files import PLANS
 from station import wire
 
 LEVELS = ("ICT", "T1", "BI", "T2")

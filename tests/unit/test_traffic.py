@@ -6,7 +6,7 @@ import subprocess
 import tempfile
 import unittest
 
-from common.panel import PLANS
+from common.files import PLANS
 
 COMMAND = ["/usr/bin/python3", "-B", str(PLANS.parent / "program.py"), "traffic", "--screen"]
 # Torn, joined, without a line end and with the other side's turn between; two levels.
