@@ -3,6 +3,7 @@
 #include "fixture/finger.h"
 #include "fixture/fixture.h"
 #include "fixture/virtualstand.h"
+#include "panel/board.h"
 #include "panel/files.h"
 #include "panel/interrupt.h"
 #include "panel/virtualpanel.h"
@@ -52,6 +53,7 @@ public:
 
 private:
     void powerOn(const QStringList &agentArgs);
+    QString run(const QString &command);
     void saveScreens(const QString &folder);
     void ask(const QString &request);
     bool answers(const QString &code);
@@ -97,6 +99,7 @@ QString DrivenPanel::obey(const QString &verb, const QString &rest)
         {"screens", [&] { saveScreens(rest); }},
         {"link", [&] { answer = panel_.linkPath(linkPort(first)); }},
         {"glass", [&] { panel_.touchPanel() = TouchPanel::ofPanel(first.toUInt()); }},
+        {"run", [&] { answer = run(rest); }},
         {"off", [&] { panel_.powerOff(); }},
         {"runs", [&] { answer = panel_.isOn() ? "yes" : "no"; }},
         {"new", [&] { panel_.factoryNew(); }},
@@ -137,6 +140,13 @@ void DrivenPanel::powerOn(const QStringList &agentArgs)
     if (isTraced_ && !QFile::exists(copy) && !QFile::copy(library, copy))
         throw BenchError("Cannot take " + library + ": build or install the whole bench");
     panel_.powerOn(agentArgs);
+}
+
+QString DrivenPanel::run(const QString &command)
+{
+    if (!panel_.board())
+        throw BenchError("only the whole ARM machine runs a command");
+    return '"' + printable(panel_.board()->run(command)) + '"';
 }
 
 // Those that actions have kept, as NAME.png; they are kept no longer.
