@@ -7,6 +7,7 @@
 #include <QtTest>
 
 #include <memory>
+#include <numeric>
 
 #ifdef __SANITIZE_THREAD__
 // The bench hands work to its I/O thread and waits for it, through a toolkit that is not built with
@@ -69,6 +70,23 @@ inline QByteArray requestFrame(const QByteArray &code, const QByteArray &station
         sum = uchar(sum + uchar(byte));
     return ':' + station + code + QByteArray::number(uchar(-sum) | 0x100, 16).right(2).toUpper()
         + "\r\n";
+}
+
+// A clock request, `kind` "8D" (set) or "8E" (compare). The two columns between month and year are
+// filled with the weekday.
+inline QByteArray clockRequest(const QByteArray &kind, const QDateTime &time)
+{
+    const QByteArray weekday = QByteArray::number(time.date().dayOfWeek() % 7);
+    return requestFrame(kind + time.toString("ssmmHHddMM").toLatin1() + '0' + weekday
+                        + time.toString("yy").toLatin1());
+}
+
+// A frame that carries an identity, whose check is made of the characters themselves.
+inline QByteArray identityFrame(const QByteArray &code, const QByteArray &id)
+{
+    const QByteArray body = "00" + code + id;
+    const int sum = std::accumulate(body.begin(), body.end(), 0);
+    return ':' + body + QByteArray::number(uchar(-sum) | 0x100, 16).right(2).toUpper() + "\r\n";
 }
 
 // A PC-side program on one of the panel's ports.

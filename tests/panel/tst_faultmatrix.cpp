@@ -73,9 +73,9 @@ QByteArray Lane::requestOf(const QByteArray &request)
     if (request == "8D" || request == "8E")
         return clockRequest(request, now);
     if (request == "0602" || request == "0603")
-        return identityRequest(0, request, semiId);
+        return identityFrame(request, semiId);
     if (request.endsWith("0601"))
-        return identityRequest(0, "0601", request.size() > 4 ? numberedId : machineId);
+        return identityFrame("0601", request.size() > 4 ? numberedId : machineId);
     return requestFrame(request.right(4), request.size() > 4 ? request.left(2) : "00");
 }
 
@@ -129,9 +129,8 @@ QString Lane::check(const Row &row, const char *reply, char result)
     QByteArray wanted = reply;
     const bool digits = wanted.size() == 4;
     if (wanted == "ID") {
-        const QByteArray code(row.request),
-            text = "00" + code + (code == "0701" ? machineId : semiId);
-        wanted = ':' + text + characterLrc(text) + "\r\n";
+        const QByteArray code(row.request);
+        wanted = identityFrame(code, code == "0701" ? machineId : semiId);
     } else if (digits) {
         wanted = requestFrame(wanted);
     }

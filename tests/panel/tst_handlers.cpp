@@ -1,5 +1,4 @@
 #include "panel/agentpanel.h"
-#include "station/codec.h"
 
 // What the handlers do beside their replies, and what they make of data from a station that means
 // no good or of files that are not as they should be.
@@ -27,11 +26,6 @@ namespace {
 const char semiFile[] = "HMI_SEMIMACHINE_ID.txt", machineFile[] = "HMI_MACHINE_ID.txt",
            stationFile[] = "HMI_STATION_NUM.txt";
 const QByteArray semiId = "SEMI25110001", machineId = "20254711T12345678";
-
-QByteArray identity(const QByteArray &code, const QByteArray &id)
-{
-    return identityRequest(0, code, id);
-}
 
 } // namespace
 
@@ -66,11 +60,11 @@ void TstHandlers::semiMachineIds()
         AgentPanel &panel = at("ICT");
         const QByteArray before = panel.panel.readFile(AgentPanel::ict(semiFile));
         // What of the line was too long is no request.
-        QCOMPARE(panel.all(identity("0602", id)), requestFrame(stored ? "0602" : "06F2"));
+        QCOMPARE(panel.all(identityFrame("0602", id)), requestFrame(stored ? "0602" : "06F2"));
         const QByteArray kept = stored ? id : before;
         QCOMPARE(panel.panel.readFile(AgentPanel::ict(semiFile)), kept);
         QTRY_COMPARE(panel.results("ICT").mid(9, 1), QByteArray(stored ? "1" : "F"));
-        QCOMPARE(panel.all(requestFrame("0702")), identity("0702", kept));
+        QCOMPARE(panel.all(requestFrame("0702")), identityFrame("0702", kept));
     }
 }
 
@@ -79,9 +73,9 @@ void TstHandlers::fullMedium()
 {
     const struct {
         QByteArray level, file, request, reply;
-    } rows[] = {{"ICT", semiFile, identity("0602", semiId), "06F2"},
-                {"T1", machineFile, identity("0601", machineId), "06F1"},
-                {"T1", stationFile, identity("0601", "20254711W12345631"), "06F1"},
+    } rows[] = {{"ICT", semiFile, identityFrame("0602", semiId), "06F2"},
+                {"T1", machineFile, identityFrame("0601", machineId), "06F1"},
+                {"T1", stationFile, identityFrame("0601", "20254711W12345631"), "06F1"},
                 {"T1", stationFile, requestFrame("8A00", "1F"), "8AF0"}};
     for (const auto &row : rows) {
         AgentPanel panel;

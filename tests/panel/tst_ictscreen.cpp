@@ -1,7 +1,6 @@
 #include "fixture/finger.h"
 #include "panel/agentpanel.h"
 #include "panel/expectedscreen.h"
-#include "station/codec.h"
 
 // What the operator sees in ICT mode, pixel by pixel: nothing missing, nothing left over.
 class TstIctScreen : public QObject {
