@@ -53,7 +53,9 @@ class Station(unittest.TestCase):
 
     def test_requests(self):
         """Check digits worked out by hand: 00+81+02 = 83 -> 7D; 05+8A+00 = 8F -> 71;
-        00+8D+30+15+14+21+11+05+25 = 142 -> BE; the characters of "000602AB" sum to 1AB -> 55."""
+        00+8D+30+15+14+21+11+05+25 = 142 -> BE; the characters of "000602AB" sum to 1AB -> 55,
+        with a "?" in their stead, which takes the place of what is no byte, to 167 -> 99. The hex
+        digits in "00GET_TOOL_VER" are 00 and EE -> 12."""
         friday = datetime.datetime(2025, 11, 21, 14, 15, 30)
         for wanted, request in (
                 (":0081027D\r\n", wire.short_request(0, "8102")),
@@ -61,6 +63,8 @@ class Station(unittest.TestCase):
                 (":6402009A\r\n", wire.short_request(100, "0200")),
                 (":008D30151421110525BE\r\n", wire.clock_request("8D", friday)),
                 (":000602AB55\r\n", wire.identity_request("0602", "AB")),
+                (":000602?99\r\n", request_of("0602", "\u20ac")),
+                (":00GET_TOOL_VER12\r\n", request_of("GET_TOOL_VER")),
                 ("KLV-100-02\r\n", request_of("KLV-", "bi", 0, "KLV-100")),
                 ("KLV-100-00\r\n", request_of("KLV-", "HMI", 0, "KLV-100"))):
             self.assertEqual(wanted, request)
@@ -94,7 +98,8 @@ class Station(unittest.TestCase):
                 ("95EF", "9502", "LCM pattern 17 of 20 failed"),
                 ("85F0", "8500", "failed"),
                 ("8500", "8000", "foreign"),
-                ("\x1b[2J!\n", "AB00", r"panel model \x1b[2J!")):
+                ("\x1b[2J!\n", "AB00", r"panel model \x1b[2J!"),
+                ("07011\x1b[2J", "0701", r"machine ID 1\x1b[2J")):
             self.assertIn(wanted, meaning_of(payload, code))
 
     def test_bad_lines(self):
@@ -118,6 +123,13 @@ class Station(unittest.TestCase):
                 self.assertEqual(payload, wire.decode(answer.bytes).payload)
                 self.assertEqual(tries, answer.tries)
                 self.assertTrue(answer.bytes or answer.ms >= patience)
+
+    def test_port_is_its_own(self):
+        link = self.folder / "link"
+        with once() as peer, Line(peer.path, "ICT"):
+            link.symlink_to(peer.path)
+            with self.assertRaisesRegex(Failure, "link: busy"):
+                Line(str(link), "ICT")
 
     def test_late_answer_is_not_taken_for_the_next(self):
         """A request repeated because its answer was late brings two answers; the second must not
@@ -157,6 +169,11 @@ class Station(unittest.TestCase):
                 ("unknown value", own + '"reply": "${colour}"}', "what ${colour} is"),
                 ("forced change to nowhere", covered + '{"code": "KLV-", "argument": "${to}"}',
                  'to ict, t1, bi, t2 or hmi, not to "BU"'),
+                ("clock off by what", covered + '{"code": "8D", "argument": "x", "silence": true}',
+                 'not by "x"'),
+                ("no pattern", own + '"text": "(("}', "not a regular expression: (("),
+                ("pattern of two meanings", own + '"text": "[[:digit:]]"}', "not a regular"),
+                ("a tab in a text", own + '"name": "a\tb"}', ""),
                 ("broken JSON", covered + "\n\n{", "p.json:4:")):
             file = self.folder / "p.json"
             file.write_text('{"level": "BI",\n"steps": [' + steps + "]}")
