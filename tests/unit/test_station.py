@@ -8,38 +8,45 @@ import os
 import pathlib
 import subprocess
 import tempfile
+import threading
 import time
 import unittest
 
-from common.failure import Failure
+from common.failure import Failure, Interrupted
 from peer import Peer
 from station import wire
-from station.line import Line, Request
-from station.plan import add_to, expand, load_plan, step_of
+from station.line import Answer, Line, Request
+from station.plan import Plan, actions_of, add_to, expand, load_plan, step_of
 from station.report import Report, begin_report, write_report
-from station.requests import meaning_of, refusal, request_of
+from station.requests import meaning_of, request_of
 from station.runner import Runner
-from station.stand import Stand
+from station.stand import Stand, TerminalStand
+from station.verdict import judge
 
 GOOD = ":00800080\r\n"
-HERE = pathlib.Path(__file__).parent
 
 
-class SilentStand(Stand):
-    again, settled = 0, False
+class Script(Stand):
+    """A line with these answers, one a request, and its stand, where nobody is."""
+    failure, tick, again = "", None, 0
+
+    def __init__(self, *answers):
+        super().__init__()
+        self.answers, self.requests, self.actions = list(answers), [], []
+
+    def exchange(self, request):
+        self.requests.append((request.bytes, request.tries))
+        if request.during:
+            request.during()
+        return Answer(self.answers.pop(0), 100, 1)
 
     def act(self, action):
-        self.settled = self.settled or action.startswith("settle ")
+        self.actions.append(action)
         return "nobody there" if action.startswith("ask") else ""
 
     def wants_again(self, fault):
         self.again -= 1
         return self.again >= 0
-
-
-def once(*pieces):
-    """A peer that answers its first request so, and no other."""
-    return Peer(lambda number, _: pieces if number == 0 else ())
 
 
 class Station(unittest.TestCase):
@@ -50,6 +57,9 @@ class Station(unittest.TestCase):
         said = contextlib.redirect_stdout(io.StringIO())
         said.__enter__()
         self.addCleanup(said.__exit__, None, None, None)
+
+    def check(self, wanted, found, name):
+        self.assertTrue(wanted in found if wanted else not found, f"{name}: {found}")
 
     def test_requests(self):
         """Check digits worked out by hand: 00+81+02 = 83 -> 7D; 05+8A+00 = 8F -> 71;
@@ -72,35 +82,13 @@ class Station(unittest.TestCase):
         add_to(values, {"station": 5, "semiId": "0S"})  # as production.json gives them
         self.assertEqual("5 0S", expand("${station} ${semiId}", values))
 
-    def test_refusals(self):
-        """What a panel does not answer must be told from what it does."""
-        for request, level, why in (
-                (":0081027D\r\n", "T1", ""),
-                (":0081027E\r\n", "T1", "check digits should be 7D"),
-                (":0081027D", "T1", "no line end"),
-                (":0081027D\r\n", "BI", "not at level BI"),
-                (":05850076\r\n", "BI", "for station 5, here is 0"),
-                (":058A0071\r\n", "T1", ""),
-                (":008D30151421110525BE\r\n", "T1", ""),
-                (":000602AB55\r\n", "ICT", ""),
-                (":000602AB54\r\n", "ICT", "check digits should be 55"),
-                (":9510FF8000", "T2", ""),
-                ("KLV-100-02\r\n", "BI", ""),
-                (":zz81022D\r\n", "T1", "check digits should be 7D"),
-                ("GET_TOOL_VER\r\n", "ICT", "no panel knows"),
-                ("\xff:", "ICT", "no panel knows")):
-            found = refusal(request, level)
-            self.assertTrue(found.startswith(why) if why else not found, f"{request!r}: {found}")
-
     def test_meanings(self):
         for payload, code, wanted in (
-                ("9FF1", "9011", "no touched position 1"),
-                ("95EF", "9502", "LCM pattern 17 of 20 failed"),
-                ("85F0", "8500", "failed"),
-                ("8500", "8000", "foreign"),
+                ("9FF1", "9011", "no touched position 1"), ("85F0", "8500", "failed"),
+                ("95EF", "9502", "LCM pattern 17 of 20 failed"), ("8500", "8000", "foreign"),
                 ("\x1b[2J!\n", "AB00", r"panel model \x1b[2J!"),
                 ("07011\x1b[2J", "0701", r"machine ID 1\x1b[2J")):
-            self.assertIn(wanted, meaning_of(payload, code))
+            self.check(wanted, meaning_of(payload, code), payload)
 
     def test_bad_lines(self):
         now = ((0, GOOD),)
@@ -116,152 +104,159 @@ class Station(unittest.TestCase):
                 ("no line end", ((0, "GOTO_FAIL"),), (), False, "GOTO_FAIL", 1),
                 ("frame without line feed", ((0, ":000328D5\r"),), (), True, "0328", 1)):
             patience = 20000 if tries == 1 else 1000  # short only where nothing comes
-            request = Request(wire.short_request(0, "8000"), patience, 2, framed)
-            with self.subTest(name), Peer(lambda number, _: (first, second)[number]) as peer, \
+            with Peer(lambda number, _: (first, second)[number]) as peer, \
                     Line(peer.path, "ICT") as line:
-                answer = line.exchange(request)
-                self.assertEqual(payload, wire.decode(answer.bytes).payload)
-                self.assertEqual(tries, answer.tries)
-                self.assertTrue(answer.bytes or answer.ms >= patience)
+                answer = line.exchange(Request(GOOD, patience, 2, framed))
+            self.assertEqual((payload, tries),
+                             (wire.decode(answer.bytes).payload, answer.tries), name)
+            self.assertTrue(patience > answer.ms if answer.bytes else answer.ms >= patience, name)
 
     def test_port_is_its_own(self):
         link = self.folder / "link"
-        with once() as peer, Line(peer.path, "ICT"):
+        with Peer(()) as peer, Line(peer.path, "ICT"):
             link.symlink_to(peer.path)
             with self.assertRaisesRegex(Failure, "link: busy"):
                 Line(str(link), "ICT")
 
     def test_late_answer_is_not_taken_for_the_next(self):
-        """A request repeated because its answer was late brings two answers; the second must not
-        stand for the next request."""
-        answers = ((), ((0, ":0081027D\r\n"), (.05, ":0081027D\r\n")), ((.01, ":00850E6D\r\n"),))
+        """A request repeated because its answer was late brings two answers."""
+        answers = ((), ((0, ":0081027D\r\n"), (.05, ":0081027D\r\n")), ((.2, ":00850E6D\r\n"),))
         with Peer(lambda number, _: answers[number]) as peer, Line(peer.path, "ICT") as line:
             self.assertEqual(2, line.exchange(Request(":0081027D\r\n", 1000, 2)).tries)
-            answer = line.exchange(Request(":0085007B\r\n", 20000, 1))
-        self.assertEqual("850E", wire.decode(answer.bytes).payload)
+            self.assertIn("850E", line.exchange(Request(":0085007B\r\n", 20000)).bytes)
 
     def test_plan_problems(self):
         covered = '{"item": [2, 3, 4, 5, 6], "code": "8500"}, '
-        own = covered + '{"item": 1, "code": "9504", '
-        for name, steps, problem in (
-                ("sound", own + '"after": ["look red"]}', ""),
-                ("unknown code", covered + '\n{"item": 1, "name": "?", "code": "9999"}',
+        own, text = covered + '{"item": 1, "code": "9504", ', covered + '{"item": 1, "text": '
+        for steps, problem in (
+                (own + '"after": ["look red"]}', ""),
+                (covered + '\n{"item": 1, "name": "?", "code": "9999"}',
                  'p.json, step 2 "?": no panel knows the code'),
-                ("not at this level", covered + '\n{"item": 1, "name": "RTC", "code": "8C00"}',
+                (covered + '\n{"item": 1, "name": "RTC", "code": "8C00"}',
                  'p.json, step 2 "RTC": the code 8C00 is not allowed at level BI'),
-                ("silence may be asked anywhere",
-                 covered + '{"item": 1, "code": "8C00", "silence": true}', ""),
-                ("item left out", covered + '{"code": "9504"}',
-                 'no step covers item "1. LCD Color Test"'),
-                ("no such item", covered + '{"item": [1, 7], "code": "9504"}', "has no item 7"),
-                ("mistyped key", own + '"timout": 5}', 'unknown key "timout"'),
-                ("unknown action", own + '"before": ["kick it"]}', 'unknown action "kick it"'),
-                ("impossible action", own + '"before": ["look pink"]}',
-                 'unknown action "look pink"'),
-                ("text for a number", own + '"timeout": "10000"}',
-                 '"timeout" must be a whole number'),
-                ("negative number", own + '"repeats": -5}', '"repeats" must be'),
-                ("battery the wrong way round",
-                 covered + '{"item": [1, 3], "code": "8800", "battery": [3600, 2950]}',
+                (covered + '{"item": 1, "code": "8C00", "silence": true}', ""),
+                (covered + '{"code": "9504"}', 'no step covers item "1. LCD Color Test"'),
+                (covered + '{"item": [1, 7], "code": "9504"}', "has no item 7"),
+                (own + '"timout": 5}', 'unknown key "timout"'),
+                (own + '"before": ["kick it"]}', 'unknown action "kick it"'),
+                (own + '"before": ["look pink"]}', 'unknown action "look pink"'),
+                (own + '"timeout": "10000"}', '"timeout" must be a whole number'),
+                (own + '"repeats": -5}', '"repeats" must be'),
+                (covered + '{"item": [1, 3], "code": "8800", "battery": [3600, 2950]}',
                  "the smaller first"),
-                ("raw bytes need no code",
-                 covered + r'{"item": 1, "raw": "x\r\n", "bytes": ""}', ""),
-                ("unknown value", own + '"reply": "${colour}"}', "what ${colour} is"),
-                ("forced change to nowhere", covered + '{"code": "KLV-", "argument": "${to}"}',
+                (covered + r'{"item": 1, "raw": "x\r\n", "bytes": "", "name": "a	tab"}', ""),
+                (own + '"reply": "${colour}"}', "what ${colour} is"),
+                (covered + '{"code": "KLV-", "argument": "bi"}', "what ${model} is"),
+                (covered + '{"code": "KLV-", "argument": "${to}"}',
                  'to ict, t1, bi, t2 or hmi, not to "BU"'),
-                ("clock off by what", covered + '{"code": "8D", "argument": "x", "silence": true}',
-                 'not by "x"'),
-                ("no pattern", own + '"text": "(("}', "not a regular expression: (("),
-                ("pattern of two meanings", own + '"text": "[[:digit:]]"}', "not a regular"),
-                ("a tab in a text", own + '"name": "a\tb"}', ""),
-                ("broken JSON", covered + "\n\n{", "p.json:4:")):
+                (covered + '{"code": "8D", "argument": "x", "silence": true}', 'not by "x"'),
+                (text + '"(("}', "not a regular expression: (("),
+                (text + '"[[:digit:]]"}', "not a regular"),  # others see a class in it
+                (covered + "\n\n{", "p.json:4:")):
             file = self.folder / "p.json"
             file.write_text('{"level": "BI",\n"steps": [' + steps + "]}")
-            found = "\n".join(load_plan(file, {"to": "BU"}).problems)
-            self.assertTrue(problem in found if problem else not found, f"{name}: {found}")
+            self.check(problem, "\n".join(load_plan(file, {"to": "BU"}).problems), steps)
 
     def test_verdicts(self):
-        passed, battery = ":05850076\r\n", [2950, 3600]
-        for name, answer, key, wanted, fault in (
-                ("as expected", passed, "reply", "8500", ""),
-                ("another code", ":0585F086\r\n", "reply", "8500", "DDR memory: failed (85F0)"),
-                ("a pass that is none", passed, "reply", "85F0",
+        passed, battery = ":05850076\r\n", {"code": "8800", "battery": [2950, 3600]}
+        for row, answer, fault in (
+                ({}, passed, ""),
+                ({}, ":0585F086\r\n", "DDR memory: failed (85F0)"),
+                ({"reply": "85F0"}, passed,
                  "DDR memory: passed (8500), expected DDR memory: failed (85F0)"),
-                ("half", ":058500", "reply", "8500", "damaged answer: :058500"),
-                ("lower-case check digits", ":05810E6c\r\n", "reply", "810E", "damaged"),
-                ("another station", ":06850075\r\n", "reply", "8500", "as station 6 instead of 5"),
-                ("noise before", "x" + passed, "reply", "8500", "bytes before"),
-                ("nothing", "", "reply", "8500", "no answer (asked 1 times"),
-                ("text with a value", "KLV-100.x\n", "text", r"${model}\n", ""),
-                ("text with a zero byte", "KLV-100.x\0\n", "text", "${model}",
-                 "expected KLV-100.x"),
-                ("a value is no pattern", "KLV-100-x\n", "text", r"${model}\r\n",
-                 "KLV-100-x, expected KLV-100.x"),
-                ("no pattern for people", "(1)\n", "text", r"\d+", "expected another form"),
-                ("battery enough", ":05029564\r", "battery", battery, ""),
-                ("battery low", ":05029465\r", "battery", battery,
-                 "2.94 V, expected 2.95 V to 3.60 V"),
-                ("recorded bytes", "a\xff\n", "bytes", "a\xff\n", ""),
-                ("other bytes", "a\xff\n", "bytes", "a\n", r"expected a\n"),
-                ("due silence", "", "silence", True, ""),
-                ("broken silence", passed, "silence", True, "no answer is due")):
-            patience = 20000 if answer and "damaged" not in fault else 2000
-            step = step_of({"code": "8800" if key == "battery" else "8500", "repeats": 0,
-                            "timeout": patience, key: wanted})
-            with once((0, answer)) as peer, Line(peer.path, "BI") as line:
-                runner = Runner(line, SilentStand(), {"model": "KLV-100.x"}, 5, strict=True)
-                faults = " ".join(runner.run_step(step, "BI")["faults"])
-            self.assertTrue(fault in faults if fault else not faults, f"{name}: {faults}")
-            self.assertEqual(1, peer.requests)
+                ({}, ":058500", "damaged answer: :058500"),
+                ({"reply": "810E"}, ":05810E6c\r\n", "damaged"),
+                ({}, ":06850075\r\n", "as station 6 instead of 5"),
+                ({"raw": ":0585007B\r\n"}, ":06850075\r\n", ""),
+                ({}, "x" + passed, "bytes before"),
+                ({"timeout": 1500}, "", "no answer (asked 1 times, for 1.5 s each)"),
+                ({"text": r"${model}\n"}, "KLV-100.x\n", ""),
+                ({"text": "${model}"}, "KLV-100.x\0\n", "expected KLV-100.x"),
+                ({"text": r"${model}\r\n"}, "KLV-100-x\n", "KLV-100-x, expected KLV-100.x"),
+                ({"text": r"\d+"}, "(1)\n", "expected another form"),
+                ({"text": r"\d+", "expected": "1 ${model}"}, "x", "expected 1 KLV-100.x"),
+                (battery, ":05029564\r", ""),
+                (battery, ":05029465\r", "2.94 V, expected 2.95 V to 3.60 V"),
+                (battery, ":05036197\r", "3.61 V, expected 2.95 V to 3.60 V"),
+                ({"bytes": "a\xff\n"}, "a\xff\n", ""),
+                ({"bytes": "a\n"}, "a\xff\n", r"expected a\n"),
+                ({"silence": True}, "", ""),
+                ({"silence": True}, passed, "no answer is due")):
+            verdict = judge(step_of({"code": "8500"} | row), Answer(answer, 1, 1),
+                            {"model": "KLV-100.x"}, "BI", 5, True)
+            self.check(fault, " ".join(verdict.faults), (row, answer))
+        again = judge(step_of({"code": "8500"}), Answer(":0085007B\r\n", 1, 2), {}, "T1", 5, True)
+        self.assertEqual(["answered only at request 2"], again.faults)
 
-    def test_steps(self):
-        """One failed operator step must turn every verdict of the report, whatever the link
-        says."""
-        report, stand = Report("../port/1"), SilentStand()
+    def test_values(self):
+        for code, level, answer, wanted in (
+                ("8801", "BI", ":05029465\r", [2940, None]),
+                ("9012", "T1", "( 751,  49)\n", [751, None, 49, None]),
+                ("9022", "T1", "(751, 49)\n", [1, 10, -1, 10]),
+                ("9025", "T2", "(389, 251)\n", [-11, 11, 11, 11])):
+            values = judge(step_of({"code": code}), Answer(answer), {}, level, 5, False).measured
+            self.assertEqual(wanted, [value.get(key) for value in values
+                                      for key in ("value", "max")])
+
+    def run_steps(self, script, *rows):
+        steps = [step_of({"name": "<a\ud800>"} | row, ["1. A"]) for row in rows]
+        report = Report("../port/1", {"semiId": "S" * 90})
         report.begin("T1")
-        with Peer(lambda _, request: ((0, request),)) as peer, Line(peer.path, "ICT") as line:
-            runner = Runner(line, stand, {})
-            step = step_of({"name": "<DDR>", "code": "8500", "item": 1}, ["7. DDR Test"])
-            report.levels[0]["steps"] = [runner.run_step(step, "T1")]
-            self.assertTrue(report.passed)
-            step["after"] = ["ask Is it warm?\x1b"]
-            report.levels[0]["steps"] = [runner.run_step(step, "T1")]
-            self.assertFalse(report.passed)
-            stand.again = 1  # and what failed before stays known
-            tried = runner.run_step(step_of({"code": "8500", "reply": "85F0"}), "T1")
-            self.assertFalse(tried["passed"])
-            self.assertEqual(tried["faults"], tried["earlier"])
-            self.assertFalse(stand.settled)
-            runner.run_step(step_of({"code": "0300"}), "T2")  # after which the panel goes on
-            self.assertTrue(stand.settled)
-        self.check_reports(report)
+        Runner(script, script, {}, 5).run(Plan("p", level="T1", steps=steps), report)
+        return report
 
-    def check_reports(self, report):
+    def test_run_and_its_report(self):
+        script = Script(":058A0071\r\n", *["ToolVer=7\n"] * 2, ":0085F08B\r\n", "", "")
+        script.again = 1
+        report = self.run_steps(
+            script, {"item": 1, "code": "8A00", "addressed": True, "wait": 40, "repeats": 1},
+            {"item": 1, "code": "FF01", "text": ".*\n", "during": ["ask me"]},
+            {"code": "8500"}, {"item": 1, "code": "8500", "after": ["look red"]})
+        # At the end nothing came: whether anybody is there.
+        self.assertEqual([(":058A0071\r\n", 2), *[(":00FF0100\r\n", 3)] * 2,
+                          *[(":0085007B\r\n", 3)] * 2, (GOOD, 2)], script.requests)
+        self.assertEqual(["ask me"] * 2, script.actions)
+        level = report.levels[0]
+        self.assertEqual(80, level["medianOverheadMs"])
+        self.assertEqual([[], ["ask me: nobody there"], ["DDR memory: failed (85F0)"]],
+                         [step["faults"] for step in level["steps"][:3]])
+        self.assertEqual(level["steps"][1]["faults"], level["steps"][1]["earlier"])
+        self.assertRegex(level["faults"][0], "has stopped answering")
         base = self.folder / "a"
         begun = begin_report(report, base)
-        self.assertEqual(base / "port-1", begun.parent)
+        self.assertEqual("S" * 80, begun.parent.name)
         self.assertNotEqual(begun, begin_report(report, base))
-        report.given["machineId"] = "../ID 1"  # known only now
+        report.given["machineId"], report.ended = "../ID 1", report.begun  # known only now
         place = write_report(report, base, begun)
         self.assertEqual(base / "ID-1", place.parent)
-        for name, text in (("report.html", '"passed":false'), ("report.html", r"\u003cDDR>"),
+        for name, text in (("report.html", '"passed":false'), ("report.html", r"\u003ca?>"),
                            ("report.html", "nobody there"), ("report.json", '"passed": false'),
-                           ("junit.xml", 'failures="1"')):
+                           ("report.json", '"toolVersion": "7"'), ("junit.xml", 'failures="4"')):
             self.assertIn(text, (place / name).read_text(), name)
-        self.assertEqual("<DDR>", json.loads((place / "report.json").read_text())
-                         ["levels"][0]["steps"][0]["name"])
-        subprocess.run(["xmllint", "--noout", "--schema", HERE.parent / "junit.xsd",
-                        place / "junit.xml"], check=True, stderr=subprocess.DEVNULL)
-        file = self.folder / "file"
-        file.touch()
+        schema = pathlib.Path(__file__).parent.parent / "junit.xsd"
+        subprocess.run(["xmllint", "--noout", "--schema", schema, place / "junit.xml"], check=True,
+                       stderr=subprocess.DEVNULL)
+        file = place / "report.json"
         with self.assertRaisesRegex(Failure, "--report"):
             begin_report(report, file / "a")
-        last = write_report(report, file, file / "a" / "b")
-        for one in last.iterdir():
+        for one in (last := write_report(report, file, file / "a" / "b")).iterdir():
             one.unlink()
         last.rmdir()
 
-    def test_what_breaks_off_has_not_passed(self):
+    def test_settles_after_release(self):
+        """While the panel goes on working; what breaks off then has not passed."""
+        script = Script(":000300FD\r\n")
+        with self.assertRaises(IndexError):
+            self.run_steps(script, {"code": "0300"}, {"code": "8500"})
+        self.assertEqual(["settle 15"], script.actions)
+        stop = threading.Event()
+        stand = TerminalStand("p", actions_of(), True, stop)
+        self.assertEqual("", stand.act("ask Is it warm?"))
+        self.check("virtual panel only", stand.act("fault set a"), "fault")
+        stop.set()
+        self.assertRaises(Interrupted, stand.act, "settle 15")
+
+    def test_interrupted(self):
         plan = self.folder / "p.json"
         plan.write_text('{"level": "T1", "partial": true, "steps": [{"code": "8000"}, '
                         '{"code": "8500", "timeout": 60000}]}')
@@ -274,8 +269,7 @@ class Station(unittest.TestCase):
             bench.terminate()
             self.assertEqual(1, bench.wait(60))
         record = json.loads(next(self.folder.glob("out/*/*/report.json")).read_text())
-        self.assertEqual(["T1: interrupted"], record["faults"])
-        self.assertEqual("failed", record["verdict"])
+        self.assertEqual((["T1: interrupted"], "failed"), (record["faults"], record["verdict"]))
 
 
 if __name__ == "__main__":
