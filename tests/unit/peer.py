@@ -7,43 +7,35 @@ import time
 import tty
 
 
-class Peer:
+class Peer(threading.Thread):
     """`answer` is called in the peer's thread with the number of the request (from 0) and its text;
-    it gives pieces, pairs of a delay in seconds (None: the adapter is pulled out) and a text."""
+    it gives pieces, pairs of a delay in seconds and a text."""
 
     def __init__(self, answer):
-        self._answer, self._over = answer, threading.Event()
-        self._master, self._slave = os.openpty()
-        tty.setraw(self._slave)
-        self.path, self.requests = os.ttyname(self._slave), 0
-        self._thread = threading.Thread(target=self._serve)
-        self._thread.start()
+        super().__init__()
+        self._answer, self._over, self.requests = answer, threading.Event(), 0
+        self._far, self.slave = os.openpty()
+        tty.setraw(self.slave)
+        self.path = os.ttyname(self.slave)
 
     def __enter__(self):
+        self.start()
         return self
 
     def __exit__(self, *_):
         self._over.set()
-        self._thread.join()
-        for file in (self._master, self._slave):
-            if file is not None:
-                os.close(file)
+        self.join()
+        os.close(self._far)
+        os.close(self.slave)
 
-    def _serve(self):
+    def run(self):
         received = ""  # of a request that is not complete
-        while not self._over.is_set() and self._master is not None:
-            if select.select([self._master], [], [], 0.02)[0]:
-                received += os.read(self._master, 256).decode("latin-1")
-            while "\n" in received and self._master is not None:
-                request, _, received = received.partition("\n")
+        while not self._over.is_set():
+            if select.select([self._far], [], [], 0.02)[0]:
+                received += os.read(self._far, 256).decode("latin-1")
+            *requests, received = received.split("\n")
+            for request in requests:
                 self.requests += 1
                 for delay, text in self._answer(self.requests - 1, request + "\n"):
-                    self._send(delay, text)
-
-    def _send(self, delay, text):
-        if delay is None:
-            os.close(self._master)
-            self._master = None
-        else:
-            time.sleep(delay)
-            os.write(self._master, text.encode("latin-1"))
+                    time.sleep(delay)
+                    os.write(self._far, text.encode("latin-1"))

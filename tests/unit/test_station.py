@@ -8,6 +8,7 @@ import os
 import pathlib
 import subprocess
 import tempfile
+import termios
 import threading
 import time
 import unittest
@@ -18,7 +19,7 @@ from station import wire
 from station.line import Answer, Line, Request
 from station.plan import Plan, actions_of, add_to, expand, load_plan, step_of
 from station.report import Report, begin_report, write_report
-from station.requests import meaning_of, request_of
+from station.requests import advice_of, meaning_of, request_of
 from station.runner import Runner
 from station.stand import Stand, TerminalStand
 from station.verdict import judge
@@ -67,17 +68,21 @@ class Station(unittest.TestCase):
         with a "?" in their stead, which takes the place of what is no byte, to 167 -> 99. The hex
         digits in "00GET_TOOL_VER" are 00 and EE -> 12."""
         friday = datetime.datetime(2025, 11, 21, 14, 15, 30)
+        sunday = friday + datetime.timedelta(2)
         for wanted, request in (
                 (":0081027D\r\n", wire.short_request(0, "8102")),
                 (":058A0071\r\n", wire.short_request(5, "8A00")),
                 (":6402009A\r\n", wire.short_request(100, "0200")),
                 (":008D30151421110525BE\r\n", wire.clock_request("8D", friday)),
+                (":008D30151423110025C1\r\n", wire.clock_request("8D", sunday)),
                 (":000602AB55\r\n", wire.identity_request("0602", "AB")),
                 (":000602?99\r\n", request_of("0602", "\u20ac")),
                 (":00GET_TOOL_VER12\r\n", request_of("GET_TOOL_VER")),
-                ("KLV-100-02\r\n", request_of("KLV-", "bi", 0, "KLV-100")),
+                ("KLV-100-03\r\n", request_of("KLV-", "t2", 0, "KLV-100")),
                 ("KLV-100-00\r\n", request_of("KLV-", "HMI", 0, "KLV-100"))):
             self.assertEqual(wanted, request)
+        later = request_of("8D", str(2 * 365 * 86400))
+        self.assertGreater(later[17:19], f"{datetime.datetime.now():%y}")
         values = {}
         add_to(values, {"station": 5, "semiId": "0S"})  # as production.json gives them
         self.assertEqual("5 0S", expand("${station} ${semiId}", values))
@@ -89,6 +94,7 @@ class Station(unittest.TestCase):
                 ("\x1b[2J!\n", "AB00", r"panel model \x1b[2J!"),
                 ("07011\x1b[2J", "0701", r"machine ID 1\x1b[2J")):
             self.check(wanted, meaning_of(payload, code), payload)
+        self.check("passes 8102 only", advice_of("81F2", "8102"), "advice")
 
     def test_bad_lines(self):
         now = ((0, GOOD),)
@@ -111,12 +117,16 @@ class Station(unittest.TestCase):
                              (wire.decode(answer.bytes).payload, answer.tries), name)
             self.assertTrue(patience > answer.ms if answer.bytes else answer.ms >= patience, name)
 
-    def test_port_is_its_own(self):
+    def test_ports(self):
         link = self.folder / "link"
-        with Peer(()) as peer, Line(peer.path, "ICT"):
+        with Peer(lambda *_: ()) as peer:
             link.symlink_to(peer.path)
-            with self.assertRaisesRegex(Failure, "link: busy"):
-                Line(str(link), "ICT")
+            for level, handshake in (("BI", 0), ("ICT", termios.CRTSCTS)):
+                with Line(peer.path, level) as line:
+                    self.assertRaisesRegex(Failure, "link: busy", Line, str(link), level)
+                    self.assertEqual(handshake, termios.tcgetattr(peer.slave)[2] & termios.CRTSCTS)
+                    silence = line.exchange(Request(GOOD, 100, 3, silence=True))
+                    self.assertEqual(("", 1), (silence.bytes, silence.tries))
 
     def test_late_answer_is_not_taken_for_the_next(self):
         """A request repeated because its answer was late brings two answers."""
@@ -129,7 +139,7 @@ class Station(unittest.TestCase):
         covered = '{"item": [2, 3, 4, 5, 6], "code": "8500"}, '
         own, text = covered + '{"item": 1, "code": "9504", ', covered + '{"item": 1, "text": '
         for steps, problem in (
-                (own + '"after": ["look red"]}', ""),
+                (own + '"after": ["look red"], "battery": [1, 1]}', ""),
                 (covered + '\n{"item": 1, "name": "?", "code": "9999"}',
                  'p.json, step 2 "?": no panel knows the code'),
                 (covered + '\n{"item": 1, "name": "RTC", "code": "8C00"}',
@@ -185,6 +195,7 @@ class Station(unittest.TestCase):
             verdict = judge(step_of({"code": "8500"} | row), Answer(answer, 1, 1),
                             {"model": "KLV-100.x"}, "BI", 5, True)
             self.check(fault, " ".join(verdict.faults), (row, answer))
+        self.assertEqual(9, step_of({"silence": True, "timeout": 9})["wait"])
         again = judge(step_of({"code": "8500"}), Answer(":0085007B\r\n", 1, 2), {}, "T1", 5, True)
         self.assertEqual(["answered only at request 2"], again.faults)
 
@@ -200,23 +211,26 @@ class Station(unittest.TestCase):
 
     def run_steps(self, script, *rows):
         steps = [step_of({"name": "<a\ud800>"} | row, ["1. A"]) for row in rows]
-        report = Report("../port/1", {"semiId": "S" * 90})
+        begun = datetime.datetime(2025, 1, 1, tzinfo=datetime.timezone.utc)
+        report = self.report = Report("../port/1", {"semiId": "S" * 90, "model": "M"}, begun=begun)
         report.begin("T1")
         Runner(script, script, {}, 5).run(Plan("p", level="T1", steps=steps), report)
+        report.take({"look": b"PNG"})
         return report
 
     def test_run_and_its_report(self):
-        script = Script(":058A0071\r\n", *["ToolVer=7\n"] * 2, ":0085F08B\r\n", "", "")
+        script = Script(":05850076\r\n", *["ToolVer=7\n"] * 2, ":0085F08B\r\n", "", "")
         script.again = 1
         report = self.run_steps(
-            script, {"item": 1, "code": "8A00", "addressed": True, "wait": 40, "repeats": 1},
+            script, {"item": 1, "code": "8500", "addressed": True, "wait": 40, "repeats": 1},
             {"item": 1, "code": "FF01", "text": ".*\n", "during": ["ask me"]},
             {"code": "8500"}, {"item": 1, "code": "8500", "after": ["look red"]})
         # At the end nothing came: whether anybody is there.
-        self.assertEqual([(":058A0071\r\n", 2), *[(":00FF0100\r\n", 3)] * 2,
+        self.assertEqual([(":05850076\r\n", 2), *[(":00FF0100\r\n", 3)] * 2,
                           *[(":0085007B\r\n", 3)] * 2, (GOOD, 2)], script.requests)
         self.assertEqual(["ask me"] * 2, script.actions)
         level = report.levels[0]
+        self.assertEqual("", level["steps"][0]["advice"])
         self.assertEqual(80, level["medianOverheadMs"])
         self.assertEqual([[], ["ask me: nobody there"], ["DDR memory: failed (85F0)"]],
                          [step["faults"] for step in level["steps"][:3]])
@@ -231,7 +245,9 @@ class Station(unittest.TestCase):
         self.assertEqual(base / "ID-1", place.parent)
         for name, text in (("report.html", '"passed":false'), ("report.html", r"\u003ca?>"),
                            ("report.html", "nobody there"), ("report.json", '"passed": false'),
-                           ("report.json", '"toolVersion": "7"'), ("junit.xml", 'failures="4"')):
+                           ("report.json", '"toolVersion": "7"'), ("t1-look.png", "PNG"),
+                           ("report.json", '"begun": "2025-01-01T00:00:00Z"'),
+                           ("junit.xml", 'failures="4"')):
             self.assertIn(text, (place / name).read_text(), name)
         schema = pathlib.Path(__file__).parent.parent / "junit.xsd"
         subprocess.run(["xmllint", "--noout", "--schema", schema, place / "junit.xml"], check=True,
@@ -243,12 +259,20 @@ class Station(unittest.TestCase):
             one.unlink()
         last.rmdir()
 
+    def test_unit(self):
+        report = Report(given={"model": "M"}, levels=[{"steps": [
+            {"code": "AB00", "reply": r"N\n"}, {"code": "0702", "reply": r":000702AB54\r\n"}]}])
+        self.assertEqual({"model": "N", "semiId": "AB"}, report.unit())
+        report.given["semiId"] = "given"
+        self.assertEqual({"model": "N", "semiId": "given"}, report.unit())
+
     def test_settles_after_release(self):
         """While the panel goes on working; what breaks off then has not passed."""
         script = Script(":000300FD\r\n")
         with self.assertRaises(IndexError):
             self.run_steps(script, {"code": "0300"}, {"code": "8500"})
         self.assertEqual(["settle 15"], script.actions)
+        self.assertFalse(self.report.passed)
         stop = threading.Event()
         stand = TerminalStand("p", actions_of(), True, stop)
         self.assertEqual("", stand.act("ask Is it warm?"))
