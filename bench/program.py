@@ -38,6 +38,7 @@ def main(name, args):
         print(f"bench {name}: {failure}", file=sys.stderr)
         return 1 if interrupt.interrupted() else 2
     except KeyboardInterrupt:
+        print(f"bench {name}: interrupted", file=sys.stderr)
         return 1
 
 
