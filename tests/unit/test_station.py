@@ -19,7 +19,7 @@ from station import wire
 from station.line import Answer, Line, Request
 from station.plan import Plan, actions_of, add_to, expand, load_plan, step_of
 from station.report import Report, begin_report, write_report
-from station.requests import advice_of, meaning_of, request_of
+from station.requests import advice_of, meaning_of, refusal, request_of
 from station.runner import Runner
 from station.stand import Stand, TerminalStand
 from station.verdict import judge
@@ -86,6 +86,18 @@ class Station(unittest.TestCase):
         values = {}
         add_to(values, {"station": 5, "semiId": "0S"})  # as production.json gives them
         self.assertEqual("5 0S", expand("${station} ${semiId}", values))
+
+    def test_refusals(self):
+        """What a panel does not answer must be told from what it does."""
+        for request, level, why in (
+                (":0081027D\r\n", "T1", ""), (":0081027E\r\n", "T1", "should be 7D"),
+                (":0081027D", "T1", "no line end"), (":0081027D\r\n", "BI", "not at level BI"),
+                (":05850076\r\n", "BI", "for station 5, here is 0"), (":058A0071\r\n", "T1", ""),
+                (":008D30151421110525BE\r\n", "T1", ""), (":000602AB55\r\n", "ICT", ""),
+                (":000602AB54\r\n", "ICT", "should be 55"), (":9510FF8000", "T2", ""),
+                ("KLV-100-02\r\n", "BI", ""), ("GET_TOOL_VER\r\n", "ICT", "no panel knows"),
+                (":xx85007B\r\n", "BI", ""), ("\xff:", "ICT", "no panel knows")):
+            self.check(why, refusal(request, level), request)
 
     def test_meanings(self):
         for payload, code, wanted in (
