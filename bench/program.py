@@ -26,10 +26,10 @@ def _open_standard_files():
 def main(name, args):
     """The exit status: a command's own, 2 when the bench cannot work, 1 after Ctrl-C."""
     _open_standard_files()
-    interrupt.catch()
     sys.stdout.reconfigure(errors="backslashreplace")
     sys.stderr.reconfigure(errors="backslashreplace")
     try:
+        interrupt.catch()
         return importlib.import_module(COMMANDS[name]).main(args)
     except BrokenPipeError:  # whoever read has enough
         os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())

@@ -15,10 +15,13 @@ def _end(number, _):
 
 
 def catch():
-    for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+    """From now on; those that came before, which the bench has held back, come now."""
+    numbers = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP)
+    for number in numbers:
         # Who starts a program to outlive the terminal says so.
         if number != signal.SIGHUP or signal.getsignal(number) != signal.SIG_IGN:
             signal.signal(number, _end)
+    signal.pthread_sigmask(signal.SIG_UNBLOCK, numbers)
 
 
 def hold():
