@@ -36,7 +36,7 @@ const Command commands[] = {
     {"drive", "act on a virtual panel as lines on standard input say", runDrive},
     {"soak", "kill panels in production, or ask them without end", runSoak},
     {"pfvp", "run a PFVP mode on two cabled virtual panels", runPfvp, true},
-    {"board", "look at the drivers of the whole ARM machine, or cut its power", runBoard, true},
+    {"board", "look at the drivers of the whole ARM machine, or cut its power", runProgram},
     {"measure", "measure speed and size of the agent", runMeasure},
 };
 

@@ -15,6 +15,5 @@ int runDrive(const QStringList &args); // what they start
 // `bench power`, `touch`, `look`, `screenshot` and `fault`.
 int runRemote(const QStringList &args);
 int runSoak(const QStringList &args);
-int runBoard(const QStringList &args);
 int runBus(const QStringList &args);
 int runPfvp(const QStringList &args); // needs a QGuiApplication

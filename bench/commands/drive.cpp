@@ -10,6 +10,7 @@
 #include "station/codec.h"
 
 #include <QFile>
+#include <QJsonDocument>
 #include <QRegularExpression>
 #include <QSocketNotifier>
 
@@ -20,10 +21,11 @@ namespace {
 constexpr int bootMs = 60000, askAgainMs = 500;
 constexpr char preload[] = "/run/bench/preload.so";
 constexpr char driveHelp[] =
-    "Usage: bench drive [--folder FOLDER] [PROGRAM ARGUMENT...]\n"
+    "Usage: bench drive [--folder FOLDER] [--ict-disk own] [PROGRAM ARGUMENT...]\n"
     "Acts on a virtual panel as lines on standard input say, and answers each by a line. The\n"
     "first line is the folder of the panel's files, a temporary one or below FOLDER. With\n"
-    "PROGRAM, that starts the agent.\n"
+    "PROGRAM, that starts the agent. An ARM machine may have a disk of its own for the agent's\n"
+    "files.\n"
     "A line begins with one of\n  %s\n"
     "`ask` takes the four digits of a request, or the bytes of any between quotes.\n"
     "Example: printf 'on\\nopens\\nask 8000\\nanswer 5000\\n' | bench drive\n";
@@ -52,8 +54,15 @@ public:
     QString obey(const QString &verb, const QString &rest);
 
 private:
+    using Actions = QMap<QString, std::function<void()>>;
+
+    Actions atSwitchAndPlugs(const QString &rest);
+    Actions onLines(const QString &rest);
+    Actions byHand(const QString &rest);
+    Actions onMachine(const QString &rest);
+    Board &board();
+    QString events();
     void powerOn(const QStringList &agentArgs);
-    QString run(const QString &command);
     void saveScreens(const QString &folder);
     void ask(const QString &request);
     bool answers(const QString &code);
@@ -63,6 +72,7 @@ private:
     Fixture fixture_;
     VirtualStand stand_;
     const bool isTraced_;
+    QString wrong_, answer_; // of the action
     Port asked_ = Port::ttyO1;
     QByteArray heard_; // there, since it was asked
     QElapsedTimer quiet_;
@@ -78,60 +88,114 @@ QString outcome(const QString &wrong)
 
 QString DrivenPanel::obey(const QString &verb, const QString &rest)
 {
+    QStringList known;
+    wrong_.clear();
+    answer_.clear();
+    for (const Actions &actions :
+         {atSwitchAndPlugs(rest), onLines(rest), byHand(rest), onMachine(rest)}) {
+        known += actions.keys();
+        if (actions.contains(verb))
+            actions[verb]();
+    }
+    known.sort();
+    if (verb == "help")
+        return known.join(' ');
+    if (!known.contains(verb))
+        throw BenchError("nobody knows how to \"" + verb + '"');
+    if (!wrong_.isEmpty())
+        throw BenchError(wrong_);
+    return answer_;
+}
+
+DrivenPanel::Actions DrivenPanel::atSwitchAndPlugs(const QString &rest)
+{
     const QStringList words = rest.split(' ', Qt::SkipEmptyParts);
-    const QString first = words.value(0);
-    const QPoint spot(first.toInt(), words.value(1).toInt());
+    return {
+        {"on", [=] { powerOn(words); }},
+        {"boot", [=] { answer_ = outcome(stand_.powerOn()); }},
+        {"off", [=] { panel_.powerOff(); }},
+        {"runs", [=] { answer_ = panel_.isOn() ? "yes" : "no"; }},
+        {"new", [=] { panel_.factoryNew(); }},
+        {"pid", [=] { answer_ = QString::number(panel_.agentPid()); }},
+        {"act", [=] { answer_ = outcome(stand_.act(rest)); }},
+        {"screens", [=] { saveScreens(rest); }},
+        {"fault", [=] { fixture_.setFault(rest); }},
+        {"faults", [=] { answer_ = fixture_.faults().join(' '); }},
+        {"mend", [=] { fixture_.clearFault(rest); }},
+        {"plug", [=] { wrong_ = fixture_.act("plug", rest); }},
+        {"unplug", [=] { wrong_ = fixture_.act("unplug", rest); }},
+        {"absent", [=] { panel_.setPresent(rest, false); }},
+        {"present", [=] { panel_.setPresent(rest, true); }},
+        {"set", [=] { panel_.setAttribute(words.value(0), words.value(1).toLatin1()); }},
+    };
+}
+
+DrivenPanel::Actions DrivenPanel::onLines(const QString &rest)
+{
+    const QString first = rest.section(' ', 0, 0), others = rest.section(' ', 1);
     const Port port = first == "/dev/ttyO3" ? Port::ttyO3
         : first == "/dev/ttyO4"             ? Port::ttyO4
                                             : Port::ttyO1;
-    Finger finger(panel_);
-    QString wrong, answer;
-    const auto plug = [&] { wrong = fixture_.act(verb, rest); };
-    const auto present = [&] { panel_.setPresent(rest, verb == "present"); };
-    const auto isOpen = [&] {
+    const auto isOpen = [=] {
         return panel_.port(panel_.link())->isOpenOnPanel() || !panel_.isOn();
     };
-    const QMap<QString, std::function<void()>> actions{
-        {"help", [&] { answer = QStringList(actions.keys()).join(' '); }},
-        {"on", [&] { powerOn(words); }},
-        {"boot", [&] { answer = outcome(stand_.powerOn()); }},
-        {"act", [&] { answer = outcome(stand_.act(rest)); }},
-        {"screens", [&] { saveScreens(rest); }},
-        {"link", [&] { answer = panel_.linkPath(linkPort(first)); }},
-        {"glass", [&] { panel_.touchPanel() = TouchPanel::ofPanel(first.toUInt()); }},
-        {"run", [&] { answer = run(rest); }},
-        {"off", [&] { panel_.powerOff(); }},
-        {"runs", [&] { answer = panel_.isOn() ? "yes" : "no"; }},
-        {"new", [&] { panel_.factoryNew(); }},
-        {"pid", [&] { answer = QString::number(panel_.agentPid()); }},
-        {"ask", [&] { ask(rest); }},
-        {"answer", [&] { answer = '"' + printable(this->answer(first.toInt())) + '"'; }},
-        {"opens", [&] { answer = waitFor(isOpen, bootMs) && panel_.isOn() ? "yes" : "no"; }},
-        {"answers", [&] { answer = answers(first) ? "yes" : "no"; }},
-        {"arrives", [&] { panel_.port(port)->send(unprintable(rest.section(' ', 1).toLatin1())); }},
-        {"fault", [&] { fixture_.setFault(rest); }},
-        {"faults", [&] { answer = fixture_.faults().join(' '); }},
-        {"mend", [&] { fixture_.clearFault(rest); }},
-        {"plug", plug},
-        {"unplug", plug},
-        {"absent", present},
-        {"present", present},
-        {"set", [&] { panel_.setAttribute(first, words.value(1).toLatin1()); }},
-        {"press", [&] { panel_.touchPress(spot); }},
-        {"release", [&] { panel_.touchRelease(); }},
-        {"tap", [&] { panel_.tap(spot); }},
-        {"touch", [&] { wrong = finger.tap(spot); }},
-        {"point", [&] { wrong = finger.tap(spot, false); }},
-        {"calibrate", [&] { wrong = finger.calibrate(); }},
-        {"calibrate3", [&] { wrong = finger.calibrate(false); }},
-        {"check", [&] { wrong = finger.check(); }},
+    return {
+        {"link", [=] { answer_ = panel_.linkPath(linkPort(first)); }},
+        {"opens", [=] { answer_ = waitFor(isOpen, bootMs) && panel_.isOn() ? "yes" : "no"; }},
+        {"ready", [=] { answer_ = panel_.isReady(linkPort(first)) ? "yes" : "no"; }},
+        {"ask", [=] { ask(rest); }},
+        {"answer", [=] { answer_ = '"' + printable(answer(first.toInt())) + '"'; }},
+        {"answers", [=] { answer_ = answers(first) ? "yes" : "no"; }},
+        {"arrives", [=] { panel_.port(port)->send(unprintable(others.toLatin1())); }},
     };
-    if (!actions.contains(verb))
-        throw BenchError("nobody knows how to \"" + verb + '"');
-    actions[verb]();
-    if (!wrong.isEmpty())
-        throw BenchError(wrong);
-    return answer;
+}
+
+DrivenPanel::Actions DrivenPanel::byHand(const QString &rest)
+{
+    const QPoint spot(rest.section(' ', 0, 0).toInt(), rest.section(' ', 1, 1).toInt());
+    return {
+        {"glass", [=] { panel_.touchPanel() = TouchPanel::ofPanel(rest.toUInt()); }},
+        {"press", [=] { panel_.touchPress(spot); }},
+        {"release", [=] { panel_.touchRelease(); }},
+        {"tap", [=] { panel_.tap(spot); }},
+        {"touch", [=] { wrong_ = Finger(panel_).tap(spot); }},
+        {"point", [=] { wrong_ = Finger(panel_).tap(spot, false); }},
+        {"calibrate", [=] { wrong_ = Finger(panel_).calibrate(); }},
+        {"calibrate3", [=] { wrong_ = Finger(panel_).calibrate(false); }},
+        {"check", [=] { wrong_ = Finger(panel_).check(); }},
+    };
+}
+
+// What only the ARM machine can do, but for the events, which every panel's buzzer gets.
+DrivenPanel::Actions DrivenPanel::onMachine(const QString &rest)
+{
+    const auto monitor = [=] {
+        const QByteArray arguments = rest.section(' ', 1).toUtf8();
+        board().monitor(rest.section(' ', 0, 0), QJsonDocument::fromJson(arguments).object());
+    };
+    return {
+        {"run", [=] { answer_ = '"' + printable(board().run(rest)) + '"'; }},
+        {"monitor", monitor},
+        {"cts", [=] { board().holdCts(rest == "on"); }},
+        {"events", [=] { answer_ = '"' + events() + '"'; }},
+    };
+}
+
+Board &DrivenPanel::board()
+{
+    if (!panel_.board())
+        throw BenchError("only the whole ARM machine can do that");
+    return *panel_.board();
+}
+
+// TYPE,CODE,VALUE of each that came to the buzzer since they were asked for last.
+QString DrivenPanel::events()
+{
+    QStringList heard;
+    for (const InputEvent &event : panel_.events().all())
+        heard << QString("%1,%2,%3").arg(event.type).arg(event.code).arg(event.value);
+    panel_.events().clear();
+    return heard.join(' ');
 }
 
 void DrivenPanel::powerOn(const QStringList &agentArgs)
@@ -140,13 +204,6 @@ void DrivenPanel::powerOn(const QStringList &agentArgs)
     if (isTraced_ && !QFile::exists(copy) && !QFile::copy(library, copy))
         throw BenchError("Cannot take " + library + ": build or install the whole bench");
     panel_.powerOn(agentArgs);
-}
-
-QString DrivenPanel::run(const QString &command)
-{
-    if (!panel_.board())
-        throw BenchError("only the whole ARM machine runs a command");
-    return '"' + printable(panel_.board()->run(command)) + '"';
 }
 
 // Those that actions have kept, as NAME.png; they are kept no longer.
@@ -230,18 +287,30 @@ int follow(DrivenPanel &panel)
     return QCoreApplication::exec();
 }
 
+// Options stand before PROGRAM, which has its own.
+PanelOptions optionsOf(QStringList words)
+{
+    PanelOptions options;
+    for (; words.value(0).startsWith("--"); words = words.mid(2)) {
+        if (words[0] == "--folder")
+            options.folder = words.value(1);
+        else if (words[0] == "--ict-disk" && words.value(1) == "own")
+            options.ictDisk = IctDisk::own;
+        else
+            throw BenchError(words[0] + " is no option, or of no such value. See --help");
+    }
+    options.wrapper = words;
+    return options;
+}
+
 } // namespace
 
 int runDrive(const QStringList &args)
 {
     const bool help = args.value(1) == "--help" || args.value(1) == "-h";
-    const bool hasFolder = args.value(1) == "--folder";
-    PanelOptions options;
-    options.folder = hasFolder ? args.value(2) : QString();
-    options.wrapper = help ? QStringList() : args.mid(hasFolder ? 3 : 1);
     quitOnInterrupt();
     try {
-        DrivenPanel panel(options);
+        DrivenPanel panel(optionsOf(help ? QStringList() : args.mid(1)));
         if (help)
             printf(driveHelp, qPrintable(panel.obey("help", {})));
         return help ? 0 : follow(panel);

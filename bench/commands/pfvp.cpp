@@ -1,6 +1,7 @@
 #include "commands/commandline.h"
 #include "commands/commands.h"
 #include "fixture/pfvpstand.h"
+#include "panel/board.h"
 #include "panel/interrupt.h"
 #include "station/console.h"
 
@@ -50,6 +51,12 @@ struct Order {
     const PfvpMode &mode = pfvpMode(table);
 };
 
+// For a cycle, in seconds; that of the ARM machine on a busy host.
+int patience()
+{
+    return boardWanted() ? 900 : 120;
+}
+
 void prepare(PfvpStand &stand, const Order &order)
 {
     for (const QString &fault : order.faults) {
@@ -58,14 +65,22 @@ void prepare(PfvpStand &stand, const Order &order)
     }
     say("Two panels boot, one as slave ...");
     stand.start(order.table);
-    if (!stand.operatorOfPanel.press(order.mode.startText))
+    if (Board *board = stand.panel.board()) {
+        const auto shown = [board](const char *command) {
+            return board->run(command).simplified();
+        };
+        printf("ttyUSB0: %s\nttyGS0: %s\n",
+               shown("readlink /sys/class/tty/ttyUSB0/device/driver").constData(),
+               shown("grep ^g_serial /proc/tty/drivers; ls /dev/ttyGS0").constData());
+    }
+    if (!stand.operatorOfPanel.press(order.mode.startText, 1000 * patience()))
         throw BenchError("the start button does not come up");
 }
 
 // After so many tests; looks in slices, so that Ctrl-C is heard.
 PfvpCounts await(PfvpStand &stand, PfvpTable table, int tests)
 {
-    for (int second = 0; second < 120 && !interrupted(); ++second) {
+    for (int second = 0; second < patience() && !interrupted(); ++second) {
         const PfvpCounts counts = stand.operatorOfPanel.countsAfter(table, tests, 1000);
         if (sumOf(counts) >= tests)
             return counts;

@@ -1,5 +1,6 @@
 """The options and words of a command."""
 import argparse
+import re
 
 from common.failure import Failure
 
@@ -16,7 +17,8 @@ class CommandLine(argparse.ArgumentParser):
         return self.parse_intermixed_args(words)  # options anywhere between the words
 
     def error(self, message):
-        raise Failure(message + ". See --help")
+        # "argument --cuts: takes ..."
+        raise Failure(re.sub("^argument (.*?):", r"\1", message) + ". See --help")
 
 
 def number(least, most):
@@ -28,7 +30,7 @@ def number(least, most):
         except ValueError:
             pass
         raise argparse.ArgumentTypeError(
-            f'it takes numbers from {least} to {most}, not "{text}"')
+            f'takes numbers from {least} to {most}, not "{text}"')
     return read
 
 

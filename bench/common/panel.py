@@ -15,13 +15,18 @@ LEVEL_FILE = "/usr/local/ict/HMI_TEST_LEVEL.txt"
 
 class Panel:
     """A virtual panel on its fixture, off at first, driven through a `bench` of its own. `wrapper`:
-    the program that starts the agent. `folder`: where its files stay; else they go with it."""
+    the program that starts the agent. `folder`: where its files stay; else they go with it.
+    `board`: it is the whole ARM machine. `own_disk`: which has one for the agent's files, so that
+    they are not to be had here."""
 
-    def __init__(self, wrapper=(), folder=""):
-        place = ["--folder", folder] if folder else []
+    def __init__(self, wrapper=(), folder="", board=False, own_disk=False):
+        options = ["--folder", folder] if folder else []
+        options += ["--ict-disk", "own"] if own_disk else []
+        tier = {"BENCH_BOARD": "1"} if board else {}
         self._bench = subprocess.Popen(
-            [os.environ["BENCH"], "drive", *place, *wrapper], text=True, stdin=subprocess.PIPE,
-            stdout=subprocess.PIPE, start_new_session=True)  # Ctrl-C is for its user alone
+            [os.environ["BENCH"], "drive", *options, *wrapper], text=True, stdin=subprocess.PIPE,
+            stdout=subprocess.PIPE, env=os.environ | tier,
+            start_new_session=True)  # Ctrl-C is for its user alone
         self._root = self._answer()
 
     def __enter__(self):
