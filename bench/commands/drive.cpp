@@ -225,7 +225,7 @@ void DrivenPanel::ask(const QString &request)
                          + request);
     const QByteArray text = request.toLatin1();
     const QByteArray bytes =
-        text[0] == '"' ? unprintable(text.mid(1, text.size() - 2)) : shortRequest(0, text);
+        text[0] == '"' ? unprintable(text.mid(1, text.size() - 2)) : shortRequest(text);
     heard_.clear();
     asked_ = panel_.link();
     panel_.port(asked_)->send(bytes);

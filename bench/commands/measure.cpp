@@ -15,7 +15,7 @@
 
 namespace {
 
-const QVector<QByteArray> presence{shortRequest(0, "8000")};
+const QVector<QByteArray> presence{shortRequest("8000")};
 constexpr int answerMs = 1000;
 
 // One line of the table; whether the figure keeps its limit, if it has one. Not a number never

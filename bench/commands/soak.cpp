@@ -123,10 +123,10 @@ QVector<QByteArray> requestsOf(const Mixture &mixture)
 {
     QVector<QByteArray> requests;
     for (int i = 0; i < 100; ++i)
-        requests << shortRequest(0, mixture.often[i % mixture.often.size()]);
+        requests << shortRequest(mixture.often[i % mixture.often.size()]);
     for (const char *code : mixture.seldom)
-        requests << shortRequest(0, code);
-    return requests << ":00800081\r\n" + shortRequest(0, mixture.often[0]);
+        requests << shortRequest(code);
+    return requests << ":00800081\r\n" + shortRequest(mixture.often[0]);
 }
 
 // True if memory and descriptors stay and everything is answered.
@@ -169,7 +169,7 @@ bool measurePanels(const QVector<int> &counts)
          "|---|---|---|---|---|");
     bool answered = true;
     for (int count : counts) {
-        Crowd crowd(count, "T1", {shortRequest(0, "8000")});
+        Crowd crowd(count, "T1", {shortRequest("8000")});
         if (interrupted() || crowd.ask(count * 5, "warm"))
             return false;
         double memory = 0, used = 0;

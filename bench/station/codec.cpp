@@ -5,39 +5,22 @@
 
 #include <numeric>
 
-static QByteArray twoDigits(int value)
+// Two's complement of the sum of the characters, as two upper-case hex digits.
+static QByteArray characterLrc(const QByteArray &text)
 {
-    return QByteArray::number(value & 0xff, 16).rightJustified(2, '0').toUpper();
+    const int sum = std::accumulate(text.begin(), text.end(), 0);
+    return QByteArray::number(-sum & 0xff, 16).rightJustified(2, '0').toUpper();
 }
 
-QByteArray hexLrc(const QByteArray &ascii)
+static QByteArray hexLrc(const QByteArray &digits)
 {
-    return characterLrc(QByteArray::fromHex(ascii));
+    return characterLrc(QByteArray::fromHex(digits));
 }
 
-QByteArray characterLrc(const QByteArray &ascii)
+QByteArray shortRequest(const QByteArray &code)
 {
-    return twoDigits(-std::accumulate(ascii.begin(), ascii.end(), 0));
-}
-
-QByteArray shortRequest(int number, const QByteArray &code)
-{
-    const QByteArray body = twoDigits(number) + code;
+    const QByteArray body = "00" + code;
     return ':' + body + hexLrc(body) + "\r\n";
-}
-
-QByteArray clockRequest(const QByteArray &kind, const QDateTime &time)
-{
-    const QByteArray weekday = twoDigits(time.date().dayOfWeek() % 7);
-    const QByteArray body = "00" + kind + time.toString("ssmmHHddMM").toLatin1() + weekday
-        + time.toString("yy").toLatin1();
-    return ':' + body + hexLrc(body) + "\r\n";
-}
-
-QByteArray identityRequest(int number, const QByteArray &code, const QByteArray &id)
-{
-    const QByteArray body = twoDigits(number) + code + id;
-    return ':' + body + characterLrc(body) + "\r\n";
 }
 
 Reply decode(const QByteArray &bytes)
@@ -52,8 +35,10 @@ Reply decode(const QByteArray &bytes)
         return reply;
     }
     reply.kind = Reply::Damaged;
-    reply.noise = bytes.left(colon);
-    const QRegularExpressionMatch frame = form.match(textOf(bytes.mid(colon + 1)));
+    // All of it, zeros included: another conversion stops at the first.
+    const QString rest =
+        QString::fromLatin1(bytes.constData() + colon + 1, bytes.size() - colon - 1);
+    const QRegularExpressionMatch frame = form.match(rest);
     const QByteArray body = frame.captured(1).toLatin1(), check = frame.captured(2).toLatin1();
     const bool lineFeed = !frame.captured(3).isEmpty();
     const bool hex = body == QByteArray::fromHex(body).toHex().toUpper();
@@ -63,7 +48,6 @@ Reply decode(const QByteArray &bytes)
         reply.kind = Reply::Identity;
     else
         return reply;
-    reply.station = body.left(2).toInt(nullptr, 16);
     reply.payload = body.mid(2);
     return reply;
 }
