@@ -96,6 +96,9 @@ class Line:
         return self
 
     def __exit__(self, *_):
+        self.close()
+
+    def close(self):
         with contextlib.suppress(OSError):  # pulled out
             fcntl.ioctl(self._port, termios.TIOCNXCL)
         self._port.close()
