@@ -67,7 +67,7 @@ busybox | busybox-static, net-tools, tzdata")
 # modprobe and fw_setenv; without fonts no text is drawn at all.
 set(CPACK_DEBIAN_AGENT_PACKAGE_RECOMMENDS
     "kmod, libubootenv-tool | u-boot-tools, fonts-ubuntu | fonts-dejavu-core, iputils-ping")
-set(CPACK_DEBIAN_BENCH_PACKAGE_DEPENDS "${qtLibraries}, libqt5network5, libqt5serialport5, \
+set(CPACK_DEBIAN_BENCH_PACKAGE_DEPENDS "${qtLibraries}, libqt5network5, \
 python3, python3-serial, python3-psycopg2, \
 libvncclient1, jq, bubblewrap, libfaketime, libeatmydata1, socat, fonts-dejavu-core, tzdata")
 set(CPACK_DEBIAN_BENCH_PACKAGE_RECOMMENDS "strace") # of bench effects and cuts

@@ -15,7 +15,7 @@ make_root() {
     say "Making the armhf root in $root"
     rm -rf "$root" "$root.new"
     mkdir -p "$root.new"
-    unpack_armhf libc6-dev,libstdc++-12-dev,qtbase5-dev,libqt5serialport5-dev,libvncserver-dev,libfaketime,libeatmydata1 \
+    unpack_armhf libc6-dev,libstdc++-12-dev,qtbase5-dev,libvncserver-dev,libfaketime,libeatmydata1 \
         "$root.new" ./lib ./usr/lib ./usr/include
     arm-linux-gnueabihf-gcc -shared -fPIC -O2 -o "$root.new/usr/lib/libnopidfd.so" tools/arm-nopidfd.c
     mkdir "$root.new/etc"
