@@ -1,4 +1,5 @@
 // What programs drive a panel with.
+#include "commands/codec.h"
 #include "commands/commands.h"
 #include "fixture/finger.h"
 #include "fixture/fixture.h"
@@ -7,7 +8,6 @@
 #include "panel/files.h"
 #include "panel/interrupt.h"
 #include "panel/virtualpanel.h"
-#include "station/codec.h"
 
 #include <QFile>
 #include <QJsonDocument>

@@ -3,7 +3,6 @@
 #include "fixture/pfvpstand.h"
 #include "panel/board.h"
 #include "panel/interrupt.h"
-#include "station/console.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -63,7 +62,8 @@ void prepare(PfvpStand &stand, const Order &order)
         if (fault != peerDies)
             stand.setFault(fault);
     }
-    say("Two panels boot, one as slave ...");
+    puts("Two panels boot, one as slave ...");
+    fflush(stdout);
     stand.start(order.table);
     if (Board *board = stand.panel.board()) {
         const auto shown = [board](const char *command) {

@@ -3,16 +3,25 @@
 #include "commands/talker.h"
 #include "panel/gauges.h"
 #include "panel/interrupt.h"
-#include "station/console.h"
 
 #include <QDir>
 #include <QTimer>
 
 #include <climits>
+#include <unistd.h>
 
 namespace {
 
 constexpr int answerMs = 20000, startMs = 120000;
+
+// The last line of a terminal, which changes in place; empty takes it away.
+void showStatus(const QString &line)
+{
+    if (isatty(STDOUT_FILENO)) {
+        printf("\r\033[K%s", qPrintable(line));
+        fflush(stdout);
+    }
+}
 
 struct Size {
     qint64 pid = 0;

@@ -1,7 +1,7 @@
 #pragma once
 
+#include "commands/codec.h"
 #include "panel/virtualpanel.h"
-#include "station/codec.h"
 
 #include <QTimer>
 

@@ -1,7 +1,7 @@
 #include "commands/traffic.h"
 
+#include "commands/codec.h"
 #include "commands/commands.h"
-#include "station/codec.h"
 
 Traffic::Traffic(VirtualPanel &panel, bool screen, const QString &record)
 {

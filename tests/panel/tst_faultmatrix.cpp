@@ -1,6 +1,6 @@
+#include "commands/codec.h"
 #include "panel/agentpanel.h"
 #include "panel/faultrows.h"
-#include "station/codec.h"
 
 #include <QMap>
 

@@ -1,4 +1,4 @@
-#include "station/codec.h"
+#include "commands/codec.h"
 
 #include <QHash>
 #include <QRegularExpression>
