@@ -1,21 +1,25 @@
 """bench soak --kills: panels in production, killed at random and aimed moments, booted, judged."""
 import collections
 import concurrent.futures
-import dataclasses
-import json
+import contextlib
+import math
 import os
 import random
-import re
 import signal
 import sys
 import threading
 import time
 
+from common.bytetext import unprintable
 from common.failure import Failure
-from common.files import PLANS
+from common.files import PLANS, read_json
 from common.panel import LEVEL_FILE, Panel
+from common.waiting import wait_for
 from effects.powercut import (ICT, MACHINE_ID, POINTERCAL, Cut, boot_level, passed_items, revived,
                               state_of, verdict)
+from station.plan import expand, step_of
+from station.requests import is_failure
+from station.wire import decode
 
 # From what to the kill, at most, in seconds: power-on, the open link, a request beside its own
 # wait, its answer, the first touch of a calibration.
@@ -29,32 +33,14 @@ KINDS = {"": "boot", "KLV-": "forced change", **dict.fromkeys(NEXT, "end check")
          **dict.fromkeys(("9000", "9004"), "calibration")}
 
 
-@dataclasses.dataclass
-class Step:
-    """One request of a plan."""
-    code: str
-    argument: str = ""
-    items: frozenset = frozenset()
-    wait: float = 0  # seconds, the test's own
-    timeout: float = 2
-    actions: dict = dataclasses.field(default_factory=dict)  # lists: before, during, after
-
-    @property
-    def kind(self):
-        return KINDS.get(self.code, "item")
+def kind_of(step):
+    return KINDS.get(step["code"], "item")
 
 
 def steps_of(plan, values):
-    steps = []
-    for row in json.loads((PLANS / plan).read_text())["steps"]:
-        if row.get("silence"):
-            continue
-        items = row.get("item", [])
-        argument = re.sub(r"\$\{(\w+)\}", lambda name: values[name[1]], row.get("argument", ""))
-        steps.append(Step(row["code"], argument,
-                          frozenset(items if isinstance(items, list) else [items]),
-                          row.get("wait", 0) / 1000, row.get("timeout", 2000) / 1000, row))
-    return steps
+    steps = [step_of(row) for row in read_json(PLANS / plan)["steps"]]
+    return [step | {"argument": expand(step["argument"], values), "items": set(step["items"])}
+            for step in steps if not step["silence"]]
 
 
 class Victim:
@@ -84,10 +70,8 @@ class Victim:
     def _kill_in(self, seconds):
         """The first process of the panel's own takes all others along."""
         def kill(pid=self._first):
-            try:
+            with contextlib.suppress(ProcessLookupError):  # it ended by itself
                 os.kill(pid, signal.SIGKILL)
-            except ProcessLookupError:
-                pass  # it ended by itself
         self._armed = True
         threading.Timer(seconds, kill).start()
 
@@ -108,46 +92,44 @@ class Victim:
 
     def _ask(self, step, after=None):
         """False when nothing more is to be asked in this life. Kills `after` its answer."""
-        self._act(step.actions.get("before", []))
+        self._act(step["before"])
         before = state_of(self._panel)
-        level = NEXT.get(step.code, step.argument if step.code == "KLV-" else "")
+        code, argument, items = step["code"], step["argument"], step["items"]
+        level = NEXT.get(code, argument if code == "KLV-" else "")
         was = before.get(LEVEL_FILE, "ICT\n")
-        self._settled -= step.items
-        self._pending = self._recorded - step.items
+        self._settled -= items
+        self._pending = self._recorded - items
         self._cut = Cut(before, before, f"{level:3}\n" if level else was,
-                        items=self._recorded | step.items,
-                        machine_id=step.argument if step.code == "0601" else "")
-        self._recorded, self._last, self._heard = frozenset(), step, False
-        self._promised.pop(STORED.get(step.code), None)
-        argument = step.argument or ("0" if step.code in ("8D", "8E") else "")
-        self._panel.do(r'ask ":058A0071\r\n"' if step.code == "8A00"
-                       else f"ask {step.code} {argument}".strip())
-        self._act(step.actions.get("during", []))
-        self._take(step, int(1000 * step.timeout) + 10000)
+                        items=self._recorded | items,
+                        machine_id=argument if code == "0601" else "")
+        self._recorded, self._last, self._heard = set(), step, False
+        self._promised.pop(STORED.get(code), None)
+        self._panel.do(r'ask ":058A0071\r\n"' if code == "8A00" else f"ask {code} {argument}")
+        self._act(step["during"])
+        self._take(step, step["timeout"] + 10000)
         if after is not None:
             self._kill_in(after)
-        self._act(step.actions.get("after", []))
+        self._act(step["after"])
         return self._heard and self._runs()
 
     def _take(self, step, ms):
         """What the station knows by the answer."""
-        text = self._panel.do(f"answer {ms}").strip('"')
+        text = unprintable(self._panel.do(f"answer {ms}").strip('"'))
         self._heard = bool(text)
-        if text:  # so what was answered before is recorded
-            self._settled, self._pending = self._settled | self._pending, frozenset()
-        frame = re.match(":..(..)(.)", text)
-        failed = step.code == "KLV-" and not text.endswith("_PASS") \
-            or frame and frame[1] == step.code[:2] and frame[2] > "9"
-        if failed:
-            self._cut.target = self._cut.before.get(LEVEL_FILE, "ICT\n")
-        if failed or not text:
+        if not text:
+            return
+        # So what was answered before is recorded.
+        self._settled, self._pending = self._settled | self._pending, set()
+        code, before = step["code"], self._cut.before
+        if is_failure(decode(text), code, boot_level(before)):
+            self._cut.target = before.get(LEVEL_FILE, "ICT\n")
             return
         self._cut.confirmed = True
-        self._recorded = step.items if step.kind != "end check" else frozenset()
-        if step.code in STORED:
-            path = STORED[step.code]
-            self._promised[path] = step.argument or (
-                "05" if step.code == "8A00" else self._panel.read(path))
+        self._recorded = step["items"] if kind_of(step) != "end check" else set()
+        if code in STORED:
+            path = STORED[code]
+            self._promised[path] = step["argument"] or (
+                "05" if code == "8A00" else self._panel.read(path))
 
     def _aim(self, left, end):
         """One request, killed while it is worked on or after its answer."""
@@ -155,11 +137,12 @@ class Victim:
         # First what a seed repeats: how much a choice draws is up to what the panel holds.
         which, answered, moment = draw.randrange(10), draw.randrange(2), draw.random()
         if which == 0:
-            step = Step("KLV-", draw.choice(["ICT", "T1", "BI", "T2", "HMI"]))
+            level = draw.choice(["ICT", "T1", "BI", "T2", "HMI"])
+            step = step_of({"code": "KLV-", "argument": level}) | {"items": set()}
         elif which < 4 and level in ("ICT", "T1"):
             self._new_ids()
             step = draw.choice([step for step in steps_of(self._plans[level], self._values)
-                                if step.code in STORED])
+                                if step["code"] in STORED])
         elif left:
             step = draw.choice(left)
         else:
@@ -169,7 +152,8 @@ class Victim:
         if answered:
             self._ask(step, moment * AFTER)
         else:
-            self._kill_in(moment * (TOUCH if step.kind == "calibration" else ASK + step.wait))
+            wait = TOUCH if kind_of(step) == "calibration" else ASK + step["wait"] / 1000
+            self._kill_in(moment * wait)
             self._ask(step)
 
     def _work(self, ready):
@@ -178,9 +162,9 @@ class Victim:
         passed, left, end = passed_items(self._cut.before, level), [], []
         for step in steps_of(self._plans[level], self._values):
             # A straight end check wants the clock compared in the same power-up.
-            if step.kind == "end check" or (step.code == "8E" and level == "T1"):
+            if kind_of(step) == "end check" or (step["code"] == "8E" and level == "T1"):
                 end.append(step)
-            elif step.items - passed:
+            elif step["items"] - passed:
                 left.append(step)
         if ready or self._random.randrange(2):
             return self._aim(left, end)
@@ -194,7 +178,7 @@ class Victim:
         cut.now = state_of(self._panel)
         revival = revived(self._panel, cut.now)
         faults, level = [verdict(cut, revival)], boot_level(revival.files)
-        if level == boot_level(cut.before) and self._last.kind != "forced change":
+        if level == boot_level(cut.before) and kind_of(self._last) != "forced change":
             passed = passed_items(revival.files, level)
             if self._settled - passed:
                 faults.append(f"answered, followed by another answer, and not recorded: "
@@ -214,9 +198,9 @@ class Victim:
             self._panel.do(f"passed {boot_level(state_of(self._panel))}")
         before = state_of(self._panel)
         self._cut = Cut(before, before, before.get(LEVEL_FILE, "ICT\n"))
-        self._last, self._heard, self._armed = Step(""), False, False
+        self._last, self._heard, self._armed = step_of({}), False, False
         # Items by their last answer: of the last one, before one that is due, before one that came.
-        self._recorded = self._pending = self._settled = frozenset()
+        self._recorded, self._pending, self._settled = set(), set(), set()
         self._panel.do("on")
         stat = open(f"/proc/{self._panel.do('pid')}/stat", encoding="latin-1").read()
         self._first = int(stat.rpartition(")")[2].split()[1])
@@ -227,13 +211,12 @@ class Victim:
         faults = [] if self._armed or self._runs() else ["the agent ended by itself"]
         if not self._armed:
             self._kill_in(0)
-        while self._runs():
-            time.sleep(0.01)
+        wait_for(lambda: not self._runs(), math.inf)
         self._panel.do("off")
-        if self._last.code and not self._heard:  # the answer may have left before it died
+        if self._last["code"] and not self._heard:  # the answer may have left before it died
             self._take(self._last, 0)
         faults += self._judge()
-        kind = self._last.kind
+        kind, code = kind_of(self._last), self._last["code"]
         self.kills[kind] += 1
         self.answered[kind] += self._heard
         self.wrong[kind] += bool(faults)
@@ -242,7 +225,7 @@ class Victim:
         self._killed += 1
         if released or self._killed > LONG_PASS:
             self._begin()
-        return f'{kind}, "{self._last.code}"{" (answered)" * self._heard}: ' \
+        return f'{kind}, "{code}"{" (answered)" * self._heard}: ' \
             f'{"; ".join(faults)}' if faults else ""
 
 
