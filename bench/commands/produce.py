@@ -2,7 +2,7 @@
 import pathlib
 import sys
 
-from commands.reporting import add_report_options, report_of
+from commands.reporting import add_report_options
 from common import interrupt
 from common.commandline import CommandLine
 from common.failure import Failure, Interrupted
@@ -11,8 +11,8 @@ from common.panel import Panel
 from common.terminal import say, say_verdict
 from common.waiting import wait_for
 from station.line import Line
-from station.plan import add_to, load_plan
-from station.report import begin_report, now, record_of, write_page, write_report
+from station.plan import load_plan, values_of
+from station.report import Report, begin_report, now, record_of, write_page, write_report
 from station.runner import Runner
 from station.virtualstand import BOARD, VirtualStand, identity_of
 from store.handin import store_of, store_runs
@@ -29,8 +29,7 @@ class Production:
     def __init__(self, panel, row, args):
         self._panel, self._args = panel, args
         panel.do("new")
-        self._values = identity_of(panel)
-        add_to(self._values, row.get("values", {}))
+        self._values = identity_of(panel) | values_of(row.get("values", {}))
         self._stand = VirtualStand(panel)
         self._stand.files.values = dict(self._values)
         panel.do(f"glass {_number(self._values.get('station', ''))}")
@@ -178,17 +177,14 @@ def main(words):
     interrupt.hold()
     reports, worked, passed = [], True, True
     for number, row in _rows(args):
-        given = {}
-        add_to(given, row.get("values", {}))
-        reports.append(report_of(args, row.get("title", ""), given))
+        given = values_of(row.get("values", {}))
+        reports.append(Report(row.get("title", ""), given, args.operator, args.line))
         worked = _produce(args, row, number, reports[-1])
         passed = passed and reports[-1].passed
         if not worked:
             break
-    page = f"{args.report}/report.html"
-    problem = write_page(reports, page)
-    say(problem or f"All in one page: {page}", bool(problem))
+    paged = write_page(reports, args.report)
     say_verdict(passed and not interrupt.interrupted())
     if interrupt.interrupted():
         return 1
-    return 2 if problem or not worked else int(not passed)
+    return 2 if not (paged and worked) else int(not passed)

@@ -1,6 +1,5 @@
 """What the commands that test panels have in common."""
 from common.files import PLANS
-from station.report import Report
 from store.handin import add_store_option
 
 
@@ -17,8 +16,3 @@ def add_report_options(parser, base):
         help="production line, for the reports and the store; else the host")
     add("--verbose", action="store_true", help="show the requests and answers")
     add_store_option(parser)
-
-
-def report_of(args, subject, given):
-    """The report of a unit that is about to be tested."""
-    return Report(subject, dict(given), args.operator, args.line)

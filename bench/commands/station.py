@@ -4,7 +4,7 @@ import pathlib
 import threading
 import traceback
 
-from commands.reporting import add_report_options, report_of
+from commands.reporting import add_report_options
 from common import interrupt
 from common.commandline import CommandLine, numbers
 from common.failure import Failure, Interrupted
@@ -110,10 +110,7 @@ class Station:
             passed = job.report.passed
             say(f"{'PASSED' if passed else 'FAILED'}  {job.name}  {file}", not passed)
         if len(self._jobs) > 1:
-            page = f"{base}/report.html"
-            wrong = write_page([job.report for job in self._jobs], page)
-            written = written and not wrong
-            say(wrong or f"All in one page: {page}", bool(wrong))
+            written = write_page([job.report for job in self._jobs], base) and written
         if records:
             store_runs(records, store_of(self._args), base)
         return written
@@ -147,7 +144,7 @@ def _load(args, job):
     """What is wrong with its plan."""
     file = args.plan or f"{args.plans}/{args.level.lower()}.json"
     job.plan = load_plan(file, job.values)
-    job.report = report_of(args, job.name, job.values)
+    job.report = Report(job.name, dict(job.values), args.operator, args.line)
     problems = list(job.plan.problems)
     if args.level and job.plan.level and job.plan.level != args.level.upper():
         problems.append(f"{file} is a plan of level {job.plan.level}, not of {args.level.upper()}")

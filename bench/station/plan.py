@@ -40,7 +40,8 @@ def _table(folder, name):
 
 def level_items(level, folder=PLANS):
     """The item lines of a level without their ": 0"."""
-    return _texts_of(_table(folder, "items.json").get(level))
+    return [item for item in _list_of(_table(folder, "items.json").get(level))
+            if isinstance(item, str)]
 
 
 def actions_of(folder=PLANS):
@@ -55,14 +56,14 @@ def _is_pattern(text):
     try:
         with warnings.catch_warnings():
             warnings.simplefilter("error")
-            return isinstance(text, str) and bool(re.compile(text))
-    except (re.error, OverflowError, RecursionError, FutureWarning):
+            return bool(re.compile(text))
+    except (TypeError, re.error, OverflowError, RecursionError, FutureWarning):
         return False
 
 
-def add_to(values, more):
-    """Puts the texts of an object, and its numbers as such, into `values`."""
-    values |= {name: str(value) for name, value in more.items()}
+def values_of(fields):
+    """What a station is given, as texts: numbers may be written as such."""
+    return {name: str(value) for name, value in fields.items()}
 
 
 def expand(text, values, pattern=False):
@@ -85,34 +86,25 @@ def _list_of(value):
     return value if isinstance(value, list) else []
 
 
-def _text_of(value):
-    return value if isinstance(value, str) else ""
-
-
-def _texts_of(value):
-    return [text for text in _list_of(value) if isinstance(text, str)]
-
-
-def _key_problems(row):
+def _well_formed(row, problems):
+    """The part of a row that has the forms of keys.json; what is wrong with the rest goes into
+    `problems`."""
+    good = {}
     for key, value in sorted(row.items()):
         if key not in _keys():
-            yield f'unknown key "{key}"; known are {", ".join(sorted(_keys()))}'
+            problems.append(f'unknown key "{key}"; known are {", ".join(sorted(_keys()))}')
             continue
         compact = json.dumps([value], separators=(",", ":"), ensure_ascii=False)
-        good = _keys()[key]["form"].fullmatch(compact)
-        if not good or key == "battery" and value[0] > value[1]:
-            yield f'"{key}" must be {_keys()[key]["must be"]}'
-
-
-def _value_problems(text, values, plan):
-    for name in PLACEHOLDER.findall(text):
-        plan.uses.add(name)
-        if name not in values:
-            yield f"nobody says what ${{{name}}} is (--set {name}=...)"
+        fits = _keys()[key]["form"].fullmatch(compact)
+        if fits and (key != "battery" or value[0] <= value[1]):
+            good[key] = value
+        else:
+            problems.append(f'"{key}" must be {_keys()[key]["must be"]}')
+    return good
 
 
 def _code_problem(step, values, level):
-    code = _text_of(step["code"])
+    code = step["code"]
     command = find_command(code)
     if step["raw"]:
         return ""
@@ -130,23 +122,25 @@ def _code_problem(step, values, level):
 def _step_problems(step, values, plan):
     yield _code_problem(step, values, plan.level)
     for when in ("before", "during", "after"):
-        for action in _texts_of(step[when]):
+        for action in step[when]:
             yield action_fault(action, plan.actions)
     for item in step["items"]:
         if not 1 <= item <= len(plan.items):
             yield f"level {plan.level} has no item {item}"
-    texts = [_text_of(step.get(key)) for key in ("text", "reply", "bytes", "argument")]
+    texts = [step.get(key, "") for key in ("text", "reply", "bytes", "argument")]
     if not _is_pattern(expand(texts[0], values, pattern=True)):
         yield "not a regular expression: " + texts[0]
     change = step["code"] == "KLV-" and not step["raw"]
-    yield from _value_problems("".join(texts) + "${model}" * change, values, plan)
+    for name in PLACEHOLDER.findall("".join(texts) + "${model}" * change):
+        plan.uses.add(name)
+        if name not in values:
+            yield f"nobody says what ${{{name}}} is (--set {name}=...)"
 
 
 def step_of(row, items=()):
-    """A step from a row of a plan."""
-    raw = _text_of(row.get("raw"))
-    command = command_of(raw) if raw else find_command(_text_of(row.get("code")))
+    """A step from a well-formed row of a plan."""
     step = {key: known["else"] for key, known in _keys().items() if "else" in known} | row
+    command = command_of(step["raw"]) if step["raw"] else find_command(step["code"])
     if command:
         step["code"] = command.code
         step.setdefault("reply", command.passed)
@@ -154,8 +148,7 @@ def step_of(row, items=()):
         step["wait"] = step["timeout"]  # all of it is prescribed
     step["argument"] = str(step["argument"])
     item = row.get("item", [])
-    numbers = item if isinstance(item, list) else [item]
-    step["items"] = [number for number in numbers if isinstance(number, int)]
+    step["items"] = item if isinstance(item, list) else [item]
     step["itemNames"] = [items[number - 1] if 1 <= number <= len(items) else ""
                          for number in step["items"]]
     return step
@@ -163,12 +156,12 @@ def step_of(row, items=()):
 
 def _read_steps(rows, values, plan):
     for number, row in enumerate(rows, 1):
-        row = row if isinstance(row, dict) else {}
-        name = _text_of(row.get("name"))
-        step = step_of(row, plan.items)
+        problems = []
+        step = step_of(_well_formed(row if isinstance(row, dict) else {}, problems), plan.items)
         plan.steps.append(step)
-        place = f"{plan.file}, step {number}" + f' "{name}"' * bool(name)
-        problems = [*_key_problems(row), *_step_problems(step, values, plan)]
+        name = step["name"]
+        place = f"{plan.file}, step {number}" + (name and f' "{name}"')
+        problems += _step_problems(step, values, plan)
         plan.problems += [f"{place}: {problem}" for problem in problems if problem]
     if not plan.steps:
         plan.problems.append(plan.file + ': "steps" holds none')
@@ -183,7 +176,7 @@ def load_plan(path, values):
     try:
         root = read_json(path)
         plan.hash = hashlib.sha256(path.read_bytes()).hexdigest()
-        level = _text_of(root.get("level")).upper()
+        level = str(root.get("level")).upper()
         if level not in LEVELS:
             plan.problems.append(plan.file + ': "level" must be ICT, T1, BI or T2')
             return plan

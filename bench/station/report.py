@@ -1,5 +1,6 @@
 """What was done to one unit, and the reports of it."""
 import base64
+import contextlib
 import dataclasses
 import datetime
 import json
@@ -200,10 +201,8 @@ def _known_place(report, base, folder):
         folder.rename(known)
     except OSError:
         return folder
-    try:
+    with contextlib.suppress(OSError):  # other runs are in it
         folder.parent.rmdir()
-    except OSError:
-        pass  # other runs are in it
     return known
 
 
@@ -230,11 +229,14 @@ def write_report(report, base, folder):
     return last
 
 
-def write_page(reports, file):
-    """Writes one page with all the reports, its first part an index; over that of an earlier run.
-    Empty, or what went wrong."""
+def write_page(reports, base):
+    """Writes one page with all the reports, its first part an index, over that of an earlier run,
+    and says where. False when that cannot be done."""
+    file = f"{base}/report.html"
     try:
         replace_file(file, _page_with(reports).encode(errors="replace"))
     except Failure as failure:
-        return str(failure)
-    return ""
+        say(str(failure), bad=True)
+        return False
+    say(f"All in one page: {file}")
+    return True

@@ -17,7 +17,7 @@ from common.failure import Failure, Interrupted
 from peer import Peer
 from station import wire
 from station.line import Answer, Line, Request
-from station.plan import Plan, actions_of, add_to, expand, load_plan, step_of
+from station.plan import Plan, actions_of, expand, load_plan, step_of, values_of
 from station.report import Report, begin_report, write_report
 from station.requests import advice_of, meaning_of, refusal, request_of
 from station.runner import Runner
@@ -83,8 +83,7 @@ class Station(unittest.TestCase):
             self.assertEqual(wanted, request)
         later = request_of("8D", str(2 * 365 * 86400))
         self.assertGreater(later[17:19], f"{datetime.datetime.now():%y}")
-        values = {}
-        add_to(values, {"station": 5, "semiId": "0S"})  # as production.json gives them
+        values = values_of({"station": 5, "semiId": "0S"})  # as production.json gives them
         self.assertEqual("5 0S", expand("${station} ${semiId}", values))
 
     def test_refusals(self):
