@@ -110,7 +110,7 @@ def _write_yield(store, period, file, name):
 
 def _print_csv(store, table, period, unit):
     try:
-        with open(sys.stdout.fileno(), "wb", closefd=False) as out:
+        with open(sys.stdout.fileno(), "w", encoding="utf-8", newline="", closefd=False) as out:
             questions.write_csv(store, table, period, unit, out)
     except BrokenPipeError:
         raise

@@ -9,7 +9,7 @@ from common.failure import Failure
 PLANS = pathlib.Path(__file__).parent.parent / "plans"
 
 
-def _number(text):
+def plain_number(text):
     """A whole number is one however it is written."""
     value = float(text)
     return int(value) if value.is_integer() else value
@@ -22,7 +22,7 @@ def _no_number(text):
 def read_json(path):
     """The object in a JSON file. Raises Failure, with file and line, when there is none."""
     try:
-        value = json.loads(pathlib.Path(path).read_bytes(), parse_float=_number,
+        value = json.loads(pathlib.Path(path).read_bytes(), parse_float=plain_number,
                            parse_constant=_no_number, strict=False)
     except OSError as error:
         raise Failure(f"{path}: {error.strerror}") from None

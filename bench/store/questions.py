@@ -1,11 +1,10 @@
 """What is asked of a store. A test is one level of a run. Days are those of the line, as
 "2026-11-21"; `since` and `until` are both inclusive."""
-import re
+import csv
 
 from common.failure import Failure
 from store.rows import text_of
 
-_SPECIAL = re.compile('[",\r\n]')
 EVER = {"since": "0000", "until": "9999"}
 
 
@@ -35,18 +34,18 @@ def findings(store, test):
 
 def write_csv(store, table, period, unit, out):
     """Writes "tests", "steps" or "values" as CSV with a line of titles, of units with an ID like
-    `unit`, to a file of bytes. Raises Failure when there is no such table."""
+    `unit`, to a file. Raises Failure when there is no such table."""
     if table not in ("tests", "steps", "values"):
         raise Failure(f"--csv takes tests, steps or values, not {table}")
-    for row in store.ask(f"csv_{table}", **period, id=unit.lower()):
-        out.write((",".join(map(_csv_cell, row)) + "\r\n").encode())
+    rows = store.ask(f"csv_{table}", **period, id=unit.lower())
+    csv.writer(out).writerows(map(_csv_cell, row) for row in rows)
 
 
 def _csv_cell(value):
     text = text_of(value)
     if isinstance(value, str) and text.startswith(("-", "=", "+", "@", "\t", "\r")):
         text = "'" + text  # what a panel sent is no formula of anyone's spreadsheet
-    return '"' + text.replace('"', '""') + '"' if _SPECIAL.search(text) else text
+    return text
 
 
 def yield_of(store, period):

@@ -4,19 +4,18 @@ import hashlib
 import json
 import re
 
-# Numbers that JSON writes in more than one way, and where they are outside of texts.
-_ODD_NUMBER = re.compile(r"\d\.0\b|\de[-+]\d")
-_TEXT_OR_NUMBER = re.compile(r'"(?:[^"\\]|\\.)*"|-?\d+(?:\.\d+)?e[-+]\d+|-?\d+\.0\b')
+from common.files import plain_number
+
+_ODD_NUMBER = re.compile(r"\d\.0\b|\de[-+]\d")  # one that JSON writes in more than one way
 
 
 def key_of(record):
     """A run's key, the same wherever and as often as its record is handed in."""
     # The folder is where the report is on one machine; report.json itself lacks it.
-    text = json.dumps({name: value for name, value in record.items() if name != "folder"},
-                      ensure_ascii=False, sort_keys=True, separators=(",", ":"))
+    form = {"ensure_ascii": False, "sort_keys": True, "separators": (",", ":")}
+    text = json.dumps({name: value for name, value in record.items() if name != "folder"}, **form)
     if _ODD_NUMBER.search(text):
-        text = _TEXT_OR_NUMBER.sub(
-            lambda found: found[0] if found[0][0] == '"' else text_of(float(found[0])), text)
+        text = json.dumps(json.loads(text, parse_float=plain_number), **form)
     return hashlib.sha256(text.encode("utf-8", "backslashreplace")).hexdigest()[:32]
 
 

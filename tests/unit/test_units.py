@@ -114,11 +114,11 @@ class Units(unittest.TestCase):
         self.assertEqual([test["unit"] for test in latest], ["A", "B", "A"])
 
     def check_csv(self, store):
-        out = io.BytesIO()
+        out = io.StringIO()
         questions.write_csv(store, "steps", questions.EVER, "A", out)
-        lines = out.getvalue().split(b"\r\n")
+        lines = out.getvalue().split("\r\n")
         self.assertEqual(len(lines), 6)
-        self.assertIn(b',zero,12.5,10,2,0,"\'=1, ""x""",', lines[1])
+        self.assertIn(',zero,12.5,10,2,0,"\'=1, ""x""",', lines[1])
         with self.assertRaisesRegex(Failure, "not runs"):
             questions.write_csv(store, "runs", questions.EVER, "A", out)
 
