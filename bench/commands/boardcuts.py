@@ -7,10 +7,9 @@ import time
 from commands.boardrig import BoardRig
 from common.bytetext import printable
 from common.failure import Failure
-from common.panel import LEVEL_FILE
+from common.panel import LEVEL_FILE, SEMI_ID_FILE, flag_file
 from common.terminal import say
 
-ICT = "/usr/local/ict/"
 LONGEST = 6000  # milliseconds from the open link to the cut
 NEXT = {"ICT": "T1", "T1": "BI", "BI": "T2", "T2": "ICT"}
 
@@ -38,7 +37,7 @@ class Known:
 
 def results_at(rig, level):
     """The results of a level as its file has them, one character each."""
-    text = rig.run(rf"tr '\000' ' ' <{ICT}HMI_{level}_TEST_Flag.txt")
+    text = rig.run(rf"tr '\000' ' ' <{flag_file(level)}")
     return "".join(line.strip()[-1] for line in text.split("\n") if line.strip())
 
 
@@ -87,7 +86,7 @@ def work(rig, cut_ms, turn, draw, known):
 def lost(rig, level_before, known):
     """What the panel has lost or broken, after it has booted again."""
     level = rig.run(f"cat {LEVEL_FILE}")
-    identity = rig.run(f"cat {ICT}HMI_SEMIMACHINE_ID.txt 2>/dev/null")
+    identity = rig.run(f"cat {SEMI_ID_FILE} 2>/dev/null")
     kernel = rig.run(r"dmesg | grep -i 'ext4-fs.*\(error\|corrupt\)'")
     fault = ""
     if level not in (known.level, known.asked):

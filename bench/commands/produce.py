@@ -7,7 +7,7 @@ from common import interrupt
 from common.commandline import CommandLine
 from common.failure import Failure, Interrupted
 from common.files import read_json
-from common.panel import Panel
+from common.panel import ARCHIVED_LOG, STATION_FILE, Panel
 from common.terminal import say, say_verdict
 from common.waiting import wait_for
 from station.line import Line
@@ -72,13 +72,12 @@ class Production:
         stand.state_folder = pathlib.Path(self._args.plans, plan.file).parent if sound else ""
         number = _number(self._values.get("station", ""))
         if level == "BI":
-            number = _number(stand.files.read("/usr/local/ict/HMI_STATION_NUM.txt"), 16)
+            number = _number(stand.files.read(STATION_FILE), 16)
         with Line(stand.port(level), level) as line:
             Runner(line, stand, self._values, number, strict=True,
                    verbose=self._args.verbose).run(plan, report)
         result = report.levels[-1]
-        log = stand.files.read("/usr/local/ict/HMI_Factory_Resume.txt")
-        result["log"] = log.replace("\0", "")
+        result["log"] = stand.files.read(ARCHIVED_LOG).replace("\0", "")
         for wrong in stand.files.item_faults(level, [] if sound else result["steps"], 5):
             report.fault(wrong)
         self._panel.do("off")

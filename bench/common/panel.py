@@ -1,16 +1,23 @@
 """A virtual panel that a program drives."""
 import contextlib
-import json
 import os
 import pathlib
 import subprocess
 
 from common.bytetext import printable, unprintable
 from common.failure import Failure
-from common.files import PLANS
+from station.plan import level_items
 from station.requests import request_of
 
-LEVEL_FILE = "/usr/local/ict/HMI_TEST_LEVEL.txt"
+ICT = "/usr/local/ict/"
+LEVEL_FILE = ICT + "HMI_TEST_LEVEL.txt"
+ID_FILE, SEMI_ID_FILE = ICT + "HMI_MACHINE_ID.txt", ICT + "HMI_SEMIMACHINE_ID.txt"
+STATION_FILE = ICT + "HMI_STATION_NUM.txt"
+ARCHIVED_LOG = ICT + "HMI_Factory_Resume.txt"
+
+
+def flag_file(level):
+    return f"{ICT}HMI_{level}_TEST_Flag.txt"
 
 
 class Panel:
@@ -50,10 +57,9 @@ class Panel:
         elif verb == "remove":
             self.path(path).unlink(missing_ok=True)
         elif verb == "passed":  # every item but the end check
-            items = json.loads((PLANS / "items.json").read_text())[rest]
+            items = level_items(rest)
             lines = [f"{item}: {int(item != items[-1])}" for item in items]
-            self.write(f"/usr/local/ict/HMI_{rest}_TEST_Flag.txt",
-                       "".join(line.ljust(62, "\0") + "\r\n" for line in lines))
+            self.write(flag_file(rest), "".join(line.ljust(62, "\0") + "\r\n" for line in lines))
         else:
             if verb == "ask" and not rest.startswith('"'):  # as `bench send` takes it
                 action = f'ask "{printable(request_of(path, text, model="KLV-100"))}"'

@@ -7,9 +7,9 @@ import queue
 import sys
 
 from common.commandline import CommandLine, number
-from common.panel import LEVEL_FILE, Panel
-from effects.powercut import (MACHINE_ID, Cut, Model, boot_level, flag_file, passed_items,
-                              put_state, revived, state_of, verdict)
+from common.panel import ID_FILE, LEVEL_FILE, Panel, flag_file
+from effects.powercut import (Cut, Model, boot_level, passed_items, put_state, revived, state_of,
+                              verdict)
 from effects.session import Section, Session
 
 
@@ -72,11 +72,11 @@ ROWS = [
     Row("touch check", at("T2"), section("9001", "during check"), "9001"),
     Row("machine ID", at("T1"), section("0601 KLV1234X5W00001205"), "0601"),
     Row("machine ID, a shorter one",
-        at("T1") + [f"do file {MACHINE_ID} KLV12345T0000001299999"],
+        at("T1") + [f"do file {ID_FILE} KLV12345T0000001299999"],
         section("0601 KLV12345T00000012"), "0601"),
     # Neither ID is of factory W, whatever a cut leaves of them.
     Row("machine ID, a longer one",
-        ["do new", "do level T1", f"do file {MACHINE_ID} KLV12345TW0000012", "boot"],
+        ["do new", "do level T1", f"do file {ID_FILE} KLV12345TW0000012", "boot"],
         section("0601 KLV1234X5T00001205"), "0601"),
     Row("semi-finished machine ID", at("ICT"), section("0602 KLV12345T0000001"), "0602"),
     Row("station number", at("T1"), section("8A00"), "8A00"),

@@ -13,10 +13,10 @@ import time
 from common.bytetext import unprintable
 from common.failure import Failure
 from common.files import PLANS, read_json
-from common.panel import LEVEL_FILE, Panel
+from common.panel import ID_FILE, LEVEL_FILE, SEMI_ID_FILE, STATION_FILE, Panel
 from common.waiting import wait_for
-from effects.powercut import (ICT, MACHINE_ID, POINTERCAL, Cut, boot_level, passed_items, revived,
-                              state_of, verdict)
+from effects.powercut import (POINTERCAL, Cut, boot_level, passed_items, revived, state_of,
+                              verdict)
 from station.plan import expand, step_of
 from station.requests import is_failure
 from station.wire import decode
@@ -26,8 +26,8 @@ from station.wire import decode
 BOOT, WORK, ASK, AFTER, TOUCH = 3, 8, 0.25, 0.06, 9
 LONG_PASS = 60  # kills; a forced change may take a panel past what its next level needs
 NEXT = {"0400": "T1", "0100": "BI", "0200": "T2", "0300": "HMI", "0101": "HMI"}
-STORED = {"0601": MACHINE_ID, "0602": ICT + "HMI_SEMIMACHINE_ID.txt",
-          "8A00": ICT + "HMI_STATION_NUM.txt", "9000": POINTERCAL, "9004": POINTERCAL}
+STORED = {"0601": ID_FILE, "0602": SEMI_ID_FILE, "8A00": STATION_FILE, "9000": POINTERCAL,
+          "9004": POINTERCAL}
 KINDS = {"": "boot", "KLV-": "forced change", **dict.fromkeys(NEXT, "end check"),
          **dict.fromkeys(STORED, "identity, station"),
          **dict.fromkeys(("9000", "9004"), "calibration")}

@@ -3,12 +3,11 @@ import dataclasses
 import re
 
 from common.bytetext import printable
-from common.panel import LEVEL_FILE
+from common.panel import ICT, ID_FILE, LEVEL_FILE, SEMI_ID_FILE, STATION_FILE, flag_file
 
 # The panel's files that a boot takes notice of are the texts of a dictionary, by path: those of
 # /usr/local/ict but scripts and logs, the pointer calibration and the time zone.
-ICT, POINTERCAL, ZONE = "/usr/local/ict/", "/etc/pointercal", "/etc/localtime"
-MACHINE_ID = ICT + "HMI_MACHINE_ID.txt"
+POINTERCAL, ZONE = "/etc/pointercal", "/etc/localtime"
 LOG = ICT + "FactoryTestLog.txt"
 SECTOR = 512
 
@@ -131,10 +130,6 @@ def boot_level(state):
     return level if level in ("T1", "BI", "T2") else "ICT"
 
 
-def flag_file(level):
-    return f"{ICT}HMI_{level}_TEST_Flag.txt"
-
-
 def passed_items(state, level):
     flags = state.get(flag_file(level), "")
     return {place // 64 + 1 for place in range(0, len(flags) - 63, 64)
@@ -170,9 +165,9 @@ def verdict(cut, revival):
     wrong = wrong_items(cut, files, level)
     if wrong:
         return wrong
-    for name in ("MACHINE_ID", "SEMIMACHINE_ID", "STATION_NUM"):
-        path = f"{ICT}HMI_{name}.txt"
+    for path in (ID_FILE, SEMI_ID_FILE, STATION_FILE):
         if cut.confirmed and path in cut.now and files.get(path, "") != cut.now[path]:
+            name = path.removeprefix(ICT + "HMI_").removesuffix(".txt")
             return f'{name} reads "{printable(files.get(path, ""))}"'
     # An empty backup counts as none.
     current, backup = files.get(POINTERCAL, ""), files.get(ICT + "pointercal", "")
@@ -182,7 +177,7 @@ def verdict(cut, revival):
 
 
 def wrong_items(cut, files, level):
-    old = cut.before.get(MACHINE_ID, "")
+    old = cut.before.get(ID_FILE, "")
     spared = granted(old, level) | granted(cut.machine_id or old, level)
     passed, was = passed_items(files, level) - spared, passed_items(cut.before, level)
     there = flag_file(level) in cut.now

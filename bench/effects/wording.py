@@ -5,6 +5,7 @@ import re
 import struct
 
 from common.bytetext import printable, unprintable
+from common.panel import ICT, flag_file
 
 MODES = {"O_RDONLY": "read-only", "O_WRONLY": "write-only", "O_RDWR": "read-write",
          "O_CREAT": "create", "O_EXCL": "new", "O_TRUNC": "truncate", "O_APPEND": "append",
@@ -37,7 +38,7 @@ def is_port(path):
 
 
 def short_name(path):
-    return path.removeprefix("/usr/local/ict/")
+    return path.removeprefix(ICT)
 
 
 def quoted_bytes(data):
@@ -151,7 +152,7 @@ def folded(lines):
 def record_text(effect):
     """An item's record: its 64 bytes read, the last character of its text written in place,
     synced."""
-    level = re.fullmatch("/usr/local/ict/HMI_(ICT|T1|BI|T2)_TEST_Flag.txt", effect.file)
+    level = re.fullmatch(flag_file("(ICT|T1|BI|T2)"), effect.file)
     kinds = [step.kind for step in effect.steps]
     if not level or effect.text != "read-write" or kinds != ["read", "write", "sync", "close"]:
         return ""

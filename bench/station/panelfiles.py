@@ -16,7 +16,7 @@ import re
 
 from common.bytetext import printable, unprintable
 from common.failure import Failure
-from common.panel import LEVEL_FILE
+from common.panel import LEVEL_FILE, flag_file
 from common.waiting import until_none
 from station import wire
 from station.requests import LEVELS, is_failure
@@ -81,7 +81,7 @@ class PanelFiles:
         wanted = _results_of(steps, level)
 
         def find():
-            lines = self.read(f"/usr/local/ict/HMI_{level}_TEST_Flag.txt").split("\n")
+            lines = self.read(flag_file(level)).split("\n")
             found = {item: _shown("".join(lines[item - 1:item]), True) for item in wanted}
             return [f"item result on the panel: {found[item]} instead of {result}"
                     for item, result in sorted(wanted.items())

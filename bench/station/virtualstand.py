@@ -6,6 +6,7 @@ import tempfile
 import time
 
 from common.bytetext import unprintable
+from common.panel import ARCHIVED_LOG
 from common.terminal import say
 from common.waiting import wait_for
 from station.panelfiles import PanelFiles
@@ -67,7 +68,7 @@ class VirtualStand(Stand):
     def _settle(self):
         """Sees the end of it in the panel's log."""
         def closed():
-            log = self.files.read("/usr/local/ict/HMI_Factory_Resume.txt")
+            log = self.files.read(ARCHIVED_LOG)
             return log.strip().endswith("== Test End =====================")
         begun = time.monotonic()
         over = wait_for(closed, EMULATED_CLOSED if BOARD else CLOSED)
