@@ -1,8 +1,9 @@
 """Files that the bench reads and writes."""
+import contextlib
 import json
 import os
 import pathlib
-import tempfile
+import secrets
 
 from common.failure import Failure
 
@@ -42,20 +43,14 @@ def read_json(path):
 def replace_file(path, content):
     """Writes a file that is either whole or as it was before. Raises Failure, with what went wrong
     and where."""
-    path = pathlib.Path(path)
+    fresh = f"{path}.{secrets.token_hex(4)}"
     try:
-        file, fresh = tempfile.mkstemp(prefix=path.name + ".", dir=path.parent)
-        try:
-            with open(file, "wb") as out:
-                out.write(content)
-                out.flush()
-                os.fsync(file)
-            mask = os.umask(0)
-            os.umask(mask)
-            os.chmod(fresh, 0o666 & ~mask)
-            os.replace(fresh, path)
-        except OSError:
-            os.unlink(fresh)
-            raise
+        with open(fresh, "xb") as out:
+            out.write(content)
+            out.flush()
+            os.fsync(out.fileno())
+        os.replace(fresh, path)
     except OSError as error:
+        with contextlib.suppress(OSError):
+            os.unlink(fresh)
         raise Failure(f"{path}: {error.strerror}") from None

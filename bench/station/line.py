@@ -152,10 +152,9 @@ class Line:
             return None
 
     def _write(self, text):
-        try:
+        # The peer may hold the line; that nothing is answered will show.
+        with contextlib.suppress(serial.SerialTimeoutException):
             self._port.write(text.encode("latin-1", "replace"))
-        except serial.SerialTimeoutException:
-            pass  # the peer holds the line; that nothing is answered will show
 
     def _await_bytes(self, seconds):
         """Whether some came."""

@@ -1,4 +1,5 @@
 """The place where the panel stands: what a plan may ask of it around an exchange."""
+import contextlib
 import os
 import re
 import select
@@ -95,10 +96,8 @@ class TerminalStand(Stand):
 
     def _ask(self, question, bad=False):
         """What was typed before the question is no answer to it."""
-        try:
+        with contextlib.suppress(termios.error):  # no terminal
             termios.tcflush(0, termios.TCIFLUSH)
-        except termios.error:
-            pass  # no terminal
         say(question, bad)
 
     def _answer(self):
