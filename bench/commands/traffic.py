@@ -17,6 +17,7 @@ import sys
 
 from common.bytetext import printable, unprintable
 from common.commandline import CommandLine
+from common.terminal import say
 from station import wire
 from station.requests import LEVELS, command_of, meaning_of, refusal
 
@@ -104,11 +105,8 @@ class Traffic:
             self._record.end_step()
 
     def _say(self, line):
-        try:
-            if self._screen:
-                print(line, flush=True)
-        except BrokenPipeError:  # whoever read has enough; the record goes on
-            os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
+        if self._screen:
+            say(line)
 
     def _note(self, ms, what):
         self._say(f"{ms / 1000:9.3f}  -- {what}")
