@@ -1,4 +1,5 @@
 """bench board: what only drivers can show, on the whole ARM machine; a look at each."""
+import functools
 import os
 import random
 import re
@@ -25,18 +26,14 @@ def differs(what, found, wanted):
     return f'{what} is "{" ".join(found.split())[:160]}" instead of {wanted}'
 
 
-def settings_during(rig, port, code):
-    """The settings that a port had at any moment while a request ran."""
-    rig.run(f"(for i in $(seq 60); do stty -a -F /dev/{port}; usleep 15000; done "
-            ">/tmp/lines 2>/dev/null) &")
-    rig.ask(code)
-    return rig.run("cat /tmp/lines; rm /tmp/lines")
-
-
 def line_settings(rig):
     fault = differs("ttyO1", rig.run("stty -a -F /dev/ttyO1 2>/dev/null"),
                     r"(?s)^speed 9600.*\bparenb -parodd.*cs8.* -cstopb.* crtscts.*inpck")
-    during = settings_during(rig, "ttyO4", "8107")
+    # Those that the port has at any moment while the request runs.
+    rig.run("(for i in $(seq 60); do stty -a -F /dev/ttyO4; usleep 15000; done "
+            ">/tmp/lines 2>/dev/null) &")
+    rig.ask("8107")
+    during = rig.run("cat /tmp/lines; rm /tmp/lines")
     fault += differs("ttyO4 in the RS-422 test", during,
                      r"(?s)speed 19200 baud;[^;]*;[^s]*.*?-parenb.*?cs8")
     return fault + differs("ttyO4 as RS-485", during, r"(?s)speed 9600.*?parenb -parodd.*?cs7")
@@ -149,7 +146,7 @@ def nand(rig):
         + differs("its driver", rig.run("cat /proc/mtd"), "mtd0: 00020000 .*NAND")
 
 
-def medium(rig, name, code, refusal, folder, device):
+def medium(name, code, refusal, folder, device, rig):
     """Exported logs lie on the medium; without it the export fails, and with it again it does
     not."""
     def becomes(act, status):
@@ -162,14 +159,6 @@ def medium(rig, name, code, refusal, folder, device):
     fault += differs("the answer without it", rig.ask(code), f"^{refusal}$")
     fault += "" if becomes("plug", "0") else "not mounted when plugged in again; "
     return fault + differs("the answer then", rig.ask(code), f"^{code}$")
-
-
-def stick(rig):
-    return medium(rig, "usb", "CC10", "CCE0", "/media/sda1", "/dev/sd[a-z]1")
-
-
-def card(rig):
-    return medium(rig, "sd", "CC11", "CCE1", "/media/mmcblk0p1", "/dev/mmcblk0p1")
 
 
 def board_check(rig):
@@ -193,8 +182,10 @@ LOOKS = {  # what each finds wrong, empty for nothing
     "sound events": sound,
     "clocks": clocks,
     "NAND": nand,
-    "USB stick, hot-plugged": stick,
-    "SD card": card,
+    "USB stick, hot-plugged":
+        functools.partial(medium, "usb", "CC10", "CCE0", "/media/sda1", "/dev/sd[a-z]1"),
+    "SD card":
+        functools.partial(medium, "sd", "CC11", "CCE1", "/media/mmcblk0p1", "/dev/mmcblk0p1"),
     "check-panel.sh": board_check,
     # From here on each restarts the machine.
     "CTS held by the peer": peer_holds_cts,

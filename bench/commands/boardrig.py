@@ -53,5 +53,5 @@ class BoardRig(Panel):
         """What the panel answers in time, empty for nothing; ids and the like as `argument`."""
         command = find_command(code)
         request = Request(request_of(code, argument, model="KLV-100"), timeout_ms,
-                          framed=bool(command and command.framed))
+                          framed=command and command.framed)
         return wire.decode(self._line.exchange(request).bytes).payload

@@ -44,7 +44,7 @@ def main(words):
     if not command:
         print(f"No panel knows the code {args.code}; sent all the same", file=sys.stderr)
     request = Request(request_of(args.code, args.argument, args.station, args.model or ""),
-                      args.timeout, framed=bool(command and command.framed))
+                      args.timeout, framed=command and command.framed)
     level = "BI" if args.bi else "ICT"
     with Line(args.port, level) as line:
         answer = line.exchange(request)

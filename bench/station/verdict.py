@@ -79,17 +79,11 @@ def _mismatch(step, answer, verdict, values):
     return f"{seen}, expected {_with_code(meaning_of(due, step['code']), due)}"
 
 
-def _battery(step, reply):
-    value = {"name": "battery", "unit": "mV", "value": _millivolts(reply)}
-    if "battery" in step:
-        value["min"], value["max"] = step["battery"]
-    return value
-
-
 def _measured(step, reply, level):
     """What was measured, with its limits where there are some."""
     if reply.kind == wire.BATTERY:
-        return [_battery(step, reply)]
+        limits = dict(zip(("min", "max"), step.get("battery", ())))
+        return [{"name": "battery", "unit": "mV", "value": _millivolts(reply)} | limits]
     match = re.match(r"\( *(\d{1,9}), *(\d{1,9})\)", reply.payload, re.ASCII)
     if reply.kind != wire.TEXT or not match:
         return []
@@ -106,14 +100,6 @@ def _measured(step, reply, level):
             for (axis, value), aim in zip(seen.items(), TARGETS.get(code, (0, 0)))]
 
 
-def _unanswered(step, answer, verdict):
-    if step["silence"]:
-        verdict.meaning = "no answer, as it must be"
-    else:
-        verdict.faults.append(f"no answer (asked {answer.tries} times, for "
-                              f"{step['timeout'] / 1000:g} s each)")
-
-
 def judge(step, answer, values, level, number, strict):
     """`level` is the panel's, `number` its station number. `strict`: noise before a good reply is a
     fault, and so is a request that had to be repeated."""
@@ -125,8 +111,12 @@ def judge(step, answer, values, level, number, strict):
         else meaning_of(reply.payload, step["code"])
     silent = reply.kind == wire.NONE
     verdict.unanswered = bool(answer.error) or silent and not step["silence"]
+    if silent and step["silence"]:
+        verdict.meaning = "no answer, as it must be"
+    elif silent:
+        faults.append(f"no answer (asked {answer.tries} times, for {step['timeout'] / 1000:g} s "
+                      "each)")
     if silent:
-        _unanswered(step, answer, verdict)
         return verdict
     verdict.advice = "" if verdict.unanswered else advice_of(reply.payload, step["code"])
     verdict.measured = _measured(step, reply, level)
