@@ -132,7 +132,8 @@ def _page_with(reports):
 def _junit(record):
     try:
         jq = subprocess.run(["jq", "--raw-output", "--from-file", str(PAGES / "junit.jq")],
-                            input=record, capture_output=True, check=False)
+                            input=record, capture_output=True, check=False,
+                            start_new_session=True)  # Ctrl-C ends the test, not its report
     except OSError as error:
         raise Failure(f"junit.xml: jq: {error.strerror}") from None
     if jq.returncode:
