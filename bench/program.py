@@ -6,7 +6,7 @@ import os
 import sys
 
 from common import interrupt
-from common.failure import Failure
+from common.failure import Failure, text_of_defect
 
 COMMANDS = {
     "station": "commands.station", "produce": "commands.produce", "send": "commands.send",
@@ -23,6 +23,12 @@ def _open_standard_files():
             setattr(sys, name, open(number, "w" if number else "r", encoding="utf-8"))
 
 
+def _text_of(failure):
+    if isinstance(failure, OSError) and failure.strerror:
+        return f"{failure.filename}: " * bool(failure.filename) + failure.strerror
+    return str(failure) if isinstance(failure, (Failure, OSError)) else text_of_defect(failure)
+
+
 def main(name, args):
     """The exit status: a command's own, 2 when the bench cannot work, 1 after Ctrl-C."""
     _open_standard_files()
@@ -34,12 +40,12 @@ def main(name, args):
     except BrokenPipeError:  # whoever read has enough
         os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
         return 1
-    except (Failure, OSError) as failure:
-        print(f"bench {name}: {failure}", file=sys.stderr)
-        return 1 if interrupt.interrupted() else 2
     except KeyboardInterrupt:
         print(f"bench {name}: interrupted", file=sys.stderr)
         return 1
+    except Exception as failure:
+        print(f"bench {name}: {_text_of(failure)}", file=sys.stderr)
+        return 1 if interrupt.interrupted() else 2
 
 
 if __name__ == "__main__":

@@ -1,4 +1,6 @@
 """What ends a command."""
+import pathlib
+import traceback
 
 
 class Failure(Exception):
@@ -10,3 +12,9 @@ class Interrupted(Failure):
 
     def __init__(self):
         super().__init__("interrupted")
+
+
+def text_of_defect(wrong):
+    """Of an exception that nobody expected: all that its user can report, in one line."""
+    place = traceback.extract_tb(wrong.__traceback__)[-1]
+    return f"the bench has failed: {wrong!r} ({pathlib.Path(place.filename).name}:{place.lineno})"

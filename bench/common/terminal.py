@@ -13,7 +13,9 @@ def _write(text):
     try:
         sys.stdout.write(text)
         sys.stdout.flush()
-    except OSError:  # nobody reads any more, or there is no more room; the test goes on
+    except OSError as error:  # nobody reads any more, or there is no more room; the test goes on
+        if not isinstance(error, BrokenPipeError):
+            print(f"bench: standard output: {error.strerror}; no more is shown", file=sys.stderr)
         os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
 
 

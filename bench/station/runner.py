@@ -3,7 +3,7 @@ import statistics
 import time
 
 from common.bytetext import as_bytes, printable
-from common.failure import Failure, Interrupted
+from common.failure import Failure, Interrupted, text_of_defect
 from common.terminal import say, show_status
 from station.line import Request
 from station.plan import expand
@@ -51,7 +51,7 @@ class Runner:
             report.fault(str(end) or str(Interrupted()))
             raise
         except Exception as wrong:
-            report.fault(f"the bench has failed: {wrong!r}")
+            report.fault(text_of_defect(wrong))
             raise
         finally:
             self._line.tick = None
