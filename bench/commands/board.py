@@ -225,13 +225,13 @@ def main(words):
         "Exit status 0 if all of it is as it must be.")
     add = parser.add_argument
     add("--cuts", metavar="COUNT", type=number(1, 1000000),
-        help="instead cut the power so many times at random moments of production")
+        help="Instead cut the power so many times at random moments of production.")
     add("--figures", action="store_true",
-        help="instead print speed and size of the agent beside an empty window")
+        help="Instead print speed and size of the agent beside an empty window.")
     add("--seed", metavar="NUMBER", type=number(0, 2**31 - 1), default=1,
-        help="of the moments (default 1)")
+        help="Of the moments; repeats them (default 1).")
     add("part", metavar="PART", nargs="?", default="",
-        help="only the looks with this in their name")
+        help="Only the looks with this in their name.")
     args = parser.parse_args(words)
     if args.cuts:
         return cut_power(args.cuts, args.seed)

@@ -292,7 +292,7 @@ PanelOptions optionsOf(QStringList words)
 {
     PanelOptions options;
     for (; words.value(0).startsWith("--"); words = words.mid(2)) {
-        if (words[0] == "--folder")
+        if (words[0] == "--folder" && !words.value(1).isEmpty())
             options.folder = words.value(1);
         else if (words[0] == "--ict-disk" && words.value(1) == "own")
             options.ictDisk = IctDisk::own;

@@ -4,7 +4,7 @@ import sys
 
 from commands.reporting import add_report_options
 from common import interrupt
-from common.commandline import CommandLine
+from common.commandline import CommandLine, file_name
 from common.failure import Failure, Interrupted
 from common.files import read_json
 from common.panel import ARCHIVED_LOG, STATION_FILE, Panel
@@ -137,21 +137,21 @@ def _produce(args, row, number, report):
 def _arguments(words):
     parser = CommandLine(
         "produce",
-        "Makes a factory-new virtual panel and takes it through ICT, T1, BI and T2, one power "
-        "cycle after the other,\nuntil it is released; a second one by the short way from T1; a "
-        "third by forced changes. production.json among the plans says which.\n"
-        "Exit status 0 only if every reply, every screen and every file on the panels is what it "
-        "must be.")
+        "Makes a factory-new virtual panel and takes it through ICT, T1, BI and T2, one power\n"
+        "cycle after the other, until it is released; a second one by the short way from T1; a\n"
+        "third by forced changes. production.json among the plans says which. Exit status 0\n"
+        "only if every reply, every screen and every file on the panels is what it must be.")
     add_report_options(parser, "out/produce")
     add = parser.add_argument
     add("--tour", action="store_true",
-        help="only the last: identity, presence, failing end check and forced change of each "
-        "level")
-    add("--single", action="store_true", help="only the first panel")
+        help="Only the last panel: identity, presence, failing end check and forced change of each "
+        "level.")
+    add("--single", action="store_true", help="Only the first panel.")
     add("--fault", metavar="NAME[:VALUE]", action="append", default=[],
-        help="begin with this fault; may be given several times")
-    add("--folder", metavar="FOLDER", default="",
-        help="keep the panel's files in this folder; it is emptied first")
+        help="Begin with this fault; may be given several times.")
+    add("--folder", metavar="FOLDER", type=file_name,
+        help="Keep the first panel's files in this folder, a second one's in FOLDER-2 and so on; "
+        "they are emptied first (default: temporary ones).")
     return parser.parse_args(words)
 
 

@@ -13,22 +13,22 @@ from station.requests import find_command, is_failure, meaning_of, request_of
 def _arguments(words):
     parser = CommandLine(
         "send",
-        "Sends one request to a panel and decodes the reply.\nCODE is a command code, or 8D and 8E "
-        "(clock; ARGUMENT: seconds to be off), 0601 to 0603 (ARGUMENT: the ID),\n"
-        "9510 (ARGUMENT: RRGGBB), KLV- (forced change; ARGUMENT: ict, t1, bi, t2 or hmi).\n"
+        "Sends one request to a panel and decodes the reply. CODE is a command code, or 8D and 8E\n"
+        "(clock; ARGUMENT: seconds to be off), 0601 to 0603 (ARGUMENT: the ID), 9510 (ARGUMENT:\n"
+        "RRGGBB), KLV- (forced change; ARGUMENT: ict, t1, bi, t2 or hmi).\n"
         "Exit status 0 if a good answer came, 1 if none, a damaged one or a failure did.\n"
         "Example: bench send --port /dev/ttyUSB0 8000")
     add = parser.add_argument
-    add("--port", metavar="PATH", help="serial device or pty of the PC link")
+    add("--port", metavar="PATH", help="Serial device or pty of the PC link.")
     add("--station", metavar="NUMBER", type=number(0, 255), default=0,
-        help="station number, decimal (default 0: any)")
+        help="Station number, decimal (default 0: any).")
     add("--bi", action="store_true",
-        help="line settings of level BI (7E1 instead of 8E1 with RTS/CTS)")
-    add("--model", help="model for the forced change, for example KLV-100")
+        help="Line settings of level BI (7E1 instead of 8E1 with RTS/CTS).")
+    add("--model", metavar="MODEL", help="Model for the forced change, for example KLV-100.")
     add("--timeout", metavar="MS", type=number(1, 3600000), default=15000,
-        help="milliseconds to wait for the answer (default 15000)")
-    add("code", metavar="CODE", nargs="?", help="what to ask")
-    add("argument", metavar="ARGUMENT", nargs="?", default="", help="its data")
+        help="Milliseconds to wait for the answer (default 15000).")
+    add("code", metavar="CODE", nargs="?", help="What to ask.")
+    add("argument", metavar="ARGUMENT", nargs="?", default="", help="Its data.")
     args = parser.parse_args(words)
     if not args.code or not args.port:
         raise Failure("which port and what code? Example: bench send --port /dev/ttyUSB0 8000")

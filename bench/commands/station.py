@@ -2,12 +2,11 @@
 import dataclasses
 import pathlib
 import threading
-import traceback
 
 from commands.reporting import add_report_options
 from common import interrupt
-from common.commandline import CommandLine, numbers
-from common.failure import Failure, Interrupted
+from common.commandline import CommandLine, file_name, numbers
+from common.failure import Failure, Interrupted, text_of_defect
 from common.files import read_json
 from common.terminal import say, say_verdict
 from station.line import Line
@@ -73,9 +72,10 @@ class Station:
                     over = self._test(job, line, over)
         except Exception as failure:  # whatever it is: what nobody has tested has not passed
             self.unusable = True
-            say(str(failure), bad=True)
+            text = str(failure) if isinstance(failure, Failure) else text_of_defect(failure)
+            say(text, bad=True)
             for job in jobs:
-                job.report.fault(str(failure))
+                job.report.fault(text)
 
     def _test(self, job, line, over):
         if over:
@@ -88,9 +88,9 @@ class Station:
             runner.run(job.plan, job.report)
         except Failure as wrong:
             say(f"{job.name}: {wrong}", bad=True)
-        except Exception:
+        except Exception as wrong:
             self.unusable = True
-            traceback.print_exc()
+            say(f"{job.name}: {text_of_defect(wrong)}", bad=True)
         job.tested = runner.asked
         return str(Interrupted()) if self._stop.is_set() else line.failure
 
@@ -121,6 +121,8 @@ def _panels(args):
     each number; at the other levels it is one panel, and the number what that is given."""
     level = args.level or str(read_json(args.plan).get("level", ""))
     ports, stations = args.port or ["no port"], args.station
+    if len(set(ports)) < len(ports):
+        raise Failure("--port: each port once")
     if level.upper() == "BI":
         return [(port, number) for port in ports for number in stations]
     if len(stations) not in (1, len(ports)):
@@ -171,25 +173,25 @@ def _jobs(args):
 def _arguments(words):
     parser = CommandLine(
         "station",
-        "Tests panels at their PC link with the plan of a level, several ports at once, and at BI "
-        "several panels of one bus by station number.\nWhat a person must do is asked on the "
+        "Tests panels at their PC link with the plan of a level, several ports at once, and at BI\n"
+        "several panels of one bus by station number. What a person must do is asked on the\n"
         "terminal. Exit status 0 only if every panel passed.\n"
-        "Example: bench station --port /dev/ttyUSB0 --level t1 --set model=KLV-100 --set "
-        "machineId=20254711T12345678")
+        "Example: bench station --port /dev/ttyUSB0 --level ict --set model=KLV-100 \\\n"
+        "             --set crc=D8B172D0 --set version=A.0123.120 --set semiId=SEMI25110001")
     add_report_options(parser, "out/station")
     add = parser.add_argument
     add("--port", metavar="PATH", action="append", default=[],
-        help="serial device or pty; may be given several times")
-    add("--level", default="", help="ict, t1, bi or t2")
+        help="Serial device or pty; may be given several times.")
+    add("--level", metavar="LEVEL", default="", help="Test with its plan: ict, t1, bi or t2.")
     add("--station", metavar="NUMBERS", type=numbers(0, 255), default=[0],
-        help="station number, decimal; with commas at BI all on the bus of each port, at other "
-        "levels one for each port in their order")
+        help="Station number, decimal (default 0); with commas at BI all on the bus of each port, "
+        "at other levels one for each port in their order.")
     add("--set", metavar="NAME=VALUE", action="append", default=[],
-        help="what a plan's ${NAME} stands for; with commas, one VALUE for each panel")
-    add("--plan", metavar="FILE",
-        help="this plan instead, for example a record of `bench panel --record`")
-    add("--check", action="store_true", help="only check the plan")
-    add("--yes", action="store_true", help="take everything asked of a person as done")
+        help="What a plan's ${NAME} stands for; with commas, one VALUE for each panel.")
+    add("--plan", metavar="FILE", type=file_name,
+        help="Test with this plan, for example a record of `bench panel --record`.")
+    add("--check", action="store_true", help="Only check the plan.")
+    add("--yes", action="store_true", help="Take everything asked of a person as done.")
     args = parser.parse_args(words)
     known = args.level.upper() in LEVELS if args.level else args.plan
     if not known or not (args.port or args.check):

@@ -4,7 +4,7 @@ import glob
 import os
 import sys
 
-from common.commandline import CommandLine, number
+from common.commandline import CommandLine, file_name, number
 from common.failure import Failure
 from common.terminal import say
 from station.report import page_of
@@ -17,23 +17,24 @@ from store.store import Store, is_server, name_of
 def _arguments(words):
     parser = CommandLine(
         "units",
-        "What is known of the units that `bench station` and `bench produce` have tested: without "
-        "more the latest tests,\nwith an ID, or a part of one, a unit's whole history.")
+        "What is known of the units that `bench station` and `bench produce` have tested: without\n"
+        "more the latest tests, with an ID, or a part of one, a unit's whole history.")
     add = parser.add_argument
-    add("--report", metavar="FOLDER", default="out/station",
-        help="folder of the reports (default %(default)s)")
+    add("--report", metavar="FOLDER", type=file_name, default="out/station",
+        help="Folder of the reports (default: %(default)s).")
     add_store_option(parser)
-    add("--since", metavar="DAY", help="only tests of this day and later ones")
-    add("--until", metavar="DAY", help="only tests of this day and earlier ones")
+    add("--since", metavar="DAY", help="Only tests of this day (like 2026-11-21) and later ones.")
+    add("--until", metavar="DAY", help="Only tests of this day and earlier ones.")
     add("--count", metavar="NUMBER", type=number(1, 1000000), default=40,
-        help="how many tests to list (default 40)")
-    add("--csv", metavar="TABLE", help="print tests, steps or values (what was measured) as CSV")
-    add("--yield", metavar="FILE", dest="page",
-        help="write a page with yield, failing items, measured values and retests")
+        help="How many tests to list (default 40).")
+    add("--csv", metavar="TABLE", help="Print tests, steps or values (what was measured) as CSV.")
+    add("--yield", metavar="FILE", type=file_name, dest="page",
+        help="Write a page with yield, failing items, measured values and retests.")
     add("--hand-in", action="store_true",
-        help="put into the store what waits for it in the folder of the reports, or the named "
-        "report.json files, or all in the named folders")
-    add("named", metavar="ID | FILE", nargs="*", help="machine or semi-finished ID")
+        help="Put into the store what waits for it in the folder of the reports, or the named "
+        "report.json files, or all in the named folders.")
+    add("named", metavar="ID | FILE", nargs="*",
+        help="Machine or semi-finished ID; with --hand-in a file or folder.")
     return parser.parse_args(words)
 
 

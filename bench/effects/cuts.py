@@ -189,10 +189,11 @@ def main(words):
         "or not, on a\nvirtual panel, boots the agent on it and judges. Prints how many calls and "
         "different\nstates each operation has, and every state that is not legal. Exits 0 if all "
         'are.\nExample: bench cuts "end check of T1" clock')
-    parser.add_argument("--list", action="store_true", help="only list the operations")
+    parser.add_argument("--list", action="store_true", help="Only list the operations.")
     parser.add_argument("--panels", type=number(1, 32), default=2, metavar="COUNT",
-                        help="panels that boot side by side (default 2)")
-    parser.add_argument("operation", nargs="*", metavar="OPERATION", help="what to cut")
+                        help="How many panels boot side by side (default 2).")
+    parser.add_argument("operation", nargs="*", metavar="OPERATION",
+                        help="What to cut (default: all).")
     args = parser.parse_args(words)
     names = [row.name for row in ROWS]
     unknown = [name for name in args.operation if name not in names]

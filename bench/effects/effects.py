@@ -5,7 +5,7 @@ import pathlib
 import re
 import textwrap
 
-from common.commandline import CommandLine
+from common.commandline import CommandLine, level_name
 from common.failure import Failure
 from effects.session import Section, Session
 
@@ -21,7 +21,11 @@ class Texts:
 
     def _read(self, file):
         defining = None
-        for number, line in enumerate(file.read_text().split("\n"), 1):
+        try:
+            lines = file.read_text("utf-8").split("\n")
+        except UnicodeDecodeError:
+            raise Failure(f"{file}: not in UTF-8") from None
+        for number, line in enumerate(lines, 1):
             self._place = f"{file}:{number}: "
             name = line[2:].strip()
             if not line.strip():
@@ -97,30 +101,34 @@ def compare(files):
 def main(words):
     parser = CommandLine(
         "effects",
-        "Prints, in order, what each request makes the agent do to a virtual panel: "
+        "Prints, in order, what each REQUEST makes the agent do to a virtual panel: "
         "ports with\ntheir line settings, bytes, commands, files and syncs, input events, pauses, "
         "and what\nstays open. tests/effects/README.md explains the lines.",
         epilog='Examples: bench effects --level T1 8102 "0601 KLV1234X5W00001205"\n'
         "          bench effects --compare tests/effects/ict.txt\n"
         "tests/effects is in the source tree; the package has it in /usr/share/doc/ict-bench.")
     add = parser.add_argument
-    add("--level", default="ICT", help="level at which the panel starts (default ICT)")
-    add("--boot", action="store_true", help="print what the start does, too")
-    add("--agent-args", help="arguments of the agent, for a run mode; print the start")
-    add("--fault", action="append", default=[],
-        help="a fault of panel or fixture during each request; may be repeated")
-    add("--condition", action="append", default=[],
-        help="any other condition, as in the expected texts; may be repeated")
+    add("--level", metavar="LEVEL", type=level_name, default="ICT",
+        help="Start at this level: ict (default), t1, bi, t2 or hmi.")
+    add("--boot", action="store_true", help="Print what the start does, too.")
+    add("--agent-args", metavar="ARGS",
+        help="Arguments of the agent, for a run mode; print the start.")
+    add("--fault", metavar="NAME[:VALUE]", action="append", default=[],
+        help="Set this fault during each request; may be given several times.")
+    add("--condition", metavar="CONDITION", action="append", default=[],
+        help="Any other condition, as in the expected texts; may be given several times.")
     add("--compare", action="store_true",
-        help="the arguments are files of expected texts: run and compare them")
+        help="The arguments are files of expected texts: run and compare them.")
     add("request", nargs="*", metavar="REQUEST",
-        help='CODE or "CODE ARGUMENT" as `bench send` takes them, or the bytes between quotes')
+        help='CODE or "CODE ARGUMENT" as `bench send` takes them, or the bytes between quotes.')
     args = parser.parse_args(words)
+    if not args.request and (args.compare or not (args.boot or args.agent_args)):
+        parser.error("say which requests, with --compare which files")
     if args.compare:
         return compare(args.request)
     with Session() as session:
         agent = [f"agent {args.agent_args}"] * bool(args.agent_args)
-        start = session.run(Section("boot", [f"level {args.level.upper()}"] + agent))
+        start = session.run(Section("boot", [f"level {args.level}"] + agent))
         if args.boot or agent:
             print_effects("boot", start)
         faults = [f"fault {fault}" for fault in args.fault]

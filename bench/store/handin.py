@@ -5,6 +5,7 @@ import json
 import os
 import re
 
+from common.commandline import file_name
 from common.failure import Failure
 from common.files import read_json, replace_file
 from common.terminal import say
@@ -16,8 +17,8 @@ AT_ONCE = 200  # files a transaction: neither one each, which is slow, nor all i
 
 def add_store_option(parser):
     parser.add_argument(
-        "--store", metavar="STORE", help="store of all runs: an SQLite file, or "
-        "postgresql://USER@HOST/NAME; else units.sqlite in the folder of the reports")
+        "--store", metavar="STORE", type=file_name, help="Store of all runs: an SQLite file, or "
+        "postgresql://USER@HOST/NAME (default: units.sqlite in the folder of the reports).")
 
 
 def store_of(args):
@@ -61,6 +62,8 @@ def hand_in(where, paths):
     the files stay. Those that hold none are named and left out."""
     files = []
     for path in paths:
+        if not os.path.exists(path):
+            raise Failure(f"{path}: no such file or folder")
         files += _json_files(path) if os.path.isdir(path) else [path]
     return _hand_in(where, files, remove=False)
 
