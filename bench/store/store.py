@@ -13,7 +13,7 @@ import urllib.parse
 from common.failure import Failure
 from store.rows import key_of, parts_of, run_of, stored
 
-_SECRETS = ("password", "sslpassword")
+_SECRET = re.compile("(?<=[?&])(?:ssl)?password(?:=[^&]*)?(?:&|$)")
 # Also one with characters that should have been written as %2F and the like.
 _PASSWORD = re.compile("(//[^:@/?#]*):(?:[^/?#]*|.*)@")
 
@@ -129,14 +129,11 @@ def name_of(where):
     """`where` as it may be shown and logged: without the password."""
     if not is_server(where):
         return where
-    place, _, options = _PASSWORD.sub(r"\1@", where, count=1).partition("?")
-    scheme, mark, rest = place.partition("//")
-    authority, slash, path = rest.partition("/")
-    user, at, host = authority.rpartition("@")
-    shown = "&".join(option for option in options.split("&")
-                     if option.partition("=")[0] not in _SECRETS)
-    name = f"{scheme.lower()}{mark}{user}{at}{host.lower()}{slash}{path}" + (shown and "?" + shown)
-    return name.replace("%20", " ")
+    shown = _SECRET.sub("", _PASSWORD.sub(r"\1@", where, count=1)).rstrip("?&")
+    # Scheme and host may be written either way.
+    return re.sub(r"^([^/?]*//)([^/?]*@)?([^/?]*)",
+                  lambda parts: parts[1].lower() + (parts[2] or "") + parts[3].lower(),
+                  shown).replace("%20", " ")
 
 
 @functools.cache
