@@ -1,11 +1,5 @@
 """What lies on a panel, compared with expected states: texts in the plans' folder that a person can
-read. A state has a section for each file it speaks of, headed "[PATH]", "[PATH new]" for a log
-whose earlier part was compared before and must not have changed, or "[PATH records N]" for a file
-of records of N bytes. Below stand its lines, as printable() shows them, their line end included; of
-a PATH with "*" in its last part, the names that fit. A run of zero bytes is "\\0*COUNT", in records
-"\\0" for what fills them up. "${name}" stands for a value of the plan, "${old}" for a date of 2015,
-where the clock of a new panel is, "${now}" for one of today's year, "${any}" for anything; any
-other name takes what it meets first and must be the same from then on. "#" begins a comment."""
+read. docs/plans.md explains their form."""
 import dataclasses
 import datetime
 import fnmatch
