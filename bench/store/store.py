@@ -57,7 +57,8 @@ class Store:
             yield [column[0] for column in cursor.description]
             if first is not None:
                 yield first
-                yield from cursor
+                for row in cursor:  # "yield from" would close a closed store's cursor after Ctrl-C
+                    yield row
             cursor.close()
 
     def rows(self, question, **parameters):
