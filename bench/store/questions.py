@@ -37,8 +37,9 @@ def write_csv(store, table, period, unit, out):
     `unit`, to a file. Raises Failure when there is no such table."""
     if table not in ("tests", "steps", "values"):
         raise Failure(f"--csv takes tests, steps or values, not {table}")
-    rows = store.ask(f"csv_{table}", **period, id=unit.lower())
-    csv.writer(out).writerows(map(_csv_cell, row) for row in rows)
+    writer = csv.writer(out)
+    for row in store.ask(f"csv_{table}", **period, id=unit.lower()):
+        writer.writerow(map(_csv_cell, row))
 
 
 def _csv_cell(value):
