@@ -47,6 +47,9 @@ def action_fault(action, known):
 _one_question = threading.Lock()  # at a time
 
 
+CONFIRM, AGAIN = "[Enter = yes, n = no]", "[r = again, Enter = go on]"
+
+
 class TerminalStand(Stand):
     """A real panel: a person does what the plan asks and confirms it on the terminal. `actions`:
     rows of actions.json. `unattended` takes every confirmation as given. When `stop`, an event, is
@@ -71,10 +74,10 @@ class TerminalStand(Stand):
             if self._unattended:
                 say(question + "[taken as done]")
                 return ""
-            self._ask(question + "[Enter = yes, n = no]")
+            self._ask(question + CONFIRM)
             for line in row.get("picture", []):
                 say(line)
-            return "not confirmed: " + row["ask"] if self._answer() == "N" else ""
+            return "not confirmed: " + row["ask"] if self._answer(CONFIRM, "Y") == "N" else ""
 
     def wants_again(self, fault):
         """Asks only a person who sits at a terminal."""
@@ -83,8 +86,8 @@ class TerminalStand(Stand):
         with _one_question:
             show_status("")
             self._ask(f">> {self._port}: {fault}", bad=True)
-            say("   Try it again?  [r = again, Enter = go on]")
-            return self._answer() == "R"
+            say("   Try it again?  " + AGAIN)
+            return self._answer(AGAIN, "R") == "R"
 
     def _settle(self, seconds):
         show_status("")
@@ -100,8 +103,18 @@ class TerminalStand(Stand):
             termios.tcflush(0, termios.TCIFLUSH)
         say(question, bad)
 
-    def _answer(self):
-        """The first letter of a line that a person types, upper-case; "N" when there is no one."""
+    def _answer(self, choices, letter):
+        """The first letter of a line that a person types, upper-case: `letter`, "N" or, of an empty
+        line, none; any other is no answer. "N" when there is no one."""
+        while True:
+            typed = self._typed()
+            first = typed[:1].decode("latin-1").upper()
+            if not typed or first in ("\n", "N", letter):
+                return first.strip() if typed else "N"
+            say("   " + choices)
+
+    def _typed(self):
+        """A line without the blanks before it, empty at the end of the input."""
         typed = b""
         while not typed.endswith(b"\n"):
             if self._stop.is_set():
@@ -110,9 +123,9 @@ class TerminalStand(Stand):
                 continue
             byte = _read_byte()
             if not byte:
-                return "N"
-            typed += byte
-        return typed[:1].decode("latin-1").upper().strip()
+                return b""
+            typed = (typed + byte).lstrip(b" \t")
+        return typed
 
 
 def _read_byte():
