@@ -123,6 +123,8 @@ def main(words):
     args = _arguments(words)
     where, period = store_of(args), _period(args)
     if args.hand_in:
+        if not args.named and not os.path.isdir(args.report):
+            raise Failure(f"{args.report}: no such folder of reports (--report)")
         added = hand_in(where, args.named) if args.named else hand_in_waiting(where, args.report)
         say(f"{added} runs were new to the store")
         return 0
