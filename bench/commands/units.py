@@ -35,7 +35,10 @@ def _arguments(words):
         "report.json files, or all in the named folders.")
     add("named", metavar="ID | FILE", nargs="*",
         help="Machine or semi-finished ID; with --hand-in a file or folder.")
-    return parser.parse_args(words)
+    args = parser.parse_args(words)
+    if len(args.named) > 1 and not args.hand_in:
+        parser.error("one ID at a time")
+    return args
 
 
 def _period(args):

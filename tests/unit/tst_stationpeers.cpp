@@ -301,6 +301,7 @@ void TestStationPeers::slips()
         {{"units", "--report", folder.filePath("a")}, 2, folder.filePath("b").toUtf8()},
         {{"units", "--store", folder.filePath("s"), "--hand-in", "none"}, 2, "no such file"},
         {{"units", "--report", folder.filePath("r"), "--hand-in"}, 2, "no such folder"},
+        {{"units", "a", "b"}, 2, "one ID"},
         {{"effects"}, 2, "say which requests"},
         {{"effects", "--compare", folder.filePath("b/units.sqlite")}, 2, ":1: a line before"},
         {{"measure", "--request", "3"}, 2, "See --help"},
