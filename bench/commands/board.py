@@ -16,7 +16,7 @@ from common.waiting import wait_for
 from station.virtualstand import identity_of
 
 SETTLED = 300  # seconds
-EMS = re.compile(r"  (\S+) +(-?\d+) +-?\d+   .*WRONG", re.MULTILINE)
+ITEM = re.compile(r"^  (\S+) +(-?\d+) +-?\d+   ", re.MULTILINE)  # of a PFVP table
 
 
 def differs(what, found, wanted):
@@ -82,15 +82,17 @@ def pfvp_ems(cycles):
 
 
 def two_boards(rig):
-    """A request to a USB port may just miss the peer, which looks at its ports in turn."""
+    """A request to a USB port may just miss the peer, which looks at its ports in turn. On a busy
+    machine a third cycle may be counted, too, which `bench pfvp` finds wrong."""
     rig.do("off")
     said, status = pfvp_ems(2)
     fault = differs("the driver of ttyUSB0", said, r"(?m)^ttyUSB0: .*/ftdi_sio$")
     fault += differs("the driver of ttyGS0", said, r"(?m)^ttyGS0: g_serial .* /dev/ttyGS0$")
-    wrong = [f"{need} passed in {passes} of 2 cycles; " for need, passes in EMS.findall(said)]
-    if status and not wrong:
-        wrong = [said.strip().rpartition("\n")[2]]
-    return fault + "".join(wrong)
+    items = ITEM.findall(said)
+    for need, passes in items:
+        if int(passes) < (1 if need.startswith("usb") else 2):
+            fault += f"{need} passed in {passes} of 2 cycles; "
+    return fault + (said.strip().rpartition("\n")[2] if status not in (0, 1) or not items else "")
 
 
 def break_on_the_line(rig):

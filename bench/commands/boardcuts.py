@@ -128,14 +128,14 @@ def cut_power(cuts, seed):
     """Cuts the power so many times and looks at what is left each time. Exit status 0 if nothing is
     lost."""
     known, wrong, done = Known(), 0, 0
-    with BoardRig(own_disk=True) as rig:
-        rig.power_on()
-        try:
+    try:  # around the machine, which Ctrl-C ends in the middle of its boot, too
+        with BoardRig(own_disk=True) as rig:
+            rig.power_on()
             for done in range(cuts):
                 wrong += cut_once(rig, done, seed, known)
             done = cuts
-        except KeyboardInterrupt:
-            say("Interrupted: the figures are of the part that was done")
-        say(f"{done} cuts (seed {seed}), {wrong} wrong; {known.compared} results compared, "
-            f"{known.settled} of them with one legal value", bool(wrong))
+    except KeyboardInterrupt:
+        say("Interrupted: the figures are of the part that was done")
+    say(f"{done} cuts (seed {seed}), {wrong} wrong; {known.compared} results compared, "
+        f"{known.settled} of them with one legal value", bool(wrong))
     return int(wrong > 0 or done < cuts)

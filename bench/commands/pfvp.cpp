@@ -115,7 +115,7 @@ PfvpCounts run(PfvpStand &stand, const Order &order)
         if (order.faults.contains(peerDies))
             dieAndReturn(stand, cycle);
     }
-    if (!stand.operatorOfPanel.press(order.mode.stopText))
+    if (!stand.operatorOfPanel.press(order.mode.stopText, 1000 * patience()))
         throw BenchError("the panel did not finish its cycles");
     return counts;
 }
