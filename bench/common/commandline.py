@@ -3,6 +3,7 @@ import argparse
 import re
 
 from common.failure import Failure
+from station.requests import WIRE_LEVELS
 
 
 class _Help(argparse.RawDescriptionHelpFormatter):
@@ -51,7 +52,7 @@ def file_name(text):
 
 
 def level_name(text):
-    if text.upper() not in ("ICT", "T1", "BI", "T2", "HMI"):
+    if text.upper() not in WIRE_LEVELS:
         raise argparse.ArgumentTypeError(f'takes ict, t1, bi, t2 or hmi, not "{text}"')
     return text.upper()
 

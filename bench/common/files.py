@@ -7,7 +7,8 @@ import secrets
 
 from common.failure import Failure
 
-PLANS = pathlib.Path(__file__).parent.parent / "plans"
+_BENCH = pathlib.Path(__file__).parent.parent
+PLANS, PAGES = _BENCH / "plans", _BENCH / "report"
 
 
 def plain_number(text):

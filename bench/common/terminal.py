@@ -1,12 +1,12 @@
 """The terminal of a person who tests. All of it may be used from several threads."""
 import os
-import pathlib
 import sys
 import threading
 
+from common.files import PAGES
+
 _lock = threading.RLock()
 _status = ""
-_LETTERS = pathlib.Path(__file__).parent.parent / "report"
 
 
 def _write(text):
@@ -43,5 +43,5 @@ def say_verdict(passed):
     """ "PASS" or "FAIL" in large letters on a terminal, else as a line."""
     if not sys.stdout.isatty():
         return say("PASSED" if passed else "FAILED")
-    letters = (_LETTERS / ("pass.txt" if passed else "fail.txt")).read_text()
+    letters = (PAGES / ("pass.txt" if passed else "fail.txt")).read_text()
     say(f"\n\033[1;{32 if passed else 31}m{letters}\033[0m")

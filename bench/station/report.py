@@ -14,11 +14,10 @@ import tempfile
 
 from common.bytetext import unprintable
 from common.failure import Failure
-from common.files import replace_file
+from common.files import PAGES, replace_file
 from common.terminal import say
 from station import wire
 
-PAGES = pathlib.Path(__file__).parent.parent / "report"
 ASKED_BY = {"AB00": "model", "AA00": "crc", "FF00": "version", "FF01": "toolVersion",
             "0701": "machineId", "0702": "semiId"}
 

@@ -3,13 +3,12 @@ means. The texts and tables are data, plans/commands.json."""
 import dataclasses
 import datetime
 import functools
-import json
 import re
 import time
 
 from common.bytetext import as_bytes, printable
 from common.failure import Failure
-from common.files import PLANS
+from common.files import PLANS, read_json
 from station import wire
 
 LEVELS = ("ICT", "T1", "BI", "T2")
@@ -32,7 +31,7 @@ class Command:
 
 @functools.cache
 def _data():
-    return json.loads((PLANS / "commands.json").read_text())
+    return read_json(PLANS / "commands.json")
 
 
 @functools.cache
